@@ -1,0 +1,38 @@
+# Warnings are errors everywhere in the project's own code.
+add_library(zaltor_options INTERFACE)
+target_compile_options(zaltor_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wformat=2 -Wno-format-nonliteral)
+if(ZALTOR_SANITIZE)
+  target_compile_options(zaltor_options INTERFACE -fsanitize=${ZALTOR_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  target_link_options(zaltor_options INTERFACE -fsanitize=${ZALTOR_SANITIZE})
+endif()
+if(CMAKE_CROSSCOMPILING AND WIN32)
+  target_compile_definitions(zaltor_options INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+    _WIN32_WINNT=0x0A00 __USE_MINGW_ANSI_STDIO=1)
+  target_link_options(zaltor_options INTERFACE -static)
+endif()
+
+# zaltor_library(NAME DIR [DEPS ...]): one static library from every .cpp directly in DIR.
+function(zaltor_library name dir)
+  file(GLOB sources CONFIGURE_DEPENDS ${dir}/*.cpp)
+  if(NOT sources)
+    set(sources ${CMAKE_SOURCE_DIR}/src/empty.cpp)
+  endif()
+  add_library(${name} STATIC ${sources})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src ${CMAKE_BINARY_DIR}/generated)
+  target_link_libraries(${name} PUBLIC zaltor_options ${ARGN})
+endfunction()
+
+# zaltor_test(NAME DIR DEPS...): one GoogleTest executable from every .cpp in DIR.
+function(zaltor_test name dir)
+  file(GLOB sources CONFIGURE_DEPENDS ${dir}/*.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name} ${sources})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest_main GTest::gmock zaltor_options)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "ZALTOR_TEST_SOURCE_DIR=${CMAKE_SOURCE_DIR};ZALTOR_TEST_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
+endfunction()

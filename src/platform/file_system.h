@@ -1,0 +1,40 @@
+#pragma once
+// Files and the program directory. Paths are UTF-8.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zaltor::platform {
+
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+
+  // The directory of the running executable (its path less the last component).
+  // 0, or the system's error code.
+  virtual uint32_t program_directory(std::string& dir) = 0;
+  // `dir` and `name` joined with the platform's separator.
+  virtual std::string join(const std::string& dir, const std::string& name) = 0;
+  virtual bool exists(const std::string& path) = 0;
+  // 0, or the system's error code.
+  virtual uint32_t remove(const std::string& path) = 0;
+
+  // Reads a whole file in binary mode. 0, or the C runtime's error number, with the step
+  // that failed.
+  enum class ReadStep { kOpen, kSeek, kRead };
+  virtual int read_binary(const std::string& path, std::vector<uint8_t>& data,
+                          ReadStep& failed) = 0;
+  // Writes `text` to a new or truncated file in text mode ("w": on Windows each line feed
+  // becomes carriage return and line feed). 0 or the error number; `written` counts the
+  // bytes of `text` taken.
+  virtual int write_text(const std::string& path, std::string_view text, size_t& written) = 0;
+  // Appends UTF-8 text in text mode, writing a byte-order mark first when the file is new
+  // or empty ("a+, ccs=UTF-8"). 0, or the error number when the file cannot be opened.
+  virtual int append_utf8_text(const std::string& path, std::string_view text) = 0;
+  // Reads a UTF-8 text file ("r, ccs=UTF-8"; a leading byte-order mark is dropped).
+  virtual int read_utf8_text(const std::string& path, std::string& text) = 0;
+};
+
+}  // namespace zaltor::platform

@@ -1,0 +1,25 @@
+#pragma once
+// The one place where the service's backends are chosen at start-up.
+//
+// ZALTOR_PLATFORM=sim   the simulated notebook (hardware and clock) with the operating
+//                       system's real facilities (Linux: the only choice);
+// ZALTOR_PLATFORM=native the real hardware backends (Windows only).
+
+#include <memory>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace zaltor::platform {
+
+class Backends {
+ public:
+  virtual ~Backends() = default;
+  virtual Platform& platform() = 0;
+};
+
+// Builds the backends from the environment. Null with `error` set (a message naming
+// what is wrong, for instance a scenario file member) when they cannot be built.
+std::unique_ptr<Backends> make_backends(std::string& error);
+
+}  // namespace zaltor::platform
