@@ -57,7 +57,7 @@ int HybridDeterminator(const DecisionContext& ctx) {
     if (!rssiScan.ties.empty()) {
       SwitchStates states;
       CompareSwitchPositions(weighted, states, ctx.in.switchCount, ctx.disabled);
-      rssiChoice = ComposeChoice(states, ctx.in.switchCount, rssiScan.preferred());
+      rssiChoice = ComposeChoice(states, ctx.in.switchCount, rssiScan.preferred(), ctx.disabled);
     }
   }
 

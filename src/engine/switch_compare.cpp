@@ -11,17 +11,17 @@ int ClampSwitchCount(int switchCount) {
 }
 
 void ComparePairs(const ModeValues& values, SwitchStates& states, int switchCount,
-                  ModeMask leftOut) {
+                  ModeMask disabled) {
   const int modeCount = 1 << switchCount;
   for (int k = 0; k < switchCount; ++k) {
     const int step = 1 << k;
     for (int m = 0; m < modeCount; ++m) {
       if ((m & step) != 0) continue;
       const int p = m + step;
-      if (InMask(leftOut, m) || InMask(leftOut, p)) continue;
+      const auto uk = static_cast<size_t>(k);
+      if (InMask(disabled, m) || InMask(disabled, p)) continue;
       const auto um = static_cast<size_t>(m);
       const auto up = static_cast<size_t>(p);
-      const auto uk = static_cast<size_t>(k);
       if (values[um] > values[up]) states.zeroBetter[uk] = true;
       if (values[up] > values[um]) states.oneBetter[uk] = true;
     }
@@ -31,16 +31,16 @@ void ComparePairs(const ModeValues& values, SwitchStates& states, int switchCoun
 }  // namespace
 
 void CompareSwitchPositions(const ModeValues& values, SwitchStates& states, int switchCount,
-                            ModeMask leftOut) {
+                            ModeMask disabled) {
   states = SwitchStates{};
-  ComparePairs(values, states, ClampSwitchCount(switchCount), leftOut);
+  ComparePairs(values, states, ClampSwitchCount(switchCount), disabled);
 }
 
 void CompareSwitchPositions(const ModeValues& valuesA, const ModeValues& valuesB,
-                            SwitchStates& states, int switchCount, ModeMask leftOut) {
+                            SwitchStates& states, int switchCount, ModeMask disabled) {
   states = SwitchStates{};
-  ComparePairs(valuesA, states, ClampSwitchCount(switchCount), leftOut);
-  ComparePairs(valuesB, states, ClampSwitchCount(switchCount), leftOut);
+  ComparePairs(valuesA, states, ClampSwitchCount(switchCount), disabled);
+  ComparePairs(valuesB, states, ClampSwitchCount(switchCount), disabled);
 }
 
 int SwitchPosition(const SwitchStates& states, int k, int preferred) {
@@ -50,12 +50,16 @@ int SwitchPosition(const SwitchStates& states, int k, int preferred) {
   return static_cast<int>((static_cast<unsigned>(preferred) >> static_cast<unsigned>(k)) & 1u);
 }
 
-int ComposeChoice(const SwitchStates& states, int switchCount, int preferred) {
+int ComposeChoice(const SwitchStates& states, int switchCount, int preferred, ModeMask disabled) {
   int choice = 0;
   for (int k = 0; k < ClampSwitchCount(switchCount); ++k) {
     choice |= SwitchPosition(states, k, preferred) << k;
   }
-  return choice;
+  return AvoidDisabled(choice, preferred, disabled);
+}
+
+int AvoidDisabled(int composed, int preferred, ModeMask disabled) {
+  return InMask(disabled, composed) ? preferred : composed;
 }
 
 }  // namespace zaltor::engine

@@ -25,7 +25,7 @@ int ComposeLogged(const TieContext& ctx, const SwitchStates& states, int preferr
     choice |= position << k;
   }
   log.write(kLogDetail, "\n");
-  return choice;
+  return AvoidDisabled(choice, preferred, ctx.disabled);
 }
 
 int Preamble(const TieContext& ctx, const ScanResult& scan) {

@@ -2,7 +2,8 @@
 // The logged tie resolution shared by the determinators: when a best-value scan ends with
 // ties, the choice is composed switch by switch from the pairwise comparison, taking the
 // position from the preferred (last tied) mode where the pairs do not decide. The composed
-// mode is taken as it is, even when it is none of the tied modes.
+// mode is taken as it is, even when it is none of the tied modes, unless it is disabled
+// (see ComposeChoice).
 
 #include "engine/best_value_scan.h"
 #include "engine/switch_compare.h"
@@ -15,7 +16,7 @@ struct TieContext {
   Log& log;
   const SwitchLabels& labels;
   int switchCount;
-  ModeMask disabled;  // left out of the pairs
+  ModeMask disabled;  // left out of the pairs, never chosen
 };
 
 // Logs "Use more precise methods with switch count %d...\n", "Preferred mode = %d\n",
