@@ -1,0 +1,193 @@
+#include "platform/antenna_switch.h"
+
+#include <algorithm>
+
+namespace zaltor::platform {
+namespace {
+
+void PutU32(std::vector<uint8_t>& out, uint32_t v) {
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+std::vector<uint8_t> Request(const char (&method)[5], uint32_t arg_length) {
+  std::vector<uint8_t> out(method, method + 4);
+  PutU32(out, arg_length);
+  PutU32(out, kSwitchDeviceId);
+  return out;
+}
+
+// Bit of line `id` + `offset`, taken mod 32 without a negative shift.
+uint32_t LineBit(int32_t id, int32_t offset) {
+  const int64_t b = ((static_cast<int64_t>(id) + offset) % 32 + 32) % 32;
+  return static_cast<uint32_t>(b);
+}
+
+// A table value 0/1 must equal the level; -1 is don't care; anything else never matches.
+bool LineMatches(int32_t table_value, int32_t level) {
+  if (table_value == -1) return true;
+  return (table_value == 0 || table_value == 1) && table_value == level;
+}
+
+}  // namespace
+
+std::vector<uint8_t> EncodeStatusRequest() {
+  return Request("DSTS", 4);
+}
+
+std::vector<uint8_t> EncodeControlRequest(uint32_t value) {
+  std::vector<uint8_t> out = Request("DEVS", 8);
+  PutU32(out, value);
+  return out;
+}
+
+Status OpenControlDevice(ControlDevice& devices, DeviceState& state, Log& log) {
+  uint32_t error = 0;
+  state.device = devices.open(kControlDevicePath, error);
+  if (!state.device) {
+    log.write(kLogCritical, "InitializeZLTACPIDevice Failed!\n");
+    return SWITCH_ERR_NOT_PRESENT;
+  }
+  return SWITCH_OK;
+}
+
+bool AntennaSwitch::Transact(const std::vector<uint8_t>& request, uint32_t& result) {
+  result = 0;
+  if (!state_.device) return false;
+  std::vector<uint8_t> reply(kReplyCapacity, 0);
+  uint32_t returned = 0;
+  if (!state_.device->io_control(kControlCode, request.data(),
+                                 static_cast<uint32_t>(request.size()), reply.data(),
+                                 kReplyCapacity, returned)) {
+    return false;
+  }
+  // Only min(returned, 4) bytes count; a shorter reply is result 0.
+  if (std::min<uint32_t>(returned, 4) < 4) return true;
+  result = uint32_t{reply[0]} | (uint32_t{reply[1]} << 8) | (uint32_t{reply[2]} << 16) |
+           (uint32_t{reply[3]} << 24);
+  return true;
+}
+
+Status AntennaSwitch::ReadStatusWord(uint32_t& word) {
+  return Transact(EncodeStatusRequest(), word) ? SWITCH_OK : SWITCH_ERR_STATUS_IO;
+}
+
+Status AntennaSwitch::GetSwitchNumber(int32_t& count) {
+  uint32_t word = 0;
+  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if ((word & kStatusPresentBit) == 0) return SWITCH_ERR_NOT_PRESENT;
+  count = static_cast<int32_t>((word >> 8) & 0xFF);
+  return SWITCH_OK;
+}
+
+Status AntennaSwitch::GetControlBit(int32_t id, int32_t& level, int32_t offset) {
+  uint32_t word = 0;
+  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if ((word & kStatusPresentBit) == 0) return SWITCH_ERR_NOT_PRESENT;
+  const int32_t count = static_cast<int32_t>((word >> 8) & 0xFF);
+  if (id < 0 || count <= id) return SWITCH_ERR_INDEX;
+  level = static_cast<int32_t>((word >> LineBit(id, offset)) & 1u);
+  return SWITCH_OK;
+}
+
+Status AntennaSwitch::SetControlBit(int32_t id, int32_t level, int32_t offset) {
+  uint32_t word = 0;
+  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  const int32_t count = static_cast<int32_t>((word >> 8) & 0xFF);
+  if (id < 0 || count <= id) return SWITCH_ERR_INDEX;
+  const uint32_t mask = 1u << LineBit(id, offset);
+  uint32_t value = word & kOwnedStatusBits;
+  value = level != 0 ? (value | mask) : (value & ~mask);
+  uint32_t answer = 0;
+  if (!Transact(EncodeControlRequest(value), answer)) return SWITCH_ERR_CTRL_IO;
+  if (answer != 1) return SWITCH_ERR_CTRL_REJECTED;
+  uint32_t after = 0;
+  if (ReadStatusWord(after) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  return after == value ? SWITCH_OK : SWITCH_ERR_VERIFY;
+}
+
+int32_t AntennaSwitch::SwitchLimit() const {
+  return std::clamp(state_.switch_count.load(std::memory_order_relaxed), 0, kMaxPorts);
+}
+
+Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (sw < 0 || sw >= SwitchLimit()) return SWITCH_ERR_INDEX;
+  const auto port = static_cast<size_t>(sw);
+  const int32_t id = state_.switches.switch_id[port];
+  if (id < 0) return SWITCH_ERR_INDEX;
+  int32_t x = 0;
+  int32_t y = 0;
+  if (Status s = GetControlBit(id, x, kLineX); s != SWITCH_OK) return s;
+  if (Status s = GetControlBit(id, y, kLineY); s != SWITCH_OK) return s;
+  for (int32_t p = 0; p < kPositionCount; ++p) {
+    const auto& xy = state_.switches.positions[port][static_cast<size_t>(p)];
+    if (LineMatches(xy[0], x) && LineMatches(xy[1], y)) {
+      position = p;
+      return SWITCH_OK;
+    }
+  }
+  return SWITCH_ERR_NO_POSITION;
+}
+
+Status AntennaSwitch::SetSwitchPosition(int32_t sw, int32_t position) {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (sw < 0 || sw >= SwitchLimit()) return SWITCH_ERR_INDEX;
+  if (position < 0 || position >= kPositionCount) return SWITCH_ERR_INVALID_POSITION;
+  const auto port = static_cast<size_t>(sw);
+  const int32_t id = state_.switches.switch_id[port];
+  if (id < 0) return SWITCH_ERR_INDEX;
+  const auto& xy = state_.switches.positions[port][static_cast<size_t>(position)];
+  Status first = SWITCH_OK;
+  const int32_t offsets[2] = {kLineX, kLineY};
+  for (size_t line = 0; line < 2; ++line) {
+    if (xy[line] != 0 && xy[line] != 1) continue;  // not driven
+    const Status s = SetControlBit(id, xy[line], offsets[line]);
+    if (first == SWITCH_OK) first = s;
+  }
+  return first;
+}
+
+void AntennaSwitch::SetMode(int32_t mode, std::array<Status, kMaxPorts>& results) {
+  if (!state_.ready.load(std::memory_order_relaxed)) {
+    results.fill(SWITCH_ERR_NOT_READY);
+    return;
+  }
+  const uint32_t mode_count = state_.mode_count.load(std::memory_order_relaxed);
+  if (mode < 1 || static_cast<uint32_t>(mode) > mode_count) {
+    log_.write(kLogError, "Invalid Mode: %d.\n", mode);
+    results.fill(SWITCH_ERR_INVALID_MODE);
+    return;
+  }
+  const uint32_t pattern = static_cast<uint32_t>(mode - 1);
+  const int32_t n = SwitchLimit();
+  for (int32_t i = 0; i < n; ++i) {
+    results[static_cast<size_t>(i)] =
+        SetSwitchPosition(i, static_cast<int32_t>((pattern >> i) & 1u));
+  }
+}
+
+Status AntennaSwitch::GetCurrentMode(int32_t& mode) {
+  mode = kModeUnknown;
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  const int32_t n = SwitchLimit();
+  int32_t pattern = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    int32_t position = 0;
+    const Status s = GetSwitchPosition(i, position);
+    const char* port = kPortNames[static_cast<size_t>(i)];
+    if (s == SWITCH_ERR_NO_POSITION) {
+      log_.write(kLogWarning, "No valid mode for %s: no position matches.\n", port);
+      return SWITCH_OK;
+    }
+    if (s != SWITCH_OK) return s;
+    if (position == kPositionOff) {
+      log_.write(kLogWarning, "No valid mode for %s OFF.\n", port);
+      return SWITCH_OK;
+    }
+    pattern |= position << i;
+  }
+  mode = pattern + 1;
+  return SWITCH_OK;
+}
+
+}  // namespace zaltor::platform

@@ -1,0 +1,102 @@
+#include "platform/board_identification.h"
+
+namespace zaltor::platform {
+namespace {
+constexpr const char* kBlanks = " \t\r\n";
+}
+
+std::string TrimBlanks(const std::string& text) {
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string::npos) return {};
+  const size_t last = text.find_last_not_of(kBlanks);
+  return text.substr(first, last - first + 1);
+}
+
+int32_t BoardIdentification::ConnectWmi() {
+  connected_ = false;
+  queried_ = false;
+  int32_t hr = 0;
+  session_ = query_.open(hr);
+  if (hr < 0 || !session_) {
+    console_.print("Failed to initialize COM library. Error code = 0x%x\n",
+                   static_cast<unsigned>(hr));
+    session_.reset();
+    return -1;
+  }
+  hr = session_->create_locator();
+  if (hr < 0) {
+    console_.print("Failed to create IWbemLocator object. Error code = 0x%x\n",
+                   static_cast<unsigned>(hr));
+    return -1;
+  }
+  hr = session_->connect(kBoardNamespace);
+  if (hr < 0) {
+    console_.print("Could not connect to namespace %s. Error code = 0x%x\n", kBoardNamespace,
+                   static_cast<unsigned>(hr));
+    return -1;
+  }
+  hr = session_->set_proxy_blanket();
+  if (hr < 0) {
+    console_.print("Could not set proxy blanket. Error code = 0x%x\n", static_cast<unsigned>(hr));
+    return -1;
+  }
+  connected_ = true;
+  return 0;
+}
+
+int32_t BoardIdentification::QueryBaseBoard() {
+  if (!connected_ || !session_) return -1;
+  const int32_t hr = session_->exec_query(kBoardQuery);
+  if (hr < 0) {
+    console_.print("Query (%s) failed. Error code = 0x%x\n", kBoardQuery,
+                   static_cast<unsigned>(hr));
+    return -1;
+  }
+  queried_ = true;
+  return 0;
+}
+
+int32_t BoardIdentification::ReadModelName(std::string& model) {
+  model.clear();
+  if (!queried_ || !session_) return 0;
+  std::string product;
+  while (session_->next_product(product)) {
+    if (product.size() > kProductTextLimit) product.resize(kProductTextLimit);
+    std::string trimmed = TrimBlanks(product);
+    // Bounded copy into the 255-byte buffer: a value that does not fit is refused.
+    if (trimmed.size() > kModelNameBuffer - 1) trimmed.clear();
+    // The buffer is a C string: text after an embedded zero is not part of it.
+    model = trimmed.substr(0, trimmed.find('\0'));
+  }
+  return 0;
+}
+
+Status IdentifyModel(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
+                     Console& console, std::string& model_name) {
+  model_name.clear();
+  if (board.ConnectWmi() != 0 || board.QueryBaseBoard() != 0) {
+    log.write(kLogError, "Query model name failed, marked as unsupported device.\n");
+    return SWITCH_ERR_NOT_PRESENT;
+  }
+  console.print("ExecQuery OK!\n");
+  board.ReadModelName(model_name);
+  log.write(kLogInfo, "ModelName: %s\n", model_name.c_str());
+
+  if (!state.device) return SWITCH_ERR_STATUS_IO;
+  uint32_t flags = 0;
+  if (sw.ReadStatusWord(flags) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  log.write(kLogInfo, "[SUPPORT_FLAGS] 0x%08x\n", flags);
+
+  int32_t count = 0;
+  if (sw.GetSwitchNumber(count) != SWITCH_OK || count <= 0) {
+    log.write(kLogError, "MultiAntenna is not Supported!\n");
+    return SWITCH_ERR_NOT_PRESENT;
+  }
+  log.write(kLogInfo, "AntennaSwitchNumber = %d\n", count);
+  const int32_t held = count > kMaxPorts ? kMaxPorts : count;
+  state.switch_count.store(held, std::memory_order_relaxed);
+  state.mode_count.store(1u << held, std::memory_order_relaxed);
+  return SWITCH_OK;
+}
+
+}  // namespace zaltor::platform

@@ -1,0 +1,251 @@
+#include "platform/signal_counters.h"
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+namespace zaltor::platform {
+namespace {
+
+constexpr const char* kThroughputTemplate = "\\Network Interface(%s)\\Bytes Total/sec";
+constexpr const char* kLinkSpeedTemplate = "\\Network Interface(%s)\\Current Bandwidth";
+
+// The counter's magnitude as signed dBm; 0 (no reading) becomes -200. Out-of-range values
+// are held to the 32-bit range rather than wrapping.
+int32_t RssiFromCounter(int64_t v) {
+  if (v == 0) return kRssiAbsent;
+  const int64_t neg =
+      v == std::numeric_limits<int64_t>::min() ? std::numeric_limits<int64_t>::max() : -v;
+  return static_cast<int32_t>(std::clamp<int64_t>(neg, std::numeric_limits<int32_t>::min(),
+                                                  std::numeric_limits<int32_t>::max()));
+}
+
+void Fill(int32_t* values, size_t length, size_t count, int32_t v) {
+  for (size_t i = 0; i < std::min(length, count); ++i) values[i] = v;
+}
+
+}  // namespace
+
+void SignalCounters::SetUpCounters(const std::string& instance_name) {
+  CounterState& c = state_.counters;
+  const std::string throughput_path = format(kThroughputTemplate, instance_name.c_str());
+  const std::string speed_path = format(kLinkSpeedTemplate, instance_name.c_str());
+  log_.write(kLogInfo, "Counter Path: %s\n", throughput_path.c_str());
+
+  uint32_t error = 0;
+  c.query = counters_.open_query(error);
+  if (!c.query) {
+    log_.write(kLogWarning, "PdhOpenQuery failed with 0x%x\n", error);
+    c.rssi_per_antenna.store(false, std::memory_order_relaxed);
+    return;
+  }
+  auto add = [&](const std::string& path, CounterId& id, uint8_t level) {
+    id = 0;
+    const uint32_t e = c.query->add_counter(path, id);
+    if (e != 0) {
+      id = 0;
+      log_.write(level, "PdhAddCounter %s failed with 0x%x\n", path.c_str(), e);
+    }
+  };
+  add(throughput_path, c.throughput, kLogInfo);
+  add(speed_path, c.link_speed, kLogInfo);
+  c.throughput_available.store(c.throughput != 0 && c.link_speed != 0, std::memory_order_relaxed);
+  for (size_t i = 0; i < c.rssi.size(); ++i) {
+    add(state_.switches.counter_path[i], c.rssi[i], kLogWarning);
+  }
+  c.rssi_per_antenna.store(c.rssi[0] != 0, std::memory_order_relaxed);
+  c.query->collect();  // rate counters need a first sample
+}
+
+Status SignalCounters::ReadThroughput() {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  CounterState& c = state_.counters;
+  const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
+  if (e != 0) {
+    log_.write(kLogInfo, "PdhCollectQueryData failed with 0x%x\n", e);
+    return STATUS_COUNTER_COLLECT;
+  }
+  if (!c.throughput_available.load(std::memory_order_relaxed)) {
+    c.last_throughput.store(-1, std::memory_order_relaxed);
+    c.last_link_speed.store(-1.0, std::memory_order_relaxed);
+    return SWITCH_OK;
+  }
+  int64_t v = 0;
+  uint32_t fe = c.query->formatted_large(c.throughput, v);
+  if (fe != 0) {
+    log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
+    return STATUS_THROUGHPUT_VALUE;
+  }
+  c.last_throughput.store(v, std::memory_order_relaxed);
+  fe = c.query->formatted_large(c.link_speed, v);
+  if (fe != 0) {
+    log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
+    return STATUS_THROUGHPUT_VALUE;
+  }
+  c.last_link_speed.store(static_cast<double>(v) / 1000000.0, std::memory_order_relaxed);
+  return SWITCH_OK;
+}
+
+Status SignalCounters::ReadInto(int32_t count, int32_t* values) {
+  CounterState& c = state_.counters;
+  const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
+  if (count < 1 || e != 0) return SWITCH_OK;  // a failed collection leaves the values as they were
+  const int32_t n = std::min(count, kRssiPortSlots);
+  for (int32_t i = 0; i < n; ++i) {
+    int64_t v = 0;
+    if (c.query->formatted_large(c.rssi[static_cast<size_t>(i)], v) != 0) {
+      return STATUS_RSSI_VALUE;
+    }
+    values[i] = RssiFromCounter(v);
+  }
+  return SWITCH_OK;
+}
+
+Status SignalCounters::ReadRssi(int32_t count, int32_t* values) {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  return ReadInto(count, values);
+}
+
+bool SignalCounters::SweepAttempt(int32_t ports, int32_t* values) {
+  if (!state_.ready.load(std::memory_order_relaxed) || ports < 1) return false;
+  return ReadInto(ports, values) == SWITCH_OK;
+}
+
+int32_t SignalCounters::SwitchNumber() {
+  // The firmware's number; when it cannot be read the stored SwitchCount stands.
+  int32_t n = state_.switch_count.load(std::memory_order_relaxed);
+  sw_.GetSwitchNumber(n);
+  return n;
+}
+
+Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  const int32_t n = SwitchNumber();
+  if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
+    log_.write(kLogInfo, "Not support all antenna RSSI.\n");
+    return STATUS_RSSI_NOT_SUPPORTED;
+  }
+  Fill(values, length, length, kRssiAbsent);
+
+  if (state_.user_mode.load(std::memory_order_relaxed) == static_cast<uint32_t>(kModeAuto)) {
+    // Automatic mode: report the loop's stored results; the switches stay untouched.
+    const int32_t ports = std::clamp(n, 0, kMaxPorts);
+    for (int32_t s = 0; s < 2; ++s) {
+      for (int32_t p = 0; p < ports; ++p) {
+        const size_t at = static_cast<size_t>(s * ports + p);
+        if (at < length) {
+          values[at] =
+              state_.counters.auto_sweep[static_cast<size_t>(s)][static_cast<size_t>(p)].load(
+                  std::memory_order_relaxed);
+        }
+      }
+    }
+    return SWITCH_OK;
+  }
+
+  const int32_t m = std::min(n, kRssiPortSlots);
+  const size_t width = static_cast<size_t>(std::max(m, 0));
+  // The latest reading of the sweep: a failed collection leaves it as it was, and before
+  // the first read every port is -200.
+  std::vector<int32_t> reading(kRssiPortSlots, kRssiAbsent);
+  for (int32_t s = 0; s < 2; ++s) {
+    for (int32_t sw = 0; sw < m; ++sw) sw_.SetSwitchPosition(sw, s);
+    clock_.sleep_ms(state_.TimeToWaitForRssiStable());
+    log_.write(kLogDetail, "Getting RSSI for %s at all ports: \n",
+               kPositionNames[static_cast<size_t>(s)]);
+    bool done = false;
+    for (int a = 1; a <= kRssiAttempts && !done; ++a) {
+      if (!SweepAttempt(m, reading.data())) {
+        log_.write(kLogDetail, "#%2d) Error while getting rssi! \n", a);
+        clock_.sleep_ms(state_.RssiCollectInterval());
+        continue;
+      }
+      done = true;
+      log_.write(kLogDetail, "%2d) Current RSSI: ", a);
+      for (int32_t p = 0; p < m; ++p) {
+        const int32_t v = reading[static_cast<size_t>(p)];
+        log_.write(kLogDetail, "%s (%d), ", kPortNames[static_cast<size_t>(p)], v);
+        const size_t at = static_cast<size_t>(s) * width + static_cast<size_t>(p);
+        if (at < length) values[at] = v;
+      }
+      log_.write(kLogDetail, "\n");
+      log_.write(kLogDetail, "\n\n");
+    }
+    if (!done) {
+      log_.write(kLogDetail, "\n\n");
+      Fill(values, length, 2 * width, kRssiAbsent);
+      log_.write(kLogWarning, "Failed while getting rssi for state %d!\n", s);
+      return STATUS_RSSI_UNREADABLE;
+    }
+  }
+  return SWITCH_OK;
+}
+
+Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  const int32_t n = SwitchNumber();
+  if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
+    log_.write(kLogInfo, "Not support all antenna RSSI.\n");
+    return STATUS_RSSI_NOT_SUPPORTED;
+  }
+  Fill(values, length, length, kRssiAbsent);
+  const int32_t m = std::min(n, kRssiPortSlots);
+  const size_t width = static_cast<size_t>(std::max(m, 0));
+  const auto mode = static_cast<int32_t>(state_.user_mode.load(std::memory_order_relaxed));
+  // The automatic loop calls this constantly: only a fixed mode logs the sweep.
+  const bool fixed = mode != kModeAuto;
+  if (fixed) log_.write(kLogDetail, "Getting RSSI for Current Mode (%d): \n", mode);
+
+  std::vector<int32_t> reading(kRssiPortSlots, kRssiAbsent);
+  for (int a = 1; a <= kRssiAttempts; ++a) {
+    if (!SweepAttempt(m, reading.data())) {
+      if (fixed) log_.write(kLogDetail, "#%2d) Error while getting rssi! \n", a);
+      clock_.sleep_ms(state_.RssiCollectInterval());
+      continue;
+    }
+    if (fixed) log_.write(kLogDetail, "%2d) Current RSSI: ", a);
+    for (int32_t p = 0; p < m; ++p) {
+      const int32_t v = reading[static_cast<size_t>(p)];
+      if (fixed) log_.write(kLogDetail, "%s (%d), ", kPortNames[static_cast<size_t>(p)], v);
+      if (static_cast<size_t>(p) < length) values[p] = v;
+    }
+    if (fixed) log_.write(kLogDetail, "\n\n");
+    return SWITCH_OK;
+  }
+  Fill(values, length, 2 * width, kRssiAbsent);
+  if (fixed) log_.write(kLogWarning, "Failed while getting rssi for Current Mode (%d): \n", mode);
+  return STATUS_RSSI_UNREADABLE;
+}
+
+Status SignalCounters::GetAverageRssi(int32_t& average) {
+  average = kRssiAbsent;
+  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  const int32_t n = SwitchNumber();
+  const size_t count = static_cast<size_t>(std::max(n, 0));
+  // Ports with a counter start as -200 (a failed collection reads as an absent value);
+  // ports without one never have a reading and are left out like -95.
+  std::vector<int32_t> readings(count, kRssiNoSignal);
+  for (size_t i = 0; i < std::min<size_t>(count, kRssiPortSlots); ++i) readings[i] = kRssiAbsent;
+  if (const Status s = ReadRssi(n, readings.data()); s != SWITCH_OK) return s;
+  int64_t sum = 0;
+  int64_t no_signal = 0;
+  for (const int32_t v : readings) {
+    if (v == kRssiNoSignal) {
+      ++no_signal;
+    } else {
+      sum += v;
+    }
+  }
+  const int64_t divisor = static_cast<int64_t>(n) - no_signal;
+  if (divisor <= 0) return kAverageRssiDivideByZero;
+  average = static_cast<int32_t>(sum / divisor);  // truncates toward zero
+  return SWITCH_OK;
+}
+
+void SignalCounters::StoreAutoSweep(int32_t row, int32_t port, int32_t rssi) {
+  if (row < 0 || row > 1 || port < 0 || port >= kMaxPorts) return;
+  state_.counters.auto_sweep[static_cast<size_t>(row)][static_cast<size_t>(port)].store(
+      rssi, std::memory_order_relaxed);
+}
+
+}  // namespace zaltor::platform
