@@ -158,9 +158,14 @@ inline std::string source_dir() {
   return dir != nullptr ? dir : "";
 }
 
+// The build's bin/ directory; the test executable itself lives there too, which serves when
+// the variable is not passed on.
 inline std::string bin_dir() {
   const char* dir = std::getenv("ZALTOR_TEST_BIN_DIR");
-  return dir != nullptr ? dir : "";
+  if (dir != nullptr && *dir != '\0') return dir;
+  std::error_code ec;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return ec ? std::string() : self.parent_path().string();
 }
 
 inline std::string read_text_file(const std::string& path) {
