@@ -22,8 +22,17 @@ void LineBuffer::append_bounded(std::string_view text) {
   while (tail < 2 && tail < text.size() && text[text.size() - 1 - tail] == '\n') ++tail;
   const std::string_view body = text.substr(0, text.size() - tail);
   if (length + tail > max_text) {
-    // No room even for the line ends: give up the end of the pending text.
-    length = utf8_prefix_length(std::string_view(buffer_, length), max_text - tail);
+    // No room even for the line ends: give up the end of the pending text, but not the line
+    // ends it finishes with (an empty line of detail text needs both).
+    size_t pending_tail = 0;
+    while (pending_tail + tail < 2 && pending_tail < length &&
+           buffer_[length - 1 - pending_tail] == '\n') {
+      ++pending_tail;
+    }
+    const size_t kept = utf8_prefix_length(std::string_view(buffer_, length - pending_tail),
+                                           max_text - tail - pending_tail);
+    for (size_t i = 0; i < pending_tail; ++i) buffer_[kept + i] = '\n';
+    length = kept + pending_tail;
   }
   const size_t keep = utf8_prefix_length(body, max_text - tail - length);
   body.copy(buffer_ + length, keep);
