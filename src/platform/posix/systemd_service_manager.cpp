@@ -29,7 +29,8 @@ uint32_t error_of(const ProcessResult& r) {
       contains(e, "authentication required") || contains(e, "Authentication is required")) {
     return kErrorAccessDenied;
   }
-  if (contains(e, "not found") || contains(e, "not loaded") || contains(e, "does not exist")) {
+  if (contains(e, "not found") || contains(e, "could not be found") || contains(e, "not loaded") ||
+      contains(e, "does not exist")) {
     return kErrorServiceDoesNotExist;
   }
   return kErrorFunctionFailed;
