@@ -75,9 +75,9 @@ TEST(ServiceExecutable, UnderANotifySocketTheFailedStartIsReportedWithRisingChec
   EXPECT_EQ(r.out, "Invalid arguments.");
   EXPECT_EQ(r.exit_code, 1);
   std::vector<std::string> messages = notify.drain();
-  ASSERT_EQ(messages.size(), 4u);
   // The worker fails on the pool thread while the service reports running: that report may
-  // come on either side of the stop pending one.
+  // come on either side of the stop pending one, or after the stop, when the dispatcher no
+  // longer takes it.
   std::vector<std::string> without_running;
   int running = 0;
   for (const auto& m : messages) {
@@ -87,7 +87,7 @@ TEST(ServiceExecutable, UnderANotifySocketTheFailedStartIsReportedWithRisingChec
       without_running.push_back(m);
     }
   }
-  EXPECT_EQ(running, 1);
+  EXPECT_LE(running, 1);
   EXPECT_EQ(without_running,
             (std::vector<std::string>{"STATUS=Start pending, checkpoint 1, exit code 0",
                                       "STOPPING=1\nSTATUS=Stop pending, checkpoint 2, exit code 0",

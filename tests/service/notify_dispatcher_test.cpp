@@ -150,7 +150,36 @@ TEST(NotifyDispatcher, AbstractNotifySocketNamesAreUnderstood) {
   while ((n = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT)) > 0) messages.emplace_back(buf, n);
   ::close(fd);
   ASSERT_GE(messages.size(), 3u);
+  // Nothing follows the stopped report, even a running report that lost the race.
   EXPECT_EQ(messages.back(), status_text("Stopped", 0));
+}
+
+platform::ServiceManager* g_manager = nullptr;
+std::atomic<uint32_t> g_late_report{0};
+
+// An entry point that stops at once and then reports again.
+void stop_then_report(uint32_t, char** argv) {
+  platform::ServiceManager::StatusHandle handle = 0;
+  if (g_manager->register_control_handler(
+          argv[0], [](uint32_t) {}, handle) != 0)
+    return;
+  platform::ServiceStatus s;
+  s.current_state = platform::kServiceStopped;
+  g_manager->set_status(handle, s);
+  s.current_state = platform::kServiceRunning;
+  g_late_report = g_manager->set_status(handle, s);
+}
+
+TEST(NotifyDispatcher, ReportsAfterStoppedAreRefusedAndNotSent) {
+  TempDir dir;
+  NotifySocket notify(dir.file("notify"));
+  FakeClock clock;
+  auto manager = platform::make_systemd_service_manager(clock, {dir.path(), notify.path()});
+  g_manager = manager.get();
+  EXPECT_EQ(manager->run_dispatcher("ZaltorMultiAntennaSvc", &stop_then_report), 0u);
+  EXPECT_EQ(g_late_report.load(), 6u);
+  EXPECT_EQ(notify.drain(), std::vector<std::string>{status_text("Stopped", 0)});
+  g_manager = nullptr;
 }
 
 }  // namespace
