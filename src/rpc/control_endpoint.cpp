@@ -15,14 +15,16 @@ std::atomic<platform::BindingVector> g_binding_vector{nullptr};
 struct SecurityObjects {
   explicit SecurityObjects(platform::RpcRuntime& r) : runtime(r) {}
   ~SecurityObjects() {
-    for (platform::Sid& s : capability_sids) {
-      if (s != nullptr) runtime.local_free_sid(s);
+    if (derived) {
+      for (platform::Sid& s : capability_sids) {
+        if (s != nullptr) runtime.local_free_sid(s);
+      }
+      runtime.local_free_sid_array(capability_sids);
+      for (platform::Sid& s : group_sids) {
+        if (s != nullptr) runtime.local_free_sid(s);
+      }
+      runtime.local_free_sid_array(group_sids);
     }
-    if (!capability_sids.empty()) runtime.local_free_sid_array(capability_sids);
-    for (platform::Sid& s : group_sids) {
-      if (s != nullptr) runtime.local_free_sid(s);
-    }
-    if (!group_sids.empty()) runtime.local_free_sid_array(group_sids);
     if (world_sid != nullptr) runtime.free_sid(world_sid);
     if (acl != nullptr) runtime.local_free_acl(acl);
   }
@@ -30,6 +32,7 @@ struct SecurityObjects {
   SecurityObjects& operator=(const SecurityObjects&) = delete;
 
   platform::RpcRuntime& runtime;
+  bool derived = false;  // the two SID arrays exist (possibly empty)
   std::vector<platform::Sid> group_sids;
   std::vector<platform::Sid> capability_sids;
   platform::Sid world_sid = nullptr;
@@ -47,6 +50,7 @@ uint32_t serve(const EndpointSetup& setup) {
                                            sec.capability_sids)) {
     return rt.last_error();
   }
+  sec.derived = true;
   if (sec.capability_sids.size() != 1) return platform::kErrorInvalidParameter;
 
   if (!rt.allocate_and_initialize_sid(platform::kSecurityWorldSidAuthority, {0}, sec.world_sid)) {

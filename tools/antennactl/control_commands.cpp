@@ -357,9 +357,9 @@ int run_rssi(const std::vector<std::string>& args, bool json) {
   }
   const int rows = all_ports ? 2 : 1;
   for (int row = 0; row < rows; ++row) {
-    if (all_ports) std::printf("%s:", kPositionNames[row]);
+    if (all_ports) std::printf("%s: ", kPositionNames[row]);
     for (int32_t p = 0; p < ports; ++p) {
-      std::printf("%s %s %d dBm", p == 0 ? "" : ",", kPortNames[p],
+      std::printf("%s%s %d dBm", p == 0 ? "" : ", ", kPortNames[p],
                   values[static_cast<size_t>(row * ports + p)]);
     }
     std::printf("\n");

@@ -399,12 +399,12 @@ class SocketRpcRuntime final : public RpcRuntime {
   void enqueue(Call call) {
     std::lock_guard<std::mutex> g(m_);
     queue_.push_back(std::move(call));
-    // Up to max_calls_ calls run at once; the threads stay for later calls.
-    if (idle_ == 0 && workers_.size() < max_calls_) {
+    // Up to max_calls_ calls run at once: a call that no waiting thread will take gets a new
+    // thread (the threads stay for later calls).
+    if (queue_.size() > idle_ && workers_.size() < max_calls_) {
       workers_.emplace_back([this] { worker_loop(); });
-    } else {
-      work_cv_.notify_one();
     }
+    work_cv_.notify_one();
   }
 
   void worker_loop() {
