@@ -1,4 +1,7 @@
 // antennactl's control commands run as a process against a test server.
+// The local socket runtime is the Linux one.
+#if defined(__linux__)
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -7,7 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "rpc/rpc_fakes.h"
+#include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
@@ -191,3 +194,5 @@ TEST_F(RpcAntennactl, ModeSwitchLineAndRssiCommands) {
 
 }  // namespace
 }  // namespace zaltor::rpc::test
+
+#endif  // defined(__linux__)

@@ -1,6 +1,8 @@
 // Setting up and withdrawing the control endpoint, against a runtime that records the order.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "rpc/control_endpoint.h"
 #include "rpc/control_interface.h"
 #include "rpc/fake_rpc_runtime.h"
@@ -202,6 +204,7 @@ TEST_F(RpcEndpointSetup, StopBeforeAnythingWasRegisteredIgnoresTheFailures) {
                           "ep_unregister(null)"}));
 }
 
+#if !defined(_WIN32)  // setenv
 TEST(RpcInterfaceNames, EndpointComesFromTheEnvironmentWithTheProductDefault) {
   ::unsetenv("ZALTOR_RPC_ENDPOINT");
   EXPECT_EQ(endpoint_name_from_environment(), "ZaltorMultiAntennaRpcEndpoint");
@@ -211,6 +214,7 @@ TEST(RpcInterfaceNames, EndpointComesFromTheEnvironmentWithTheProductDefault) {
   EXPECT_EQ(endpoint_name_from_environment(), "ZaltorMultiAntennaRpcEndpoint");
   ::unsetenv("ZALTOR_RPC_ENDPOINT");
 }
+#endif
 
 }  // namespace
 }  // namespace zaltor::rpc::test

@@ -1,6 +1,9 @@
 // Malformed frames: the files of tests/rpc/fuzz-corpus and generated ones. The server
 // refuses each with a fault (or hangs up when the stream cannot be followed), never calls the
 // target, and keeps serving.
+// The local socket runtime is the Linux one.
+#if defined(__linux__)
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -10,7 +13,7 @@
 #include <random>
 
 #include "rpc/raw_connection.h"
-#include "rpc/rpc_fakes.h"
+#include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
@@ -169,3 +172,5 @@ TEST(RpcFuzz, GeneratedFramesAreRefusedWithoutReachingTheTarget) {
 
 }  // namespace
 }  // namespace zaltor::rpc::test
+
+#endif  // defined(__linux__)

@@ -1,12 +1,15 @@
 // The control interface end to end: the client, the local socket runtime, the procedures and
 // a scripted target.
+// The local socket runtime is the Linux one.
+#if defined(__linux__)
+
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include "platform/posix/control_wire.h"
 #include "rpc/raw_connection.h"
-#include "rpc/rpc_fakes.h"
+#include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
@@ -358,3 +361,5 @@ TEST(RpcSocketRuntime, ClientTimesOutOnASilentServer) {
 
 }  // namespace
 }  // namespace zaltor::rpc::test
+
+#endif  // defined(__linux__)
