@@ -282,7 +282,7 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   RecordingLog log;
   FakeTarget target;
   ControlProcedures procedures(target);
-  auto rt = platform::make_socket_rpc_runtime(clock);
+  auto rt = std::make_unique<ProbedRuntime>(clock);
   std::atomic<int> auto_chosen{0};
   clock.on_sleep([&](int64_t) {
     if (clock.sleeps().size() == 4) {  // the holder goes away after the fourth wait
@@ -302,6 +302,7 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   ASSERT_TRUE(c);
   ContextHandleWire ctx;
   EXPECT_EQ(c->open_context(ctx), 0u);
+  ASSERT_TRUE(wait_for_listening(*rt));
   withdraw(*rt);
   rt->stop_server_listening();
   t.join();
@@ -331,8 +332,19 @@ TEST(RpcSocketRuntime, UnregisteredInterfaceIsRefusedAndWithdrawalFailuresAreHar
 }
 
 TEST(RpcSocketRuntime, SecondListenAnswersAlreadyListening) {
-  TestServer server("listen");
-  EXPECT_EQ(server.runtime->listen(1, 1234, true), platform::kRpcAlreadyListening);
+  TestClock clock;
+  FakeTarget target;
+  ControlProcedures procedures(target);
+  auto rt = platform::make_socket_rpc_runtime(clock);
+  EXPECT_EQ(rt->listen(1, 1234, true), 1714u);  // no endpoint yet
+  ASSERT_EQ(rt->use_protseq_ep("ncalrpc", 10, unique_endpoint("listen"), nullptr), 0u);
+  ASSERT_EQ(rt->register_if(kControlInterface, procedures, kInterfaceFlags, 1234, 0, nullptr), 0u);
+  EXPECT_EQ(rt->register_if(kControlInterface, procedures, kInterfaceFlags, 1234, 0, nullptr),
+            platform::kRpcAlreadyRegistered);
+  EXPECT_EQ(rt->listen(1, 1234, true), 0u);
+  EXPECT_EQ(rt->listen(1, 1234, true), platform::kRpcAlreadyListening);
+  EXPECT_EQ(rt->stop_server_listening(), 0u);
+  EXPECT_EQ(rt->stop_server_listening(), platform::kRpcNotListening);
 }
 
 TEST(RpcSocketRuntime, ClientReportsAnAbsentServerAsUnavailable) {

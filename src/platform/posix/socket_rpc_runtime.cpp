@@ -233,6 +233,7 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   uint32_t listen(uint32_t, uint32_t max_calls, bool dont_wait) override {
     std::unique_lock<std::mutex> lk(m_);
+    if (stopped_) return 0;  // listening has already ended
     if (listen_fd_ < 0 && !serving_) return kNoProtseqsRegistered;
     if (listening_call_) return kRpcAlreadyListening;
     listening_call_ = true;
