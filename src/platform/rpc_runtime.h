@@ -16,14 +16,12 @@
 #include <vector>
 
 #include "platform/guid.h"
+#include "platform/system_errors.h"
 
 namespace zaltor::platform {
 
 // RPC and Win32 status values used across the seam.
 enum : uint32_t {
-  kErrorInvalidHandle = 6,  // also RPC_X_SS_CONTEXT_MISMATCH
-  kErrorNotEnoughMemory = 8,
-  kErrorInvalidParameter = 87,
   kErrorTimeout = 1460,
   kRpcProtseqNotSupported = 1703,
   kRpcServerUnavailable = 1722,

@@ -9,6 +9,7 @@
 
 #ifndef _WIN32
 #include "platform/posix/posix_backends.h"
+#include "platform/posix/socket_rpc_runtime.h"
 #endif
 
 namespace zaltor::platform {
@@ -54,6 +55,7 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   p.services = b->keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
   p.thread_pool = b->keep(make_thread_pool(*p.clock));
   p.event_trace = b->keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
+  p.rpc = b->keep(make_socket_rpc_runtime(*p.clock));
   (void)error;
   return b;
 #endif
