@@ -6,6 +6,11 @@
 // the calling thread stays attached to the notebook's clock, so that in virtual time
 // nothing of the notebook runs ahead while the service starts; the service steps out of
 // the clock (ClockAbsence) while it blocks outside it.
+//
+// On Windows, ZALTOR_PLATFORM=sim keeps the service manager, registry, profile files,
+// cryptography, event tracing and thread pool real (the Win32 backends); only the notebook's
+// hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there) needs
+// the hardware backends, which this program does not have yet.
 #include "platform/select/backends.h"
 
 #include <cstdio>
@@ -17,7 +22,9 @@
 #include "platform/log.h"
 #include "platform/sim/sim_notebook.h"
 
-#ifndef _WIN32
+#if defined(_WIN32)
+#include "platform/win32/win32_backends.h"
+#else
 #include "platform/posix/posix_backends.h"
 #include "platform/posix/socket_rpc_runtime.h"
 #endif
@@ -107,9 +114,18 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   Platform& p = b->platform_;
 
 #if defined(_WIN32)
-  (void)p;
-  error = "the Windows operating-system backends are not part of this build yet";
-  return nullptr;
+  p.console = b->keep(make_win32_console());
+  p.files = b->keep(make_win32_file_system());
+  p.profiles = b->keep(make_private_profile_reader());
+  p.crypto = b->keep(make_cng_crypto());
+  p.registry = b->keep(make_win32_registry());
+  p.services = b->keep(make_scm_service_manager());
+  p.thread_pool = b->keep(make_win32_thread_pool(*p.clock));
+  p.event_trace = b->keep(make_etw_event_trace());
+  // No control interface runtime in this build yet: p.rpc stays null, and the run body
+  // must answer that the control interface cannot be set up instead of using it.
+  b->start_notebook();
+  return b;
 #else
   p.console = b->keep(make_stdout_console());
   p.files = b->keep(make_posix_file_system());
