@@ -66,6 +66,7 @@ TEST_F(SimBackends, ScenarioFileBuildsTheNotebookHardwareAndClock) {
 
 TEST_F(SimBackends, AWrongScenarioIsRefusedNamingTheMember) {
   write(R"({"counters": {"Q": 9}})");
+  set_env("ZALTOR_PLATFORM", "sim");  // not the default on Windows
   set_env("ZALTOR_SIM_SCENARIO", path_);
   std::string error;
   EXPECT_EQ(make_backends(error), nullptr);
