@@ -1,0 +1,39 @@
+#pragma once
+// Per-mode arrays of one evaluation. Modes are indexed from 0 here; every log line prints
+// index + 1. Bit k of a mode index is the position (0 or 1) of switch k.
+
+#include <array>
+#include <cstdint>
+
+namespace zaltor::engine {
+
+constexpr int kMaxSwitches = 4;
+constexpr int kMaxModes = 1 << kMaxSwitches;
+
+// The no-value RSSI of the engine (a failed or missing measurement).
+constexpr double kNoRssiValue = -200.0;
+
+using ModeValues = std::array<double, kMaxModes>;
+
+// Bit i set: mode index i is left out (disabled by the configuration).
+using ModeMask = uint32_t;
+
+inline bool InMask(ModeMask mask, int modeIndex) {
+  return ((mask >> static_cast<unsigned>(modeIndex)) & 1u) != 0;
+}
+
+// Averages of one evaluation. Entries of disabled modes keep their reset values
+// (avgRssi and weighted at the no-value RSSI, avgRate at 0) so that every entry is defined.
+struct ModeResults {
+  ModeValues avgRssi{};
+  ModeValues avgRate{};
+  ModeValues weighted{};
+
+  void Reset() {
+    avgRssi.fill(kNoRssiValue);
+    avgRate.fill(0.0);
+    weighted.fill(kNoRssiValue);
+  }
+};
+
+}  // namespace zaltor::engine
