@@ -34,5 +34,6 @@ function(zaltor_test name dir)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest_main GTest::gmock zaltor_options)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES ENVIRONMENT "ZALTOR_TEST_SOURCE_DIR=${CMAKE_SOURCE_DIR};ZALTOR_TEST_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
+    PROPERTIES LABELS ${name}
+    ENVIRONMENT "ZALTOR_TEST_SOURCE_DIR=${CMAKE_SOURCE_DIR};ZALTOR_TEST_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
 endfunction()

@@ -6,6 +6,10 @@
 // the additive per-mode weights ("Weighted: ", "BW: "), and then the determinator that
 // DeterminatorMode names: 0 Hybrid, 1 RSSI, 2 Bandwidth, 3 DoubleCheck.
 //
+// Disabled modes get no average and no weighted value, are skipped by every scan, are left
+// out of the switch pairs of the tie resolution and are never the composed choice (see
+// switch_compare.h). An invalid DeterminatorMode chooses nothing (result 0, see below).
+//
 // The engine keeps no state of its own here: the worker owns the settings, the labels and
 // the history ring and passes them in; the auto-mode thread owns the sample buffers.
 
