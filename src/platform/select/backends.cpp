@@ -96,10 +96,7 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   auto notebook = sim::make_sim_notebook(env("ZALTOR_SIM_SCENARIO"), error);
   if (!notebook) return nullptr;
   auto b = std::make_unique<SimBackends>(std::move(notebook));
-#ifdef _WIN32
-  error = "the Windows operating-system backends are not part of this build yet";
-  return nullptr;
-#else
+#ifndef _WIN32
   Platform& p = b->platform_;
   p.console = b->keep(make_stdout_console());
   p.files = b->keep(make_posix_file_system());
@@ -109,9 +106,9 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   p.services = b->keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
   p.thread_pool = b->keep(make_thread_pool(*p.clock));
   p.event_trace = b->keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
+#endif
   b->start();
   return b;
-#endif
 }
 
 }  // namespace zaltor::platform
