@@ -228,6 +228,13 @@ bool AutoHarness::RunUntil(const std::function<bool()>& done, int64_t limitMs) {
   return done();
 }
 
+std::unique_ptr<platform::Thread> AutoHarness::After(int64_t ms, std::function<void()> action) {
+  return clock().start_thread("test action", [this, ms, action = std::move(action)] {
+    clock().sleep_ms(ms);
+    action();
+  });
+}
+
 std::string AutoHarness::Text() const {
   std::string all;
   for (const auto& e : Entries()) all += e.line;

@@ -113,6 +113,12 @@ class AutoHarness {
   // of `done` at the end.
   bool RunUntil(const std::function<bool()>& done, int64_t limitMs);
 
+  // Starts a thread of the virtual clock that runs `action` after `ms` of virtual time.
+  std::unique_ptr<platform::Thread> After(int64_t ms, std::function<void()> action);
+
+  // The log text that waits for the rest of its line (detail text before an empty line).
+  std::string Pending() const { return lines_.pending(); }
+
   // Every finished log line so far, and their text run together.
   std::vector<LogEntry> Entries() const { return writer_->Entries(); }
   std::string Text() const;
