@@ -19,7 +19,9 @@ namespace zaltor::engine {
 // read -95, log "*ERR, " and the attempt counts. Then the link rate (the counters' last
 // link speed): a failed read or a rate not above 0 logs "(--/Retry), " and the same attempt
 // is taken again at once, neither counted nor followed by a wait, until a rate arrives or a
-// stop or re-evaluation request comes. Between attempts it waits RSSICollectInterval in
+// stop or re-evaluation request comes. (On the simulated notebook's virtual clock, where
+// time moves only while every thread waits, such retries hold simulated time still until a
+// stop or request arrives from outside.) Between attempts it waits RSSICollectInterval in
 // one-second steps, looking for a stop or a request after each step.
 //
 // A stop (keepRunning cleared) or a re-evaluation request ends the measurement early,

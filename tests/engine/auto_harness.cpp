@@ -113,6 +113,8 @@ std::string MakeTempDir() {
 }  // namespace
 
 int32_t RecordingWriter::WriteLogEntry(std::string_view line, uint8_t level) {
+  if (line.substr(0, 7) == "Sleep: ") ++sleepLines_;
+  if (!keep_) return 0;
   const int64_t at = clock_.now_ms();
   std::lock_guard<std::mutex> g(lock_);
   entries_.push_back({level, std::string(line), at});
@@ -150,18 +152,21 @@ Keys BaseKeys() {
   return k;
 }
 
-std::string ConfIni(const Keys& keys, const std::string& extraSections) {
+std::string TwoSwitchGpio() {
+  return "[Settings.AB12.GPIO]\n"
+         "Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\nSw_Aux_ID=1\n"
+         "Sw_Main_Main_X=1\nSw_Main_Main_Y=1\nSw_Main_Div_X=0\nSw_Main_Div_Y=0\n"
+         "Sw_Main_Off_X=1\nSw_Main_Off_Y=0\n"
+         "Sw_Aux_Main_X=1\nSw_Aux_Main_Y=1\nSw_Aux_Div_X=0\nSw_Aux_Div_Y=0\n"
+         "Sw_Aux_Off_X=1\nSw_Aux_Off_Y=0\n";
+}
+
+std::string ConfIni(const Keys& keys, const std::string& extraSections, const std::string& gpio) {
   Keys all = BaseKeys();
   for (const auto& [k, v] : keys) all[k] = v;
   std::string text = "[Version]\nTargetVersionMajor=2\nTargetVersionMinor=0\n\n[Settings.AB12]\n";
   for (const auto& [k, v] : all) text += k + "=" + v + "\n";
-  text +=
-      "\n[Settings.AB12.GPIO]\n"
-      "Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\nSw_Aux_ID=1\n"
-      "Sw_Main_Main_X=1\nSw_Main_Main_Y=1\nSw_Main_Div_X=0\nSw_Main_Div_Y=0\n"
-      "Sw_Main_Off_X=1\nSw_Main_Off_Y=0\n"
-      "Sw_Aux_Main_X=1\nSw_Aux_Main_Y=1\nSw_Aux_Div_X=0\nSw_Aux_Div_Y=0\n"
-      "Sw_Aux_Off_X=1\nSw_Aux_Off_Y=0\n";
+  text += "\n" + (gpio.empty() ? TwoSwitchGpio() : gpio);
   text += extraSections;
   return text;
 }
@@ -179,7 +184,8 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   registry_ = platform::make_state_dir_registry(dir_ + "/registry");
   console_ = std::make_unique<RecordingConsole>();
   size_t written = 0;
-  files_->write_text("Conf.ini", ConfIni(options.keys, options.extraSections), written);
+  files_->write_text("Conf.ini", ConfIni(options.keys, options.extraSections, options.gpio),
+                     written);
 
   nlohmann::json scenario = nlohmann::json::parse(kTestNotebook);
   scenario.merge_patch(nlohmann::json::parse(options.scenarioPatch));
@@ -189,7 +195,7 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   notebook_->clock().attach_current_thread();
 
   scripted_ = std::make_unique<ScriptedCounters>(notebook_->counters());
-  writer_ = std::make_unique<RecordingWriter>(notebook_->clock());
+  writer_ = std::make_unique<RecordingWriter>(notebook_->clock(), options.keepLog);
   consoleFlag_.store(options.consoleMode);
 
   platform_.clock = &notebook_->clock();
@@ -206,6 +212,7 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   platform_.crypto = crypto_.get();
   platform_.registry = registry_.get();
   worker_ = std::make_unique<AntennaSwitchWorkerObj>(platform_);
+  if (options.startNotebook) notebook_->start();
 }
 
 AutoHarness::~AutoHarness() {

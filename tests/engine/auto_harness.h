@@ -48,12 +48,16 @@ struct LogEntry {
 
 class RecordingWriter final : public log::LogEntryWriter {
  public:
-  explicit RecordingWriter(platform::Clock& clock) : clock_(clock) {}
+  RecordingWriter(platform::Clock& clock, bool keep) : clock_(clock), keep_(keep) {}
   int32_t WriteLogEntry(std::string_view line, uint8_t level) override;
   std::vector<LogEntry> Entries() const;
+  // Lines that begin with "Sleep: ", kept or not.
+  int SleepLines() const { return sleepLines_.load(); }
 
  private:
   platform::Clock& clock_;
+  const bool keep_;
+  std::atomic<int> sleepLines_{0};
   mutable std::mutex lock_;
   std::vector<LogEntry> entries_;
 };
@@ -65,9 +69,15 @@ using Keys = std::map<std::string, std::string>;
 // stabilisation wait, ten seconds between evaluations, growth after two stable passes.
 Keys BaseKeys();
 
+// The switch mapping of the notebook's two switches: ports "Main" and "Aux" with counter
+// letters A and B, switch IDs 0 and 1, "Main" on lines X 1 / Y 1, "Div" on 0 / 0 and "Off"
+// on 1 / 0.
+std::string TwoSwitchGpio();
+
 // The configuration file: "Version", "Settings.AB12" with `keys` (over BaseKeys), the
-// switch mapping of the two-switch board, and `extraSections` verbatim.
-std::string ConfIni(const Keys& keys, const std::string& extraSections = "");
+// switch mapping `gpio` (empty: TwoSwitchGpio), and `extraSections` verbatim.
+std::string ConfIni(const Keys& keys, const std::string& extraSections = "",
+                    const std::string& gpio = "");
 
 // Counters that pass everything to the notebook's but can hold the link speed at 0 and
 // call a hook on every collection (to stop or interrupt a measurement from inside).
@@ -91,6 +101,9 @@ struct HarnessOptions {
   std::string scenarioPatch = "{}";  // JSON merge patch over the test notebook
   bool consoleMode = false;
   bool scriptedCounters = false;  // put ScriptedCounters between the worker and the notebook
+  std::string gpio;               // the switch mapping section; empty: TwoSwitchGpio()
+  bool keepLog = true;            // false: only the "Sleep: " lines are counted
+  bool startNotebook = false;     // run the notebook's timeline and WLAN service
 };
 
 class AutoHarness {
@@ -130,6 +143,8 @@ class AutoHarness {
   int Count(uint8_t level, const std::string& text) const;
   // The values of the "Sleep: %d" lines, in order.
   std::vector<int> Sleeps() const;
+  // How many "Sleep: " lines were written (also without keepLog).
+  int SleepLines() const { return writer_->SleepLines(); }
   // Virtual time of the first entry at or after `fromMs` that contains `text`; -1 when
   // none. (Detail text gathers into one entry until an empty line ends it.)
   int64_t TimeOf(const std::string& text, int64_t fromMs = 0) const;

@@ -271,5 +271,33 @@ TEST(AutoModeLoop, SwitchesInNoModeAtTheEndOfAPassAreReportedAsIndeterminate) {
   h.scripted().onCollect = nullptr;
 }
 
+TEST(AutoModeLoop, FailedModeReadAtTheEndOfAPassIsReportedAndDefaultModeStandsForIt) {
+  HarnessOptions o;
+  o.scriptedCounters = true;
+  AutoHarness h(o);
+  ASSERT_EQ(h.Init(), 0);
+  // From the last sample of the first pass on (mode 4, at 7 s, once its switch number is
+  // read), the firmware answers no status request: the read at the end of the pass fails.
+  bool patched = false;
+  h.scripted().onCollect = [&](int) {
+    if (!patched && h.clock().now_ms() == 7000) {
+      patched = true;
+      Patch(h, R"({"firmware":{"statusFails":true}})");
+    }
+  };
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, kLimitMs));
+  h.worker().StopAndJoinAutoThreads();
+  h.scripted().onCollect = nullptr;
+  EXPECT_TRUE(patched);
+  EXPECT_NE(h.Text().find("Getting RSSI for mode 4: -60 (400.0M), -60 (400.0M), Avg: 400.0 Mbps\n"),
+            std::string::npos)
+      << h.Text();
+  // The failed read leaves no mode: both event lines, DefaultMode stands for the mode found.
+  EXPECT_EQ(h.Count(kLogWarning, "Error while getting current mode! \n"), 1);
+  EXPECT_EQ(h.Count(kLogInfo, "Current mode is indeterminate!\n"), 1);
+  EXPECT_EQ(h.Count(kLogInfo, "Determined mode: 3\n"), 1);
+}
+
 }  // namespace
 }  // namespace zaltor::engine::autotest
