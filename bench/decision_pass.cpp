@@ -19,21 +19,6 @@ namespace {
 constexpr int64_t kDayMs = 24LL * 60 * 60 * 1000;
 constexpr int kChangeEverySeconds = 180;
 
-std::string FourSwitchGpio() {
-  const char* ports[] = {"Main", "Aux", "Aux2", "Aux3"};
-  const char letters[] = {'A', 'B', 'C', 'D'};
-  std::string text = "[Settings.AB12.GPIO]\n";
-  for (int k = 0; k < 4; ++k) {
-    const std::string p = ports[k];
-    text += "Port_" + p + "_PCW=" + letters[k] + "\n";
-    text += "Sw_" + p + "_ID=" + std::to_string(k) + "\n";
-    text += "Sw_" + p + "_Main_X=1\nSw_" + p + "_Main_Y=1\n";
-    text += "Sw_" + p + "_Div_X=0\nSw_" + p + "_Div_Y=0\n";
-    text += "Sw_" + p + "_Off_X=1\nSw_" + p + "_Off_Y=0\n";
-  }
-  return text;
-}
-
 nlohmann::json Radio(int variant) {
   // A few radio situations the notebook moves between.
   static const int kMain[3][4] = {{-55, -70, -66, -60}, {-78, -62, -66, -60}, {-60, -58, -72, -65}};

@@ -15,7 +15,8 @@ constexpr int32_t kNoSignal = -95;
 // One RSSI sample of the mode set now: false when the antenna count or the readings cannot
 // be had, or when every antenna reads -95 (the mean would have no terms). An antenna
 // without a reading (a failed collection, or a fourth port, which has no counter) keeps the
-// preset -95 and is left out like a silent one.
+// preset -95 and is left out like a silent one, as the average RSSI of the control
+// interface does.
 bool ReadSample(AntennaSwitchWorkerObj& worker, int32_t modeIndex, int32_t& sample,
                 bool& anySilent) {
   if (!worker.initialised()) return false;
@@ -41,7 +42,8 @@ bool ReadSample(AntennaSwitchWorkerObj& worker, int32_t modeIndex, int32_t& samp
   if (terms == 0) return false;
   sample = static_cast<int32_t>(sum / terms);
 
-  for (int32_t p = 0; p < antennas; ++p) {
+  // Only ports with a counter were read; a fourth port keeps its absent value (-200).
+  for (int32_t p = 0; p < std::min(antennas, platform::kRssiPortSlots); ++p) {
     const int32_t row = (modeIndex >> p) & 1;
     worker.counters.StoreAutoSweep(row, p, values[static_cast<size_t>(p)]);
   }

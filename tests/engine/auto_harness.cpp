@@ -161,6 +161,21 @@ std::string TwoSwitchGpio() {
          "Sw_Aux_Off_X=1\nSw_Aux_Off_Y=0\n";
 }
 
+std::string FourSwitchGpio() {
+  const char* ports[] = {"Main", "Aux", "Aux2", "Aux3"};
+  const char letters[] = {'A', 'B', 'C', 'D'};
+  std::string text = "[Settings.AB12.GPIO]\n";
+  for (int k = 0; k < 4; ++k) {
+    const std::string p = ports[k];
+    text += "Port_" + p + "_PCW=" + letters[k] + "\n";
+    text += "Sw_" + p + "_ID=" + std::to_string(k) + "\n";
+    text += "Sw_" + p + "_Main_X=1\nSw_" + p + "_Main_Y=1\n";
+    text += "Sw_" + p + "_Div_X=0\nSw_" + p + "_Div_Y=0\n";
+    text += "Sw_" + p + "_Off_X=1\nSw_" + p + "_Off_Y=0\n";
+  }
+  return text;
+}
+
 std::string ConfIni(const Keys& keys, const std::string& extraSections, const std::string& gpio) {
   Keys all = BaseKeys();
   for (const auto& [k, v] : keys) all[k] = v;

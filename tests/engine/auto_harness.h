@@ -73,6 +73,9 @@ Keys BaseKeys();
 // letters A and B, switch IDs 0 and 1, "Main" on lines X 1 / Y 1, "Div" on 0 / 0 and "Off"
 // on 1 / 0.
 std::string TwoSwitchGpio();
+// The same for four switches: ports "Main", "Aux", "Aux2", "Aux3" with letters A to D and
+// switch IDs 0 to 3.
+std::string FourSwitchGpio();
 
 // The configuration file: "Version", "Settings.AB12" with `keys` (over BaseKeys), the
 // switch mapping `gpio` (empty: TwoSwitchGpio), and `extraSections` verbatim.

@@ -228,5 +228,29 @@ TEST_F(EngineMeasureMode, EachReadIsRecordedAsTheAutomaticSweepOfItsSwitchPositi
   EXPECT_EQ(sweep[0][1].load(), -200);
 }
 
+TEST_F(EngineMeasureMode, FourthAntennaHasNoCounterAndIsLeftOutOfMeanAndSweep) {
+  HarnessOptions o;
+  o.gpio = FourSwitchGpio();
+  o.scenarioPatch = R"({"firmware":{"switchCount":4,"lines":255},
+    "counters":{"A":0,"B":1,"C":2,"D":3},
+    "radio":{"rssi":[{"Main":-55,"Div":-62},{"Main":-70,"Div":-58},
+                     {"Main":-66,"Div":-61},{"Main":-40,"Div":-41}],
+             "rateMbps":[866.7,650,780,400,866.7,650,780,400,866.7,650,780,400,
+                         866.7,650,780,400]}})";
+  for (int m = 5; m <= 16; ++m) {
+    o.keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
+    o.keys["DisableMode_" + std::to_string(m)] = "0";
+  }
+  Start(std::move(o));
+  ASSERT_EQ(h_->worker().modeCount(), 16);
+  Measure(0);
+  // (-55 + -70 + -66) / 3 = -63.67 -> -63; the fourth port's -40 is never read.
+  EXPECT_NE(Log().find("*-63 (866.7M), *-63 (866.7M), Avg: 866.7 Mbps\n"), std::string::npos)
+      << Log();
+  const auto& sweep = h_->worker().state.counters.auto_sweep;
+  EXPECT_EQ(sweep[0][2].load(), -66);
+  EXPECT_EQ(sweep[0][3].load(), -200);
+}
+
 }  // namespace
 }  // namespace zaltor::engine::autotest
