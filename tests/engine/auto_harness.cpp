@@ -1,7 +1,7 @@
 #include "engine/auto_harness.h"
 
-#include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <regex>
 #include <stdexcept>
 
@@ -104,10 +104,16 @@ class ScriptedQuery final : public platform::CounterQuery {
   platform::CounterId linkSpeed_ = 0;
 };
 
+// A new directory of its own under the system's temporary directory.
 std::string MakeTempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "zaltor-auto-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  return pattern;
+  std::random_device random;
+  for (int tries = 0; tries < 100; ++tries) {
+    const auto dir = std::filesystem::temp_directory_path() /
+                     ("zaltor-auto-" + std::to_string(random()) + std::to_string(random()));
+    std::error_code ec;
+    if (std::filesystem::create_directory(dir, ec)) return dir.string();
+  }
+  throw std::runtime_error("no temporary directory could be made");
 }
 
 }  // namespace
