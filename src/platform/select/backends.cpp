@@ -107,6 +107,7 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   Platform& p = b->platform_;
 
 #if defined(_WIN32)
+  (void)p;
   error = "the Windows operating-system backends are not part of this build yet";
   return nullptr;
 #else
