@@ -32,8 +32,10 @@ function(zaltor_test name dir)
   endif()
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/src)
-  target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest_main GTest::gmock zaltor_options)
+  # zaltor_test_support carries main(), which sets ZALTOR_TEST_SOURCE_DIR and
+  # ZALTOR_TEST_BIN_DIR for the tests.
+  target_link_libraries(${name} PRIVATE ${ARGN} zaltor_test_support GTest::gtest GTest::gmock
+    zaltor_options)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS ${name}
-    ENVIRONMENT "ZALTOR_TEST_SOURCE_DIR=${CMAKE_SOURCE_DIR};ZALTOR_TEST_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
+    PROPERTIES LABELS ${name})
 endfunction()

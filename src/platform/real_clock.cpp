@@ -117,6 +117,8 @@ class RealClock final : public Clock {
 
 }  // namespace
 
-std::unique_ptr<Clock> make_real_clock() { return std::make_unique<RealClock>(); }
+std::unique_ptr<Clock> make_real_clock() {
+  return std::make_unique<RealClock>();
+}
 
 }  // namespace zaltor::platform

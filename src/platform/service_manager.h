@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/system_errors.h"
+
 namespace zaltor::platform {
 
 // Service states, as the manager numbers them.
@@ -51,9 +53,6 @@ inline constexpr uint32_t kServiceDemandStart = 3;
 inline constexpr uint32_t kServiceErrorNormal = 1;
 
 // Win32 error codes the manager answers with.
-inline constexpr uint32_t kErrorAccessDenied = 5;
-inline constexpr uint32_t kErrorInvalidHandle = 6;
-inline constexpr uint32_t kErrorInvalidParameter = 87;
 inline constexpr uint32_t kErrorServiceAlreadyRunning = 1056;
 inline constexpr uint32_t kErrorServiceDoesNotExist = 1060;
 inline constexpr uint32_t kErrorServiceCannotAcceptControl = 1061;

@@ -68,8 +68,7 @@ class SignalCounters {
   void StoreAutoSweep(int32_t row, int32_t port, int32_t rssi);
 
  private:
-  // Reads `count` counters into values; returns false when a value could not be formatted
-  // (ReadRssi's contract, with the status in `status`).
+  // ReadRssi without the readiness check: collect, then format at most three counters.
   Status ReadInto(int32_t count, int32_t* values);
   // One attempt of a sweep: fails when not ready, no ports, or a formatting failure.
   bool SweepAttempt(int32_t ports, int32_t* values);

@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
     antennactl::print_usage();
     return 2;
   }
-  if (std::strcmp(argv[1], "config") == 0) return antennactl::run_config_command(argc - 1, argv + 1);
+  if (std::strcmp(argv[1], "config") == 0)
+    return antennactl::run_config_command(argc - 1, argv + 1);
   return antennactl::run_control_command(argc - 1, argv + 1);
 }

@@ -1,7 +1,6 @@
 #pragma once
-// The Linux backends of the operating-system seams: files, INI profiles, cryptography
-// (OpenSSL), the registry substitute under ZALTOR_STATE_DIR, the console, the thread pool,
-// the system log and systemd.
+// The Linux backends of the operating-system seams: console, thread pool, system log,
+// systemd, files, INI profiles, cryptography (OpenSSL) and the registry substitute.
 
 #include <memory>
 #include <string>
@@ -17,15 +16,6 @@
 #include "platform/thread_pool.h"
 
 namespace zaltor::platform {
-
-// Files on a POSIX file system (text mode writes line feeds as they are).
-std::unique_ptr<FileSystem> make_posix_file_system();
-std::unique_ptr<ProfileReader> make_ini_profile_reader();
-std::unique_ptr<Crypto> make_openssl_crypto();
-// The registry substitute rooted at ZALTOR_STATE_DIR (default /var/lib/zaltor-multiantenna).
-std::unique_ptr<Registry> make_state_dir_registry();
-// The same rooted at `root`.
-std::unique_ptr<Registry> make_state_dir_registry(const std::string& root);
 
 // Standard output, written through at once (every text is flushed).
 std::unique_ptr<Console> make_stdout_console();
@@ -69,5 +59,14 @@ struct SystemdOptions {
 // by systemd for a Type=notify service.
 SystemdOptions systemd_options_from_environment();
 std::unique_ptr<ServiceManager> make_systemd_service_manager(Clock& clock, SystemdOptions options);
+
+// Files on a POSIX file system (text mode writes line feeds as they are).
+std::unique_ptr<FileSystem> make_posix_file_system();
+std::unique_ptr<ProfileReader> make_ini_profile_reader();
+std::unique_ptr<Crypto> make_openssl_crypto();
+// The registry substitute rooted at ZALTOR_STATE_DIR (default /var/lib/zaltor-multiantenna).
+std::unique_ptr<Registry> make_state_dir_registry();
+// The same rooted at `root`.
+std::unique_ptr<Registry> make_state_dir_registry(const std::string& root);
 
 }  // namespace zaltor::platform

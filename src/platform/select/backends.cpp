@@ -1,9 +1,11 @@
-// Chooses the backends at start-up from the environment: the notebook's hardware and
-// clock (simulated on Linux) and the operating system's facilities, one line per seam.
+// Chooses the backends at start-up from the environment, one line per seam.
 //
-// With the simulated notebook the calling thread stays attached to the notebook's clock,
-// so that in virtual time nothing of the notebook runs ahead while the service starts;
-// the service steps out of the clock (ClockAbsence) while it blocks outside it.
+// ZALTOR_PLATFORM=sim (the default, and the only choice on Linux) runs on the simulated
+// notebook described by ZALTOR_SIM_SCENARIO (or the built-in scenario): its clock and its
+// hardware; the operating system's own facilities stay real. With the simulated notebook
+// the calling thread stays attached to the notebook's clock, so that in virtual time
+// nothing of the notebook runs ahead while the service starts; the service steps out of
+// the clock (ClockAbsence) while it blocks outside it.
 #include "platform/select/backends.h"
 
 #include <cstdio>
@@ -17,6 +19,7 @@
 
 #ifndef _WIN32
 #include "platform/posix/posix_backends.h"
+#include "platform/posix/socket_rpc_runtime.h"
 #endif
 
 namespace zaltor::platform {
@@ -27,30 +30,16 @@ std::string env(const char* name) {
   return v != nullptr ? v : "";
 }
 
-class SimBackends final : public Backends {
+class OwnedBackends final : public Backends {
  public:
-  explicit SimBackends(std::unique_ptr<sim::SimNotebook> notebook)
-      : notebook_(std::move(notebook)) {
-    platform_.clock = &notebook_->clock();
-    platform_.control_device = &notebook_->control_device();
-    platform_.board = &notebook_->board();
-    platform_.devices = &notebook_->devices();
-    platform_.wlan = &notebook_->wlan();
-    platform_.counters = &notebook_->counters();
-    platform_.system_events = &notebook_->system_events();
-    // Until the service sets its own: end the process as a finished run does.
-    notebook_->set_stop_hook([] {
-      std::fflush(nullptr);
-      std::_Exit(0);
-    });
-  }
-  // Later backends may use earlier ones (the clock first): release them in reverse.
-  ~SimBackends() override {
+  // Later backends use earlier ones (the notebook and its clock first): release them in
+  // reverse order.
+  ~OwnedBackends() override {
     while (!owned_.empty()) owned_.pop_back();
   }
   Platform& platform() override { return platform_; }
   void set_simulation_end_hook(std::function<void()> hook) override {
-    notebook_->set_stop_hook(std::move(hook));
+    if (notebook_ != nullptr) notebook_->set_stop_hook(std::move(hook));
   }
 
   // Keeps `backend` for the life of the process's backends and returns it.
@@ -61,7 +50,24 @@ class SimBackends final : public Backends {
     return raw;
   }
 
-  void start() {
+  void use_notebook(std::unique_ptr<sim::SimNotebook> notebook) {
+    notebook_ = keep(std::move(notebook));
+    Platform& p = platform_;
+    p.clock = &notebook_->clock();
+    p.control_device = &notebook_->control_device();
+    p.board = &notebook_->board();
+    p.devices = &notebook_->devices();
+    p.wlan = &notebook_->wlan();
+    p.counters = &notebook_->counters();
+    p.system_events = &notebook_->system_events();
+    // Until the service sets its own: end the process as a finished run does.
+    notebook_->set_stop_hook([] {
+      std::fflush(nullptr);
+      std::_Exit(0);
+    });
+  }
+
+  void start_notebook() {
     notebook_->clock().attach_current_thread();
     notebook_->start();
   }
@@ -69,8 +75,8 @@ class SimBackends final : public Backends {
   Platform platform_;
 
  private:
-  std::unique_ptr<sim::SimNotebook> notebook_;
   std::vector<std::shared_ptr<void>> owned_;
+  sim::SimNotebook* notebook_ = nullptr;
 };
 
 }  // namespace
@@ -93,11 +99,18 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
     error = "ZALTOR_PLATFORM=" + name + ": unknown platform (this build offers sim)";
     return nullptr;
   }
+
+  auto b = std::make_unique<OwnedBackends>();
   auto notebook = sim::make_sim_notebook(env("ZALTOR_SIM_SCENARIO"), error);
   if (!notebook) return nullptr;
-  auto b = std::make_unique<SimBackends>(std::move(notebook));
-#ifndef _WIN32
+  b->use_notebook(std::move(notebook));
   Platform& p = b->platform_;
+
+#if defined(_WIN32)
+  (void)p;
+  error = "the Windows operating-system backends are not part of this build yet";
+  return nullptr;
+#else
   p.console = b->keep(make_stdout_console());
   p.files = b->keep(make_posix_file_system());
   p.profiles = b->keep(make_ini_profile_reader());
@@ -106,9 +119,10 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   p.services = b->keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
   p.thread_pool = b->keep(make_thread_pool(*p.clock));
   p.event_trace = b->keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
-#endif
-  b->start();
+  p.rpc = b->keep(make_socket_rpc_runtime(*p.clock));
+  b->start_notebook();
   return b;
+#endif
 }
 
 }  // namespace zaltor::platform

@@ -1,0 +1,70 @@
+#pragma once
+// Frames of the control interface on the local stream socket (docs/control-wire-format.md).
+// Every integer is little-endian. A frame is a u32 length of the body that follows, then:
+//   request body: u32 call id, u32 procedure number, the procedure's in parameters (NDR);
+//   reply body:   u32 call id, u32 fault (0 = the call completed), then, only when the call
+//                 completed, the procedure's out parameters (NDR).
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/rpc_runtime.h"
+
+namespace zaltor::platform::wire {
+
+inline constexpr size_t kLengthBytes = 4;
+inline constexpr size_t kContextBytes = 20;
+// The largest request body: call id, procedure, a context and four longs would be 44.
+inline constexpr uint32_t kMaxRequestBody = 64;
+// The largest reply body: call id, fault, status, count and 4096 longs.
+inline constexpr uint32_t kMaxReplyBody = 16 + 4 * 4096;
+
+class Writer {
+ public:
+  void u32(uint32_t v);
+  void i32(int32_t v) { u32(static_cast<uint32_t>(v)); }
+  void context(const ContextHandleWire& c);
+  std::vector<uint8_t>& bytes() { return b_; }
+  // Prepends the length of what was written: the frame to send.
+  std::vector<uint8_t> frame() const;
+
+ private:
+  std::vector<uint8_t> b_;
+};
+
+class Reader {
+ public:
+  Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
+  bool u32(uint32_t& v);
+  bool i32(int32_t& v);
+  bool context(ContextHandleWire& c);
+  bool at_end() const { return p_ == end_; }
+  size_t left() const { return static_cast<size_t>(end_ - p_); }
+
+ private:
+  const uint8_t* p_;
+  const uint8_t* end_;
+};
+
+uint32_t load_u32(const uint8_t* p);
+
+// The exact request body size of a procedure (call id and procedure number included), or 0
+// for an unknown procedure.
+size_t request_body_size(uint32_t procedure);
+
+// The body of a request (call id, procedure, then the in parameters).
+struct Request {
+  uint32_t call_id = 0;
+  uint32_t procedure = 0;
+  ContextHandleWire context;
+  int32_t command = 0;
+  int32_t a = 0;  // argument, first argument or count
+  int32_t b = 0;  // second argument
+};
+
+std::vector<uint8_t> encode_request(const Request& r);
+
+}  // namespace zaltor::platform::wire

@@ -1,0 +1,220 @@
+// The control interface's client on Linux: one connection to the endpoint's abstract local
+// socket, one call at a time (calls of several threads take turns).
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+
+#include "platform/control_client.h"
+#include "platform/posix/control_wire.h"
+
+namespace zaltor::platform {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+class SocketControlClient final : public ControlClient {
+ public:
+  SocketControlClient(int fd, int timeout_ms) : fd_(fd), timeout_ms_(timeout_ms) {}
+  ~SocketControlClient() override { ::close(fd_); }
+  SocketControlClient(const SocketControlClient&) = delete;
+  SocketControlClient& operator=(const SocketControlClient&) = delete;
+
+  uint32_t open_context(ContextHandleWire& context) override {
+    wire::Request r;
+    r.procedure = 0;
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    ContextHandleWire c;
+    if (!in.context(c) || !in.at_end()) return kRpcProtocolError;
+    context = c;
+    return 0;
+  }
+
+  uint32_t close_context(ContextHandleWire& context) override {
+    wire::Request r;
+    r.procedure = 1;
+    r.context = context;
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    ContextHandleWire c;
+    if (!in.context(c) || !in.at_end()) return kRpcProtocolError;
+    context = c;
+    return 0;
+  }
+
+  uint32_t query_value(const ContextHandleWire& context, int32_t command, int32_t& status,
+                       int32_t& value) override {
+    return two_longs(2, context, command, 0, status, value);
+  }
+
+  uint32_t query_indexed_value(const ContextHandleWire& context, int32_t command, int32_t argument,
+                               int32_t& status, int32_t& value) override {
+    return two_longs(3, context, command, argument, status, value);
+  }
+
+  uint32_t set_value(const ContextHandleWire& context, int32_t command, int32_t argument,
+                     int32_t& status) override {
+    return one_long(4, context, command, argument, 0, status);
+  }
+
+  uint32_t set_paired_value(const ContextHandleWire& context, int32_t command, int32_t first,
+                            int32_t second, int32_t& status) override {
+    return one_long(5, context, command, first, second, status);
+  }
+
+  uint32_t query_array(const ContextHandleWire& context, int32_t command, int32_t count,
+                       int32_t& status, std::vector<int32_t>& values) override {
+    wire::Request r{0, 6, context, command, count, 0};
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    int32_t s = 0;
+    uint32_t n = 0;
+    if (!in.i32(s) || !in.u32(n) || n != static_cast<uint32_t>(count) || in.left() != 4ull * n) {
+      return kRpcProtocolError;
+    }
+    std::vector<int32_t> v(n);
+    for (int32_t& x : v) in.i32(x);
+    status = s;
+    values = std::move(v);
+    return 0;
+  }
+
+ private:
+  uint32_t two_longs(uint32_t proc, const ContextHandleWire& context, int32_t command,
+                     int32_t argument, int32_t& status, int32_t& value) {
+    wire::Request r{0, proc, context, command, argument, 0};
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    int32_t s = 0, v = 0;
+    if (!in.i32(s) || !in.i32(v) || !in.at_end()) return kRpcProtocolError;
+    status = s;
+    value = v;
+    return 0;
+  }
+
+  uint32_t one_long(uint32_t proc, const ContextHandleWire& context, int32_t command, int32_t a,
+                    int32_t b, int32_t& status) {
+    wire::Request r{0, proc, context, command, a, b};
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    int32_t s = 0;
+    if (!in.i32(s) || !in.at_end()) return kRpcProtocolError;
+    status = s;
+    return 0;
+  }
+
+  // Sends one request and waits for the reply with its call id. Answers 0 with the out
+  // parameters in `out`, the fault code of a fault reply, or the reason the call failed.
+  uint32_t call(wire::Request r, std::vector<uint8_t>& out) {
+    std::lock_guard<std::mutex> g(m_);
+    if (broken_) return kRpcCallFailed;
+    r.call_id = ++next_call_id_;
+    const auto deadline = SteadyClock::now() + std::chrono::milliseconds(timeout_ms_);
+    const std::vector<uint8_t> frame = wire::encode_request(r);
+    size_t off = 0;
+    while (off < frame.size()) {
+      if (!wait_for(POLLOUT, deadline)) return kErrorTimeout;
+      const ssize_t n = ::send(fd_, frame.data() + off, frame.size() - off, MSG_NOSIGNAL);
+      if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+      if (n <= 0) return fail(kRpcCallFailed);
+      off += static_cast<size_t>(n);
+    }
+    for (;;) {
+      uint8_t head[4];
+      if (const uint32_t e = read_exact(head, 4, deadline); e != 0) return e;
+      const uint32_t len = wire::load_u32(head);
+      if (len < 8 || len > wire::kMaxReplyBody) return fail(kRpcProtocolError);
+      std::vector<uint8_t> body(len);
+      if (const uint32_t e = read_exact(body.data(), len, deadline); e != 0) return e;
+      const uint32_t id = wire::load_u32(body.data());
+      const uint32_t fault = wire::load_u32(body.data() + 4);
+      if (id == 0 && fault != 0) return fail(fault);  // the server refused the stream
+      if (id != r.call_id) continue;                  // the late reply of a timed-out call
+      if (fault != 0) return fault;
+      out.assign(body.begin() + 8, body.end());
+      return 0;
+    }
+  }
+
+  uint32_t fail(uint32_t code) {
+    broken_ = true;
+    return code;
+  }
+
+  bool wait_for(short events, SteadyClock::time_point deadline) {
+    for (;;) {
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - SteadyClock::now())
+              .count();
+      if (left <= 0) return false;
+      pollfd p{fd_, events, 0};
+      const int n = ::poll(&p, 1, static_cast<int>(left));
+      if (n > 0) return true;
+      if (n < 0 && errno != EINTR) return true;  // let the I/O call report it
+    }
+  }
+
+  uint32_t read_exact(uint8_t* p, size_t n, SteadyClock::time_point deadline) {
+    size_t got = 0;
+    while (got < n) {
+      // A timeout mid-frame leaves the stream unusable; between frames it does not.
+      if (!wait_for(POLLIN, deadline)) return got == 0 ? kErrorTimeout : fail(kErrorTimeout);
+      const ssize_t k = ::recv(fd_, p + got, n - got, MSG_DONTWAIT);
+      if (k < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+      if (k <= 0) return fail(kRpcCallFailed);
+      got += static_cast<size_t>(k);
+    }
+    return 0;
+  }
+
+  std::mutex m_;
+  const int fd_;
+  const int timeout_ms_;
+  uint32_t next_call_id_ = 0;
+  bool broken_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<ControlClient> connect_control_client(const std::string& endpoint, int timeout_ms,
+                                                      uint32_t& error) {
+  sockaddr_un addr{};
+  if (endpoint.empty() || endpoint.size() + 1 > sizeof addr.sun_path) {
+    error = kRpcServerUnavailable;
+    return nullptr;
+  }
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    error = kRpcServerUnavailable;
+    return nullptr;
+  }
+  timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);  // bounds a blocking connect
+  addr.sun_family = AF_UNIX;
+  std::memcpy(addr.sun_path + 1, endpoint.data(), endpoint.size());
+  const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + endpoint.size());
+  int rc = 0;
+  do {
+    rc = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len);
+  } while (rc != 0 && errno == EINTR);
+  if (rc != 0) {
+    ::close(fd);
+    error = kRpcServerUnavailable;
+    return nullptr;
+  }
+  error = 0;
+  return std::make_unique<SocketControlClient>(fd, timeout_ms);
+}
+
+}  // namespace zaltor::platform

@@ -1,0 +1,71 @@
+#pragma once
+// Identity, names and numbers of the control interface (see zaltor_antenna.idl).
+
+#include <cstdint>
+#include <string>
+
+#include "platform/rpc_runtime.h"
+
+namespace zaltor::rpc {
+
+// ae229564-9584-4672-9b40-ad8fd80f75ba, version 1.0.
+extern const platform::RpcInterfaceId kControlInterface;
+// NDR transfer syntax 8a885d04-1ceb-11c9-9fe8-08002b104860, version 2.0.
+extern const platform::RpcInterfaceId kNdrTransferSyntax;
+
+inline constexpr const char* kProtocolSequence = "ncalrpc";
+inline constexpr const char* kDefaultEndpoint = "ZaltorMultiAntennaRpcEndpoint";
+inline constexpr const char* kEndpointEnvironment = "ZALTOR_RPC_ENDPOINT";
+inline constexpr const char* kCompanionPackageFamily = "Zaltor.antennaSwitch_k3d9wq2v8xhna";
+
+inline constexpr uint32_t kProtseqMaxCalls = 10;
+inline constexpr uint32_t kInterfaceFlags =
+    platform::kRpcIfAutolisten | platform::kRpcIfAllowLocalOnly;  // 0x21
+inline constexpr uint32_t kMaxConcurrentCalls = 1234;
+inline constexpr uint32_t kMinCallThreads = 1;
+inline constexpr int64_t kEndpointRetryMs = 5000;
+
+// Procedure numbers.
+enum Procedure : uint32_t {
+  kOpenControlContext = 0,
+  kCloseControlContext = 1,
+  kQueryValue = 2,
+  kQueryIndexedValue = 3,
+  kSetValue = 4,
+  kSetPairedValue = 5,
+  kQueryArray = 6,
+  kProcedureCount = 7,
+};
+
+// Command codes; the high nibble of the second byte names the procedure group.
+enum Command : int32_t {
+  kGetSwitchNumber = 0x1001,
+  kGetReserved = 0x1002,
+  kGetAverageRssi = 0x1003,
+  kGetUserMode = 0x1004,
+  kGetSwitchCount = 0x1005,
+  kGetModeCount = 0x1006,
+  kGetRssiPaRequested = 0x1007,
+  kGetCurrentMode = 0x1008,
+  kGetAutoState = 0x1009,
+  kGetSwitchPosition = 0x2001,
+  kGetControlBit = 0x2002,
+  kSetUserMode = 0x3001,
+  kSetSwitchPosition = 0x4001,
+  kSetControlBit = 0x4002,
+  kGetRssiAllPorts = 0x5001,
+  kGetRssiCurrentMode = 0x5002,
+};
+
+// Largest element count a QueryArray call may ask for (the runtime refuses more).
+inline constexpr int32_t kMaxArrayCount = 4096;
+
+// The endpoint name: ZALTOR_RPC_ENDPOINT when set and not empty, else the default.
+std::string endpoint_name_from_environment();
+
+// The procedure name by number ("QueryValue"), or nullptr.
+const char* procedure_name(uint32_t procedure);
+// The procedure number by name (case-sensitive); false when there is none.
+bool procedure_by_name(const std::string& name, uint32_t& procedure);
+
+}  // namespace zaltor::rpc
