@@ -41,8 +41,8 @@ struct ConfigSettings {
   int32_t DeterminatorMode = 0;
 
   // Derived while loading.
-  int32_t MaxRSSICollectCount = 0;            // largest RSSICollectCount of the enabled sets
-  PerSet<int32_t> CurrentSleepInterval{};     // starts at BaseSleepIntervalBetweenEval
+  int32_t MaxRSSICollectCount = 0;         // largest RSSICollectCount of the enabled sets
+  PerSet<int32_t> CurrentSleepInterval{};  // starts at BaseSleepIntervalBetweenEval
 };
 
 // Config sets the engine selects.

@@ -10,12 +10,12 @@ using Status = uint32_t;
 
 enum : Status {
   SWITCH_OK = 0,
-  SWITCH_ERR_NOT_READY = 2,       // worker not initialised
-  SWITCH_ERR_NOT_PRESENT = 3,     // status word bit 16 clear; unsupported device
-  SWITCH_ERR_STATUS_IO = 4,       // status request failed
-  SWITCH_ERR_CTRL_REJECTED = 5,   // control method answered other than 1
-  SWITCH_ERR_CTRL_IO = 6,         // control request failed
-  SWITCH_ERR_VERIFY = 7,          // read-back differs from what was written
+  SWITCH_ERR_NOT_READY = 2,      // worker not initialised
+  SWITCH_ERR_NOT_PRESENT = 3,    // status word bit 16 clear; unsupported device
+  SWITCH_ERR_STATUS_IO = 4,      // status request failed
+  SWITCH_ERR_CTRL_REJECTED = 5,  // control method answered other than 1
+  SWITCH_ERR_CTRL_IO = 6,        // control request failed
+  SWITCH_ERR_VERIFY = 7,         // read-back differs from what was written
   STATUS_WLAN_NOT_OPENED = 8,
   STATUS_NO_WIFI_INTERFACE = 11,
   STATUS_COUNTER_COLLECT = 17,

@@ -20,8 +20,9 @@ inline constexpr std::array<const char*, kPositionCount> kPositionNames = {"Main
 enum SwitchPosition : int32_t { kPositionMain = 0, kPositionDiv = 1, kPositionOff = 2 };
 
 struct SwitchTable {
-  std::array<char, kMaxPorts> pcw{};                // counter letter; 0 when none
-  std::array<std::string, kMaxPorts> counter_path;  // "\Intel-Wifi- Rssi Per Antenna\Rssi Antenna %c"
+  std::array<char, kMaxPorts> pcw{};  // counter letter; 0 when none
+  std::array<std::string, kMaxPorts>
+      counter_path;  // "\Intel-Wifi- Rssi Per Antenna\Rssi Antenna %c"
   std::array<int32_t, kMaxPorts> switch_id{0, 1, 2, 3};
   // positions[port][position] = {X, Y}; 0 or 1 is a line level, -1 not driven.
   std::array<std::array<std::array<int32_t, 2>, kPositionCount>, kMaxPorts> positions{{

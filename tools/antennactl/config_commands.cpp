@@ -1,13 +1,280 @@
-// Configuration commands of antennactl: not built yet.
+// Configuration commands of antennactl: encrypt and decrypt configuration files with the
+// service's key, and check a file by loading it exactly as the service would.
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
 
 #include "antennactl/commands.h"
+#include "config/config_crypt.h"
+#include "config/config_loader.h"
+#include "config/config_report.h"
+#include "platform/log.h"
+
+#if !defined(_WIN32)
+#include "platform/posix/posix_backends.h"
+#endif
 
 namespace antennactl {
+namespace {
 
-int run_config_command(int, char**) {
-  std::fprintf(stderr, "antennactl: the config commands are not available in this build\n");
-  return 2;
+constexpr int kExitDone = 0;
+constexpr int kExitRefused = 1;
+constexpr int kExitUsage = 2;
+
+void config_usage() {
+  std::fprintf(stderr,
+               "usage: antennactl config encrypt PLAIN.ini OUT.bin\n"
+               "       antennactl config decrypt CIPHER.bin OUT.ini\n"
+               "       antennactl config check FILE --model NAME --switches N\n");
+}
+
+bool read_file(const std::string& path, std::vector<uint8_t>& data) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return !in.bad();
+}
+
+bool write_file(const std::string& path, const std::vector<uint8_t>& data) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out) return false;
+  out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+  return static_cast<bool>(out);
+}
+
+// Plain configuration text holds no control characters other than tab, CR, LF and ^Z and is
+// valid UTF-8; a ciphertext practically never is.
+bool looks_like_text(const std::vector<uint8_t>& data) {
+  size_t i = 0;
+  while (i < data.size()) {
+    const uint8_t b = data[i];
+    if (b < 0x20 && b != '\t' && b != '\r' && b != '\n' && b != 0x1a) return false;
+    if (b == 0x7f) return false;
+    size_t extra = 0;
+    if (b >= 0xF0 && b < 0xF5) {
+      extra = 3;
+    } else if (b >= 0xE0 && b < 0xF0) {
+      extra = 2;
+    } else if (b >= 0xC2 && b < 0xE0) {
+      extra = 1;
+    } else if (b >= 0x80) {
+      return false;
+    }
+    for (size_t k = 1; k <= extra; ++k) {
+      if (i + k >= data.size() || (data[i + k] & 0xC0) != 0x80) return false;
+    }
+    i += extra + 1;
+  }
+  return true;
+}
+
+class StdoutConsole final : public zaltor::Console {
+ public:
+  void write(std::string_view text) override { std::fwrite(text.data(), 1, text.size(), stdout); }
+};
+
+class StderrConsole final : public zaltor::Console {
+ public:
+  void write(std::string_view text) override { std::fwrite(text.data(), 1, text.size(), stderr); }
+};
+
+// Log lines as the service echoes them in console mode: "LEVEL: text".
+class PrintingLog final : public zaltor::Log {
+ public:
+  void vwrite(uint8_t level, const char* fmt, va_list ap) override {
+    const std::string text = zaltor::vformat(fmt, ap);
+    std::printf("%u: %s", static_cast<unsigned>(level), text.c_str());
+  }
+};
+
+#if !defined(_WIN32)
+
+// The posix file system with the program directory moved to a scratch directory, so that
+// the loader finds the checked file where the service would find its own.
+class ScratchDirectoryFiles final : public zaltor::platform::FileSystem {
+ public:
+  ScratchDirectoryFiles(zaltor::platform::FileSystem& inner, std::string dir)
+      : inner_(inner), dir_(std::move(dir)) {}
+  uint32_t program_directory(std::string& dir) override {
+    dir = dir_;
+    return 0;
+  }
+  std::string join(const std::string& d, const std::string& n) override {
+    return inner_.join(d, n);
+  }
+  bool exists(const std::string& p) override { return inner_.exists(p); }
+  uint32_t remove(const std::string& p) override { return inner_.remove(p); }
+  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
+    return inner_.read_binary(p, d, s);
+  }
+  int write_text(const std::string& p, std::string_view t, size_t& w) override {
+    return inner_.write_text(p, t, w);
+  }
+  int append_utf8_text(const std::string& p, std::string_view t) override {
+    return inner_.append_utf8_text(p, t);
+  }
+  int read_utf8_text(const std::string& p, std::string& t) override {
+    return inner_.read_utf8_text(p, t);
+  }
+
+ private:
+  zaltor::platform::FileSystem& inner_;
+  std::string dir_;
+};
+
+int encrypt_command(const std::string& in_path, const std::string& out_path) {
+  std::vector<uint8_t> plain;
+  if (!read_file(in_path, plain)) {
+    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", in_path.c_str(), std::strerror(errno));
+    return kExitRefused;
+  }
+  auto crypto = zaltor::platform::make_openssl_crypto();
+  std::vector<uint8_t> cipher;
+  const uint32_t st = zaltor::config::encrypt_config_bytes(*crypto, plain, cipher);
+  if (st != 0) {
+    std::fprintf(stderr, "antennactl: encryption failed with 0x%x\n", st);
+    return kExitRefused;
+  }
+  if (!write_file(out_path, cipher)) {
+    std::fprintf(stderr, "antennactl: cannot write %s\n", out_path.c_str());
+    return kExitRefused;
+  }
+  return kExitDone;
+}
+
+int decrypt_command(const std::string& in_path, const std::string& out_path) {
+  std::vector<uint8_t> cipher;
+  if (!read_file(in_path, cipher)) {
+    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", in_path.c_str(), std::strerror(errno));
+    return kExitRefused;
+  }
+  auto crypto = zaltor::platform::make_openssl_crypto();
+  StderrConsole console;
+  std::vector<uint8_t> plain;
+  if (!zaltor::config::decrypt_config_bytes(*crypto, console, cipher, plain)) {
+    std::fprintf(stderr, "antennactl: %s is not a configuration encrypted with this build's key\n",
+                 in_path.c_str());
+    return kExitRefused;
+  }
+  if (!write_file(out_path, plain)) {
+    std::fprintf(stderr, "antennactl: cannot write %s\n", out_path.c_str());
+    return kExitRefused;
+  }
+  return kExitDone;
+}
+
+std::filesystem::path make_scratch_directory() {
+  std::random_device rd;
+  const auto base = std::filesystem::temp_directory_path();
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const auto dir = base / ("antennactl-check-" + std::to_string(rd()));
+    std::error_code ec;
+    if (std::filesystem::create_directory(dir, ec)) return dir;
+  }
+  return {};
+}
+
+int check_command(const std::string& path, const std::string& model, int switches) {
+  std::vector<uint8_t> data;
+  if (!read_file(path, data)) {
+    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", path.c_str(), std::strerror(errno));
+    return kExitRefused;
+  }
+  const bool plain = looks_like_text(data);
+  const std::filesystem::path dir = make_scratch_directory();
+  if (dir.empty()) {
+    std::fprintf(stderr, "antennactl: cannot create a scratch directory\n");
+    return kExitRefused;
+  }
+  const char* name = plain ? zaltor::config::kPlainFileName : zaltor::config::kCipherFileName;
+  std::printf("Checking %s as %s configuration for model %s with %d switches\n", path.c_str(),
+              plain ? "a plain" : "an encrypted", model.c_str(), switches);
+  int exit_code = kExitRefused;
+  if (!write_file((dir / name).string(), data)) {
+    std::fprintf(stderr, "antennactl: cannot write the scratch copy of %s\n", path.c_str());
+  } else {
+    auto real_files = zaltor::platform::make_posix_file_system();
+    ScratchDirectoryFiles files(*real_files, dir.string());
+    auto profiles = zaltor::platform::make_ini_profile_reader();
+    auto crypto = zaltor::platform::make_openssl_crypto();
+    PrintingLog log;
+    StdoutConsole console;
+    zaltor::config::LoadContext ctx;
+    ctx.files = &files;
+    ctx.profiles = profiles.get();
+    ctx.crypto = crypto.get();
+    ctx.log = &log;
+    ctx.console = &console;
+    zaltor::config::Configuration cfg;
+    const zaltor::Status st = zaltor::config::load_configuration(ctx, model, switches, cfg);
+    if (st == zaltor::SWITCH_OK) {
+      zaltor::config::write_config_report(log, cfg, 1u << switches, switches);
+      std::printf("Configuration accepted (result 0)\n");
+      exit_code = kExitDone;
+    } else {
+      std::printf("Configuration refused (result %u)\n", static_cast<unsigned>(st));
+    }
+  }
+  std::error_code ec;
+  std::filesystem::remove_all(dir, ec);
+  return exit_code;
+}
+
+#endif
+
+}  // namespace
+
+int run_config_command(int argc, char** argv) {
+  if (argc < 2) {
+    config_usage();
+    return kExitUsage;
+  }
+  const std::string verb = argv[1];
+#if defined(_WIN32)
+  std::fprintf(stderr, "antennactl: the config commands are not available in this build yet\n");
+  return kExitUsage;
+#else
+  if ((verb == "encrypt" || verb == "decrypt") && argc == 4) {
+    return verb == "encrypt" ? encrypt_command(argv[2], argv[3])
+                             : decrypt_command(argv[2], argv[3]);
+  }
+  if (verb == "check" && argc >= 3) {
+    std::string model;
+    std::string switches_text;
+    bool have_model = false;
+    bool have_switches = false;
+    for (int i = 3; i < argc; ++i) {
+      const std::string arg = argv[i];
+      if (arg == "--model" && i + 1 < argc) {
+        model = argv[++i];
+        have_model = true;
+      } else if (arg == "--switches" && i + 1 < argc) {
+        switches_text = argv[++i];
+        have_switches = true;
+      } else {
+        config_usage();
+        return kExitUsage;
+      }
+    }
+    char* end = nullptr;
+    const long switches = have_switches ? std::strtol(switches_text.c_str(), &end, 10) : -1;
+    if (!have_model || !have_switches || end == nullptr || *end != '\0' || switches < 0 ||
+        switches > 4) {
+      std::fprintf(stderr, "antennactl: check needs --model NAME and --switches 0..4\n");
+      config_usage();
+      return kExitUsage;
+    }
+    return check_command(argv[2], model, static_cast<int>(switches));
+  }
+  config_usage();
+  return kExitUsage;
+#endif
 }
 
 }  // namespace antennactl

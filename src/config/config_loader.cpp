@@ -1,0 +1,124 @@
+#include "config/config_loader.h"
+
+#include "config/config_crypt.h"
+#include "config/config_sets.h"
+#include "config/settings_reader.h"
+#include "config/switch_mapping.h"
+#include "platform/file_system.h"
+#include "platform/log.h"
+#include "platform/profile.h"
+#include "platform/utf16.h"
+
+namespace zaltor::config {
+namespace {
+
+constexpr size_t kPathChars = 260;
+constexpr int32_t kTargetMajor = 2;
+constexpr int32_t kTargetMinor = 0;
+
+bool is_digit(char16_t c) {
+  return c >= u'0' && c <= u'9';
+}
+
+}  // namespace
+
+SectionList build_section_search_list(const std::string& model) {
+  std::u16string s = platform::utf8_to_utf16(std::string(kSettingsPrefix) + model);
+  if (s.size() > kPathChars - 1) s.resize(kPathChars - 1);
+  SectionList list{platform::utf16_to_utf8(s)};
+  while (s.size() > kSettingsPrefixLength + 1) {
+    s.pop_back();
+    list.push_back(platform::utf16_to_utf8(s));
+    if (is_digit(s.back())) break;
+  }
+  return list;
+}
+
+Status load_configuration(const LoadContext& ctx, const std::string& model, int32_t switch_count,
+                          Configuration& cfg) {
+  platform::FileSystem& files = *ctx.files;
+  Log& log = *ctx.log;
+
+  std::string dir;
+  files.program_directory(dir);  // on failure the paths start at the root, as on Windows
+  const std::string cipher_path = files.join(dir, kCipherFileName);
+
+  std::string plain_path;
+  bool made_here = false;
+  if (!ctx.console_config_name.empty()) {
+    plain_path = files.join(dir, ctx.console_config_name);
+    log.write(kLogInfo, "Config file: %s\n", ctx.console_config_name.c_str());
+  } else {
+    plain_path = files.join(dir, kPlainFileName);
+    if (!files.exists(plain_path)) {
+      // The outcome is not checked: a failed decryption shows as a missing version.
+      decrypt_config_file(files, *ctx.crypto, *ctx.console, cipher_path, plain_path);
+      made_here = true;
+    }
+  }
+  auto drop_plain = [&] {
+    if (made_here) files.remove(plain_path);
+  };
+
+  platform::ProfileReader& profiles = *ctx.profiles;
+  const auto major = static_cast<int32_t>(
+      profiles.read_int("Version", "TargetVersionMajor", kAbsentInt, plain_path));
+  const auto minor = static_cast<int32_t>(
+      profiles.read_int("Version", "TargetVersionMinor", kAbsentInt, plain_path));
+  // Version failures leave a decrypted file in place; the next start uses it as it is.
+  if (major == kAbsentInt) {
+    log.write(kLogError, "Invalid or missing major target version.\n");
+    return STATUS_CONFIG_VERSION;
+  }
+  if (major != kTargetMajor) {
+    log.write(kLogError, "Config major target version mismatch (%d, expected %d)\n", major,
+              kTargetMajor);
+    return STATUS_CONFIG_VERSION;
+  }
+  if (minor == kAbsentInt) {
+    log.write(kLogError, "Invalid or missing minor target version.\n");
+    return STATUS_CONFIG_VERSION;
+  }
+  if (minor != kTargetMinor) {
+    log.write(kLogError, "Config minor target version mismatch (%d, expected maximum is %d)\n",
+              minor, kTargetMinor);
+    return STATUS_CONFIG_VERSION;
+  }
+
+  const SectionList sections = build_section_search_list(model);
+  IniSource src{profiles, plain_path, cfg.sources};
+
+  Status st = read_switch_mapping(src, sections, switch_count, cfg.switches, log);
+  if (st != SWITCH_OK) {
+    drop_plain();
+    return st;
+  }
+  st = read_default_settings(src, sections, cfg.settings);
+  if (st != SWITCH_OK) {
+    drop_plain();
+    return st;
+  }
+  cfg.enabled.fill(false);
+  bool too_long = false;
+  cfg.last_found_set = find_enabled_sets(profiles, plain_path, sections, cfg.enabled, too_long);
+  if (too_long) {
+    log.write(kLogError, "Section list longer than %u characters, configuration refused\n",
+              kMaxSectionListChars);
+    drop_plain();
+    return STATUS_CONFIG_KEY_MISSING;
+  }
+  st = read_override_settings(src, sections, cfg.enabled, cfg.settings);
+  if (st != SWITCH_OK) {
+    drop_plain();
+    return st;
+  }
+  drop_plain();
+
+  if (cfg.settings.MaxRSSICollectCount < 1) {
+    log.write(kLogError, "Invalid MaxRSSICollectCount (%d)\n", cfg.settings.MaxRSSICollectCount);
+    return STATUS_CONFIG_KEY_MISSING;
+  }
+  return SWITCH_OK;
+}
+
+}  // namespace zaltor::config
