@@ -1,2 +1,42 @@
-// Process entry point: the command line chooses install, remove, console or service.
-int main() { return 1; }
+// Process entry point: the command line chooses install, remove, console or the run under
+// the service control manager.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "platform/select/backends.h"
+#include "service/command_line.h"
+
+namespace {
+
+int run(const std::vector<std::string>& args) {
+  std::string error;
+  auto backends = zaltor::platform::make_backends(error);
+  if (!backends) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    return 1;
+  }
+  return zaltor::service::run_command_line(args, backends->platform());
+}
+
+}  // namespace
+
+#ifdef _WIN32
+#include <windows.h>
+
+int wmain(int argc, wchar_t** argv) {
+  std::vector<std::string> args;
+  for (int i = 0; i < argc; ++i) {
+    const int n = WideCharToMultiByte(CP_UTF8, 0, argv[i], -1, nullptr, 0, nullptr, nullptr);
+    std::string arg(n > 0 ? static_cast<size_t>(n) : 1, '\0');
+    if (n > 0) WideCharToMultiByte(CP_UTF8, 0, argv[i], -1, arg.data(), n, nullptr, nullptr);
+    arg.resize(arg.size() - 1);  // the terminator
+    args.push_back(std::move(arg));
+  }
+  return run(args);
+}
+#else
+int main(int argc, char** argv) {
+  return run(std::vector<std::string>(argv, argv + argc));
+}
+#endif
