@@ -5,6 +5,7 @@
 //                       system's real facilities (Linux: the only choice);
 // ZALTOR_PLATFORM=native the real hardware backends (Windows only).
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,10 @@ class Backends {
  public:
   virtual ~Backends() = default;
   virtual Platform& platform() = 0;
+  // What runs when the simulated notebook reaches the end of its run (its scenario's
+  // stopAfter), on one of the notebook's threads. Without a simulated notebook it never
+  // runs.
+  virtual void set_simulation_end_hook(std::function<void()> hook) { (void)hook; }
 };
 
 // Builds the backends from the environment. Null with `error` set (a message naming
