@@ -122,7 +122,7 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
 
   // 17. Ready.
   state.ready.store(true, std::memory_order_release);
-  return kInitOk;
+  return 0;
 }
 
 Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
