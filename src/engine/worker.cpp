@@ -173,7 +173,8 @@ Status AntennaSwitchWorkerObj::StartAuto() {
     autoArg_ = arg;
   }
 
-  if (rssiPaRequested.load(std::memory_order_relaxed) && config.settings.ForceUseModeSwitching == 0) {
+  if (rssiPaRequested.load(std::memory_order_relaxed) &&
+      config.settings.ForceUseModeSwitching == 0) {
     log_.write(kLogCritical, "This build doesn't support RSSI PA.\n");
     return SWITCH_ERR_RSSI_PA;
   }
@@ -207,6 +208,10 @@ bool AntennaSwitchWorkerObj::ReevaluationRequested() {
 void AntennaSwitchWorkerObj::RaiseReevaluation() {
   LoopHold hold(loopMutex());
   reevaluateRequested.store(true, std::memory_order_relaxed);
+}
+
+void AntennaSwitchWorkerObj::WriteEvent(uint8_t level, const char* line) {
+  if (logContext_.writer != nullptr) logContext_.writer->WriteLogEntry(line, level);
 }
 
 void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {

@@ -86,6 +86,10 @@ class AntennaSwitchWorkerObj {
   // Sets reevaluateRequested under loopMutex.
   void RaiseReevaluation();
 
+  // Writes one finished line straight to the service's log-entry operation (the event
+  // log), without line assembly and without the log file. Dropped before Init.
+  void WriteEvent(uint8_t level, const char* line);
+
   // The process teardown's share of the worker: the counter query, the mutexes and the
   // WLAN client. Only when no worker thread runs any more.
   void Teardown();
@@ -152,7 +156,8 @@ class AntennaSwitchWorkerObj {
   std::atomic<platform::Mutex*> loopMutex_{nullptr};
   std::vector<std::unique_ptr<platform::Mutex>> loopMutexes_;
 
-  std::mutex autoLock_;  // guards autoArg_ and threads_: plain bookkeeping, never held across a wait
+  std::mutex
+      autoLock_;  // guards autoArg_ and threads_: plain bookkeeping, never held across a wait
   std::shared_ptr<AutoSwitchingWorkerArg> autoArg_;
   std::atomic<bool> autoThread_{false};
   std::vector<std::unique_ptr<platform::Thread>> threads_;

@@ -1,7 +1,7 @@
 #pragma once
-// Factories of the operating-system backends that serve Linux: files, INI profiles,
-// cryptography (OpenSSL), the registry substitute under ZALTOR_STATE_DIR, the console,
-// the thread pool, the system log and the service manager on systemd.
+// The Linux backends of the operating-system seams: files, INI profiles, cryptography
+// (OpenSSL), the registry substitute under ZALTOR_STATE_DIR, the console, the thread pool,
+// the system log and systemd.
 
 #include <memory>
 #include <string>

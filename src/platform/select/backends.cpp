@@ -1,5 +1,5 @@
-// Chooses the backends at start-up from the environment: the notebook's hardware and clock
-// (simulated, the only choice on Linux) and the operating system's own facilities.
+// Chooses the backends at start-up from the environment: the notebook's hardware and
+// clock (simulated on Linux) and the operating system's facilities, one line per seam.
 //
 // With the simulated notebook the calling thread stays attached to the notebook's clock,
 // so that in virtual time nothing of the notebook runs ahead while the service starts;
@@ -43,8 +43,6 @@ class SimBackends final : public Backends {
       std::fflush(nullptr);
       std::_Exit(0);
     });
-    notebook_->clock().attach_current_thread();
-    notebook_->start();
   }
   // Later backends may use earlier ones (the clock first): release them in reverse.
   ~SimBackends() override {
@@ -61,6 +59,11 @@ class SimBackends final : public Backends {
     T* raw = backend.get();
     owned_.push_back(std::shared_ptr<void>(std::move(backend)));
     return raw;
+  }
+
+  void start() {
+    notebook_->clock().attach_current_thread();
+    notebook_->start();
   }
 
   Platform platform_;
@@ -104,6 +107,7 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   p.thread_pool = b->keep(make_thread_pool(*p.clock));
   p.event_trace = b->keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
 #endif
+  b->start();
   return b;
 }
 
