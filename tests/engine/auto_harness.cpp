@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "engine/system_events.h"
 #include "platform/clock.h"
 #include "platform/posix/posix_backends.h"
 #include "service/log/log_context.h"
@@ -203,6 +204,12 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
 
 AutoHarness::~AutoHarness() {
   worker_->StopAndJoinAutoThreads();
+  // The event window thread is detached: end its message loop and wait for it, and let a
+  // WLAN notification in hand finish, before the worker and the notebook go.
+  notebook_->close_windows();
+  for (int i = 0; i < 1000 && EventWindowThreadsRunning() > 0; ++i) clock().sleep_ms(10);
+  clock().sleep_ms(5000);
+  ForgetRememberedWorker();
   worker_->Teardown();
   worker_.reset();
   notebook_->clock().detach_current_thread();
