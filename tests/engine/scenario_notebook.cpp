@@ -328,6 +328,47 @@ int64_t EngineOnNotebook::FirstAt(const std::string& text, int64_t from_ms) {
   return -1;
 }
 
+namespace {
+size_t Occurrences(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+}  // namespace
+
+constexpr const char* kPassMarker = "Using Config Set: ";
+
+size_t EngineOnNotebook::Passes() {
+  return Occurrences(LogText() + Pending(), kPassMarker);
+}
+
+EngineOnNotebook::Pass EngineOnNotebook::WaitForPass(size_t passes, int64_t limitMs) {
+  const std::string marker = kPassMarker;
+  const int64_t end = Now() + limitMs;
+  for (;;) {
+    const std::string text = LogText() + Pending();
+    if (Occurrences(text, marker) > passes) {
+      size_t at = text.find(marker);
+      for (size_t i = 0; i < passes; ++i) at = text.find(marker, at + 1);
+      Pass p;
+      p.at_ms = Now();
+      p.set = std::atoi(text.c_str() + at + marker.size());
+      return p;
+    }
+    if (Now() >= end) return {};
+    Sleep(100);
+  }
+}
+
+int64_t EngineOnNotebook::WaitForLog(const std::string& text, int64_t limitMs, size_t skip) {
+  const int64_t end = Now() + limitMs;
+  while (Occurrences(LogText() + Pending(), text) <= skip) {
+    if (Now() >= end) return -1;
+    Sleep(100);
+  }
+  return Now();
+}
+
 void EngineOnNotebook::CloseEventWindow() {
   notebook_->close_windows();
   for (int i = 0; i < 1000 && EventWindowThreadsRunning() > 0; ++i) Sleep(10);

@@ -93,6 +93,21 @@ class EngineOnNotebook {
   // The time of the first entry at or after `from_ms` that contains `text`; -1 if none.
   int64_t FirstAt(const std::string& text, int64_t from_ms = 0);
   std::string ConsoleText() { return console_.text(); }
+  // The detail text that waits for the rest of its entry.
+  std::string Pending() { return lines_.pending(); }
+  // How many decision passes have begun (their "Using Config Set: %d" text).
+  size_t Passes();
+  // Lets the worker run in 100 ms steps until more than `passes` passes have begun or
+  // `limitMs` passed. The time the (passes+1)th pass was seen (to within 100 ms) and its
+  // config set, or -1 for both when it did not begin.
+  struct Pass {
+    int64_t at_ms = -1;
+    int set = -1;
+  };
+  Pass WaitForPass(size_t passes, int64_t limitMs);
+  // Lets the worker run in 100 ms steps until the log contains `text` (counting only
+  // occurrences after the `skip` first) or `limitMs` passed; the time it was seen, or -1.
+  int64_t WaitForLog(const std::string& text, int64_t limitMs, size_t skip = 0);
 
   // Ends the event window thread (if it runs) and waits for it.
   void CloseEventWindow();
