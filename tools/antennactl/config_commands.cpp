@@ -34,6 +34,8 @@ void config_usage() {
                "       antennactl config check FILE --model NAME --switches N\n");
 }
 
+#if !defined(_WIN32)
+
 bool read_file(const std::string& path, std::vector<uint8_t>& data) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return false;
@@ -92,8 +94,6 @@ class PrintingLog final : public zaltor::Log {
     std::printf("%u: %s", static_cast<unsigned>(level), text.c_str());
   }
 };
-
-#if !defined(_WIN32)
 
 // The posix file system with the program directory moved to a scratch directory, so that
 // the loader finds the checked file where the service would find its own.

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -148,6 +149,7 @@ class IniProfileReader final : public ProfileReader {
                        const std::string& path) override {
     value.clear();
     if (size == 0) return 0;
+    const std::lock_guard<std::mutex> hold(mutex_);
     std::u16string def = utf8_to_utf16(default_value);
     // Trailing spaces of the default are dropped (all but a first character).
     while (def.size() > 1 && def.back() == u' ') def.pop_back();
@@ -162,6 +164,7 @@ class IniProfileReader final : public ProfileReader {
   uint32_t read_section_names(std::string& names, uint32_t size, const std::string& path) override {
     names.clear();
     if (size <= 1) return 0;
+    const std::lock_guard<std::mutex> hold(mutex_);
     const std::vector<IniSection>& sections = load(path);
     std::u16string buf;
     uint32_t room = size - 1;  // one character stays for the list's final zero
@@ -245,6 +248,7 @@ class IniProfileReader final : public ProfileReader {
     return cached_sections_;
   }
 
+  std::mutex mutex_;  // guards the cache: the reader may be shared between threads
   bool cached_ = false;
   std::string cached_path_;
   std::string cached_bytes_;

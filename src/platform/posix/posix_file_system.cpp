@@ -91,7 +91,12 @@ class PosixFileSystem final : public FileSystem {
     char buf[4096];
     size_t n = 0;
     while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    const int err = std::ferror(f) != 0 ? (errno != 0 ? errno : EIO) : 0;
     std::fclose(f);
+    if (err != 0) {
+      text.clear();
+      return err;
+    }
     if (text.compare(0, 3, kBom) == 0) text.erase(0, 3);
     return 0;
   }

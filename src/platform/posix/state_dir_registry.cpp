@@ -36,7 +36,9 @@ class StateDirKey final : public RegistryKey {
     char buf[4096];
     size_t n = 0;
     while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    const bool failed = std::ferror(f) != 0;
     std::fclose(f);
+    if (failed) return kGenFailure;
     const size_t units = utf8_to_utf16(text).size();
     if ((units + 1) * 2 > buffer_bytes) return kRegistryMoreData;
     value = std::move(text);

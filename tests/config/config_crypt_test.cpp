@@ -1,0 +1,151 @@
+// Encryption and decryption of configuration files.
+#if !defined(_WIN32)
+#include "config/config_crypt.h"
+
+#include "config/config_key.h"
+#include "config_test_support.h"
+
+namespace zaltor::config {
+namespace {
+
+using testing::RecordingConsole;
+using testing::TempDir;
+
+class ConfigCryptTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<platform::Crypto> crypto_ = platform::make_openssl_crypto();
+  RecordingConsole console_;
+};
+
+TEST_F(ConfigCryptTest, RoundTripOfManyLengths) {
+  for (size_t len : {0u, 1u, 15u, 16u, 17u, 31u, 32u, 1000u}) {
+    SCOPED_TRACE(len);
+    std::vector<uint8_t> plain(len);
+    for (size_t i = 0; i < len; ++i) plain[i] = static_cast<uint8_t>(i * 7 + 3);
+    std::vector<uint8_t> cipher;
+    ASSERT_EQ(encrypt_config_bytes(*crypto_, plain, cipher), 0u);
+    EXPECT_EQ(cipher.size(), (len / 16 + 1) * 16);
+    std::vector<uint8_t> back;
+    ASSERT_TRUE(decrypt_config_bytes(*crypto_, console_, cipher, back));
+    EXPECT_EQ(back, plain);
+  }
+  EXPECT_TRUE(console_.out.empty());
+}
+
+TEST_F(ConfigCryptTest, BuildsConfBinDecryptsToTheSample) {
+  ASSERT_FALSE(testing::bin_dir().empty()) << "ZALTOR_TEST_BIN_DIR is not set";
+  ASSERT_FALSE(testing::source_dir().empty()) << "ZALTOR_TEST_SOURCE_DIR is not set";
+  const std::string bin = testing::read_text_file(testing::bin_dir() + "/Conf.bin");
+  const std::string ini = testing::read_text_file(testing::source_dir() + "/samples/Conf.ini");
+  ASSERT_FALSE(bin.empty());
+  std::vector<uint8_t> plain;
+  ASSERT_TRUE(decrypt_config_bytes(*crypto_, console_, std::vector<uint8_t>(bin.begin(), bin.end()),
+                                   plain));
+  EXPECT_EQ(std::string(plain.begin(), plain.end()), ini);
+  // And our encryption gives the very same bytes as the build's.
+  std::vector<uint8_t> cipher;
+  ASSERT_EQ(encrypt_config_bytes(*crypto_, std::vector<uint8_t>(ini.begin(), ini.end()), cipher),
+            0u);
+  EXPECT_EQ(std::string(cipher.begin(), cipher.end()), bin);
+}
+
+TEST_F(ConfigCryptTest, TruncatedCiphertextFailsOnTheSizeQuery) {
+  std::vector<uint8_t> cipher(33, 0x41), plain;
+  EXPECT_FALSE(decrypt_config_bytes(*crypto_, console_, cipher, plain));
+  EXPECT_EQ(console_.out, "**** Error 0xc0000206 returned by BCryptDecrypt\n");
+}
+
+TEST_F(ConfigCryptTest, EmptyCiphertextIsTooSmall) {
+  std::vector<uint8_t> cipher, plain;
+  EXPECT_FALSE(decrypt_config_bytes(*crypto_, console_, cipher, plain));
+  EXPECT_EQ(console_.out, "**** Error 0xc0000023 returned by BCryptDecrypt\n");
+}
+
+TEST_F(ConfigCryptTest, PadLengthAboveTheBlockIsUnsuccessful) {
+  std::vector<uint8_t> cipher;
+  ASSERT_EQ(encrypt_config_bytes(*crypto_, std::vector<uint8_t>(20, 'x'), cipher), 0u);
+  cipher[cipher.size() - 17] ^= 0x80;
+  std::vector<uint8_t> plain;
+  EXPECT_FALSE(decrypt_config_bytes(*crypto_, console_, cipher, plain));
+  EXPECT_EQ(console_.out, "**** Error 0xc0000001 returned by BCryptDecrypt\n");
+}
+
+TEST_F(ConfigCryptTest, DecryptFileWritesThePlainText) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  std::vector<uint8_t> cipher;
+  const std::string text = "[Version]\nTargetVersionMajor=2\n";
+  ASSERT_EQ(encrypt_config_bytes(*crypto_, std::vector<uint8_t>(text.begin(), text.end()), cipher),
+            0u);
+  dir.write_bytes("Conf.bin", cipher);
+  EXPECT_TRUE(
+      decrypt_config_file(*files, *crypto_, console_, dir.file("Conf.bin"), dir.file("Conf.ini")));
+  EXPECT_EQ(dir.read("Conf.ini"), text);
+}
+
+TEST_F(ConfigCryptTest, UnwritablePlainFileReportsAnOpenFailure) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  std::vector<uint8_t> cipher;
+  ASSERT_EQ(encrypt_config_bytes(*crypto_, std::vector<uint8_t>(5, 'a'), cipher), 0u);
+  dir.write_bytes("Conf.bin", cipher);
+  EXPECT_FALSE(decrypt_config_file(*files, *crypto_, console_, dir.file("Conf.bin"),
+                                   dir.file("missing-dir/Conf.ini")));
+  EXPECT_EQ(console_.out, "**** Error 0x2 cipher data file open failed\n");
+}
+
+// A provider whose steps fail on demand, to see each step's message.
+class FailingCrypto final : public platform::Crypto {
+ public:
+  enum Step { kOpen, kObjectLength, kBlockLength, kLongBlock, kChaining, kKey };
+  explicit FailingCrypto(Step step) : step_(step) {}
+  uint32_t open_algorithm(const std::string&,
+                          std::unique_ptr<platform::CryptoAlgorithm>& a) override {
+    if (step_ == kOpen) return 0xC0000225;
+    a = std::make_unique<Alg>(step_);
+    return 0;
+  }
+
+ private:
+  struct Alg final : platform::CryptoAlgorithm {
+    explicit Alg(Step s) : step(s) {}
+    uint32_t get_property(platform::CryptoProperty p, uint32_t& v) override {
+      if (p == platform::CryptoProperty::kObjectLength) {
+        v = 8;
+        return step == kObjectLength ? 0xC0000002 : 0;
+      }
+      v = step == kLongBlock ? 17 : 16;
+      return step == kBlockLength ? 0xC0000003 : 0;
+    }
+    uint32_t set_chaining_mode_cbc() override { return step == kChaining ? 0xC0000004 : 0; }
+    uint32_t generate_symmetric_key(uint8_t*, uint32_t, const uint8_t*, uint32_t,
+                                    std::unique_ptr<platform::CryptoKey>&) override {
+      return 0xC0000005;
+    }
+    Step step;
+  };
+  Step step_;
+};
+
+TEST_F(ConfigCryptTest, EveryFailingStepPrintsItsMessage) {
+  const std::pair<FailingCrypto::Step, const char*> cases[] = {
+      {FailingCrypto::kOpen, "**** Error 0xc0000225 returned by BCryptOpenAlgorithmProvider\n"},
+      {FailingCrypto::kObjectLength, "**** Error 0xc0000002 returned by BCryptGetProperty\n"},
+      {FailingCrypto::kBlockLength, "**** Error 0xc0000003 returned by BCryptGetProperty\n"},
+      {FailingCrypto::kLongBlock, "**** block length is longer than the provided IV length\n"},
+      {FailingCrypto::kChaining, "**** Error 0xc0000004 returned by BCryptSetProperty\n"},
+      {FailingCrypto::kKey, "**** Error 0xc0000005 returned by BCryptGenerateSymmetricKey\n"},
+  };
+  for (const auto& [step, message] : cases) {
+    SCOPED_TRACE(message);
+    FailingCrypto crypto(step);
+    RecordingConsole console;
+    std::vector<uint8_t> cipher(16, 1), plain;
+    EXPECT_FALSE(decrypt_config_bytes(crypto, console, cipher, plain));
+    EXPECT_EQ(console.out, message);
+  }
+}
+
+}  // namespace
+}  // namespace zaltor::config
+#endif

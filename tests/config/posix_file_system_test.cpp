@@ -1,0 +1,64 @@
+// The Linux file system backend as the configuration code uses it.
+#if !defined(_WIN32)
+#include <unistd.h>
+
+#include "config_test_support.h"
+
+namespace zaltor::config {
+namespace {
+
+using testing::TempDir;
+
+TEST(PosixFileSystem, ProgramDirectoryIsTheExecutablesDirectory) {
+  auto files = platform::make_posix_file_system();
+  std::string dir;
+  ASSERT_EQ(files->program_directory(dir), 0u);
+  char exe[4096] = {};
+  ASSERT_GT(::readlink("/proc/self/exe", exe, sizeof exe - 1), 0);
+  EXPECT_EQ(dir + "/" + std::filesystem::path(exe).filename().string(), std::string(exe));
+  EXPECT_EQ(files->join(dir, "Conf.bin"), dir + "/Conf.bin");
+}
+
+TEST(PosixFileSystem, AppendWritesTheByteOrderMarkOnlyOnceAndKeepsLineFeeds) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  const std::string path = dir.file("log.txt");
+  EXPECT_EQ(files->append_utf8_text(path, "one\n"), 0);
+  EXPECT_EQ(files->append_utf8_text(path, "two\n"), 0);
+  EXPECT_EQ(dir.read("log.txt"), "\xEF\xBB\xBFone\ntwo\n");
+  dir.write("empty.txt", "");
+  EXPECT_EQ(files->append_utf8_text(dir.file("empty.txt"), "x"), 0);
+  EXPECT_EQ(dir.read("empty.txt"), "\xEF\xBB\xBFx");
+  std::string text;
+  EXPECT_EQ(files->read_utf8_text(path, text), 0);
+  EXPECT_EQ(text, "one\ntwo\n");
+}
+
+TEST(PosixFileSystem, ReadBinaryNamesTheFailingStep) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  std::vector<uint8_t> data;
+  platform::FileSystem::ReadStep step = platform::FileSystem::ReadStep::kRead;
+  EXPECT_EQ(files->read_binary(dir.file("none"), data, step), ENOENT);
+  EXPECT_EQ(step, platform::FileSystem::ReadStep::kOpen);
+  dir.write_bytes("b", {1, 2, 3, 0, 255});
+  EXPECT_EQ(files->read_binary(dir.file("b"), data, step), 0);
+  EXPECT_EQ(data, (std::vector<uint8_t>{1, 2, 3, 0, 255}));
+}
+
+TEST(PosixFileSystem, WriteTextRemoveAndExists) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  size_t written = 0;
+  EXPECT_EQ(files->write_text(dir.file("t"), "a\nb\n", written), 0);
+  EXPECT_EQ(written, 4u);
+  EXPECT_EQ(dir.read("t"), "a\nb\n");
+  EXPECT_TRUE(files->exists(dir.file("t")));
+  EXPECT_EQ(files->remove(dir.file("t")), 0u);
+  EXPECT_FALSE(files->exists(dir.file("t")));
+  EXPECT_EQ(files->remove(dir.file("t")), static_cast<uint32_t>(ENOENT));
+}
+
+}  // namespace
+}  // namespace zaltor::config
+#endif
