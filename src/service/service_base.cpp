@@ -29,6 +29,8 @@ CServiceBase::CServiceBase(const std::string& /*name*/, platform::Platform& plat
 }
 
 CServiceBase::~CServiceBase() {
+  // The last report of a stop that ran on another thread may still be leaving Report.
+  { std::lock_guard<std::mutex> hold(status_lock_); }
   CServiceBase* self = this;
   instance_.compare_exchange_strong(self, nullptr);
   if (event_handle_ != 0) platform_.event_trace->unregister(event_handle_);

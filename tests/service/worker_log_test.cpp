@@ -17,7 +17,7 @@ using service::CMultiAntennaSvc;
 
 constexpr const char* kBom = "\xEF\xBB\xBF";
 
-uint32_t write_file_of(log::WorkerLog& wlog, const char* fmt, ...) {
+[[maybe_unused]] uint32_t write_file_of(log::WorkerLog& wlog, const char* fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
   const uint32_t r = wlog.write_file(fmt, ap);

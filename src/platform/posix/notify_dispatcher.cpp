@@ -105,6 +105,10 @@ uint32_t NotifyDispatcher::run(const std::string& service_name,
     return kErrorFailedServiceControllerConnect;
   }
   service_name_ = service_name;
+  {
+    std::lock_guard<std::mutex> hold(report_lock_);
+    stopped_ = false;
+  }
   handler_ = nullptr;
   notify_fd_ = notify_fd;
   stopped_fd_ = stop_pipe[1];
@@ -161,6 +165,8 @@ uint32_t NotifyDispatcher::register_control_handler(const std::string& service_n
 uint32_t NotifyDispatcher::set_status(ServiceManager::StatusHandle handle,
                                       const ServiceStatus& status) {
   if (handle != kStatusHandle || !dispatching_.load()) return kErrorInvalidHandle;
+  std::lock_guard<std::mutex> hold(report_lock_);
+  if (stopped_) return kErrorInvalidHandle;
   const std::string message = notify_message(status);
   const int fd = notify_fd_.load();
   uint32_t result = 0;
@@ -168,6 +174,7 @@ uint32_t NotifyDispatcher::set_status(ServiceManager::StatusHandle handle,
     result = kErrorInvalidHandle;
   }
   if (status.current_state == kServiceStopped) {
+    stopped_ = true;
     const int stopped = stopped_fd_.load();
     const char c = 'S';
     if (stopped >= 0) {

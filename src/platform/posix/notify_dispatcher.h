@@ -3,6 +3,7 @@
 // SIGTERM brings the stop control.
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "platform/clock.h"
@@ -19,6 +20,8 @@ class NotifyDispatcher {
   uint32_t register_control_handler(const std::string& service_name,
                                     ServiceManager::ControlHandler handler,
                                     ServiceManager::StatusHandle& handle);
+  // Reports after the one that said stopped are refused (invalid handle) and not sent: the
+  // service has ended for the manager, whatever a slower thread still reports.
   uint32_t set_status(ServiceManager::StatusHandle handle, const ServiceStatus& status);
 
   // The notify message of one report: "READY=1" for running, "STOPPING=1" for stop pending,
@@ -35,6 +38,8 @@ class NotifyDispatcher {
   std::atomic<ServiceManager::ControlHandler> handler_{nullptr};
   std::atomic<int> notify_fd_{-1};
   std::atomic<int> stopped_fd_{-1};  // written when the service reports stopped
+  std::mutex report_lock_;
+  bool stopped_ = false;  // under report_lock_
 };
 
 }  // namespace zaltor::platform
