@@ -359,7 +359,11 @@ Lines run_busy_program() {
       for (int i = 0; i < 6; ++i) {
         m->lock();
         shared += w + 1;
-        trace.add("w" + std::to_string(w) + " in " + std::to_string(shared));
+        std::string line = "w";
+        line += std::to_string(w);
+        line += " in ";
+        line += std::to_string(shared);
+        trace.add(line);
         clock->sleep_ms(3 + w);
         m->unlock();
         if (w == 0) ping->set();

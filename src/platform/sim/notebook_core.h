@@ -47,6 +47,7 @@ class NotebookCore {
   nlohmann::json doc;  // the scenario as it stands now, live lines included
   Scenario scenario;
   std::vector<std::shared_ptr<WindowQueue>> windows;
+  bool windows_closed = false;  // a window made after the close gets its destroy at once
   std::vector<WlanRegistration> wlan_registrations;
   std::deque<std::pair<uint32_t, uint32_t>> wlan_pending;  // (source, code)
 

@@ -105,6 +105,7 @@ bool SimNotebook::apply_patch(const nlohmann::json& patch, std::string& error) {
 
 void SimNotebook::close_windows() {
   std::lock_guard<std::mutex> g(core_->mutex);
+  core_->windows_closed = true;
   WindowMessage destroy;
   destroy.kind = WindowMessage::kDestroy;
   core_->post_window_locked(destroy, false, false);

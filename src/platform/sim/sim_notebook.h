@@ -60,7 +60,8 @@ class SimNotebook {
   // Applies a JSON Merge Patch now, with the notifications of what changed; false with
   // `error` naming the member when the result is not a valid scenario.
   bool apply_patch(const nlohmann::json& patch, std::string& error);
-  // Sends every event window its destroy message: their message loops end.
+  // Sends every event window its destroy message: their message loops end. A window
+  // made afterwards gets its destroy message at once.
   void close_windows();
 
  private:

@@ -80,6 +80,12 @@ class SimSystemEvents final : public SystemEvents {
     {
       std::lock_guard<std::mutex> g(core_.mutex);
       core_.windows.push_back(queue);
+      if (core_.windows_closed) {
+        WindowMessage destroy;
+        destroy.kind = WindowMessage::kDestroy;
+        queue->messages.push_back(destroy);
+        queue->wake->set();
+      }
     }
     auto window = std::make_unique<SimEventWindow>(core_, queue, handler);
     WindowMessage create;
