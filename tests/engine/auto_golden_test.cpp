@@ -1,6 +1,8 @@
-// The complete log of one console-like run in virtual time: start-up, two decision passes
-// and the stop. The text is the same on every run and equals the reviewed copy in
-// golden/auto_two_passes.txt (ZALTOR_UPDATE_GOLDEN=1 writes it anew).
+// The complete log of one console-like run in virtual time: start-up and two decision
+// passes (AutoModeRunCount 2) on a small scenario with a weighted mode, a disabled mode and
+// an antenna without signal in one switch position, then the return to DefaultMode. The text is the
+// same on every run and equals the reviewed copy in golden/auto_two_passes.txt
+// (ZALTOR_UPDATE_GOLDEN=1 writes it anew).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -19,14 +21,20 @@ std::string GoldenPath() {
       .string();
 }
 
-// Init, Auto, two passes of the loop (the second "Sleep:" line), then the stop.
+// Init, Auto, two passes of the loop until the thread ends.
 std::string RunTwoPasses() {
   HarnessOptions o;
   o.consoleMode = true;
+  o.keys = {{"AutoModeRunCount", "2"},
+            {"DefaultMode", "2"},
+            {"RSSIWeightForMode_1", "5.0"},
+            {"DisableMode_2", "1"}};
+  // Port 1 ("Aux") has no signal with its switch in "Div" (modes 3 and 4).
+  o.scenarioPatch = R"({"radio":{"rssi":[{"Main":-55,"Div":-62},{"Main":-70,"Div":-95}]}})";
   AutoHarness h(o);
   EXPECT_EQ(h.Init(), 0);
   EXPECT_EQ(h.worker().SetUserMode(0), 0u);
-  EXPECT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 2; }, 120000));
+  EXPECT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 120000));
   h.worker().StopAndJoinAutoThreads();
   std::string text = h.ConsoleText();
   // The temporary directory may appear in paths; it differs between runs.

@@ -77,6 +77,7 @@ class ScriptedCounters final : public platform::Counters {
   std::unique_ptr<platform::CounterQuery> open_query(uint32_t& error) override;
 
   std::atomic<bool> zeroRate{false};
+  std::atomic<int64_t> fixedRateBps{-1};  // >= 0: the link speed reads this value
   std::atomic<int> collections{0};
   std::function<void(int collection)> onCollect;  // set before the worker starts
 
@@ -124,8 +125,9 @@ class AutoHarness {
   std::string Text() const;
   // The entries as the console shows them: "<level>: <line>" each.
   std::string ConsoleText() const;
-  // How many entries are exactly {level, line}.
-  int Count(uint8_t level, const std::string& line) const;
+  // How many entries at `level` end with `text`: a line takes the level of the call that
+  // finished it, and detail text pending before that call begins the same entry.
+  int Count(uint8_t level, const std::string& text) const;
   // The values of the "Sleep: %d" lines, in order.
   std::vector<int> Sleeps() const;
   // Virtual time of the first entry at or after `fromMs` that contains `text`; -1 when
