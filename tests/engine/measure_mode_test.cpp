@@ -21,10 +21,6 @@ class EngineMeasureMode : public ::testing::Test {
   void Start(HarnessOptions o) {
     h_ = std::make_unique<AutoHarness>(std::move(o));
     ASSERT_EQ(h_->Init(), 0);
-    // The event window's first lid message asks for a decision; take that request so that
-    // it does not end the first measurement.
-    h_->RunFor(10);
-    h_->worker().ConsumeReevaluation();
     arg_ = std::make_shared<AutoSwitchingWorkerArg>();
     arg_->worker = &h_->worker();
     buffers_ = SampleBuffers::Create(h_->worker().settings().MaxRSSICollectCount);
