@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "engine/system_events.h"
 #include "platform/clock.h"
 #include "platform/posix/posix_backends.h"
 #include "service/log/log_context.h"
@@ -238,6 +239,12 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
 
 AutoHarness::~AutoHarness() {
   worker_->StopAndJoinAutoThreads();
+  // The event window thread is detached: end its message loop and wait for it, and let a
+  // WLAN notification in hand finish, before the worker and the notebook go.
+  notebook_->close_windows();
+  for (int i = 0; i < 1000 && EventWindowThreadsRunning() > 0; ++i) clock().sleep_ms(10);
+  clock().sleep_ms(5000);
+  ForgetRememberedWorker();
   worker_->Teardown();
   worker_.reset();
   notebook_->clock().detach_current_thread();
@@ -251,7 +258,14 @@ int32_t AutoHarness::Init() {
   context.lines = &lines_;
   context.writer = writer_.get();
   context.console = &consoleFlag_;
-  return worker_->Init(context, "");
+  const int32_t result = worker_->Init(context, "");
+  // The event window registers for the lid and the power source and receives their current
+  // values at once; the lid message asks for a decision. Let it arrive (yields, so that
+  // simulated time does not move) and take that request, so that a test's first pass is not
+  // restarted by it.
+  for (int i = 0; i < 3; ++i) clock().sleep_ms(0);
+  worker_->ConsumeReevaluation();
+  return result;
 }
 
 void AutoHarness::RunFor(int64_t ms) {

@@ -53,8 +53,10 @@ constexpr const char* kConnected = R"({"wlan":{"interfaces":[{
   "connected":true,"channel":6}]}})";
 
 TEST(AutoModeLoop, SleepGrowsExponentiallyOnceTheChoiceStaysTheSameMoreThanStableTimes) {
-  // DeterminatorStableTimesForExp 2, X 2.0, Y 0.0, Yi 1.0, baseSleep 10000 (BaseKeys).
-  AutoHarness h;
+  // DeterminatorStableTimesForExp 2, X 2.0, Y 0.0, Yi 1.0, baseSleep 10000 (BaseKeys). The
+  // monitor is off: its rate base (mode 1) lies above the chosen mode's rate, so it would
+  // cut every sleep short.
+  AutoHarness h(WithKeys({{"WifiStatMonitorInterval", "0"}}));
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 5; }, kLimitMs));
