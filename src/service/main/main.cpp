@@ -1,11 +1,13 @@
 // Process entry point: the command line chooses install, remove, console or the run under
 // the service control manager.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "platform/select/backends.h"
 #include "service/command_line.h"
+#include "service/service_application.h"
 
 namespace {
 
@@ -16,7 +18,12 @@ int run(const std::vector<std::string>& args) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return 1;
   }
-  return zaltor::service::run_command_line(args, backends->platform());
+  zaltor::service::ServiceApplication app(backends->platform());
+  const int code = zaltor::service::run_command_line(args, backends->platform(), app.hooks());
+  // The worker's threads may still run (a service ends while its loops sleep): end the
+  // process as a stopped service ends, without tearing down what they still use.
+  std::fflush(nullptr);
+  std::_Exit(code);
 }
 
 }  // namespace

@@ -1,0 +1,49 @@
+#pragma once
+// Reactions to the notebook's situation: lid, power source, device arrival and WLAN
+// connection events recompute the config set and ask the auto loop to decide again.
+//
+// The remembered worker: the WLAN callback acts on the worker that the first
+// RequestReevaluation, the first power-source change or a monitor trigger remembered, not
+// on its registration context. It is process-wide and atomic, since the WLAN service's
+// thread reads it while the event window and monitor threads may set it.
+
+#include <cstdint>
+
+#include "engine/worker.h"
+#include "platform/system_events.h"
+
+namespace zaltor::engine {
+
+// The remembered worker (null: none yet).
+AntennaSwitchWorkerObj* RememberedWorker();
+// Remembers `worker` unless one is remembered already (a null worker is never remembered).
+void RememberWorker(AntennaSwitchWorkerObj* worker);
+// Forgets the remembered worker (tests, and before the worker goes away).
+void ForgetRememberedWorker();
+
+// Under the worker's loop mutex: sets reevaluateRequested and, with `recompute`, selects
+// the config set and makes it pending ("CONFIG changed! %u -> %u\n") when it differs from
+// the active one. The selection, with its Bluetooth settle, runs with the mutex held.
+void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute);
+
+// How many event window threads run now (tests wait for theirs to end before the worker
+// goes away: the thread is detached).
+int EventWindowThreadsRunning();
+
+// The event window's procedure. Its worker comes from the window's creation message
+// (the creation parameter given here); messages before it are left alone.
+class EventWindowProc final : public platform::WindowHandler {
+ public:
+  explicit EventWindowProc(AntennaSwitchWorkerObj* creationParameter)
+      : creationParameter_(creationParameter) {}
+  bool on_message(const platform::WindowMessage& message) override;
+
+ private:
+  void OnPowerSettingChange(const platform::WindowMessage& message);
+  void Print(const char* text);
+
+  AntennaSwitchWorkerObj* creationParameter_;
+  AntennaSwitchWorkerObj* worker_ = nullptr;
+};
+
+}  // namespace zaltor::engine

@@ -1,0 +1,245 @@
+#include "engine/worker.h"
+
+#include <array>
+
+#include "config/config_loader.h"
+#include "config/config_report.h"
+#include "config/version_registration.h"
+#include "engine/worker_threads.h"
+#include "platform/wlan.h"
+
+namespace zaltor::engine {
+
+namespace {
+constexpr uint32_t kWlanClientVersion = 2;
+constexpr const char* kLogFileName = "rflog.txt";
+
+// A mutex pointer that may be null (Auto was never started): like a wait on an invalid
+// handle, which fails at once, the flag update then goes on without the lock.
+class LoopHold {
+ public:
+  explicit LoopHold(platform::Mutex* m) : m_(m) {
+    if (m_ != nullptr) m_->lock();
+  }
+  ~LoopHold() {
+    if (m_ != nullptr) m_->unlock();
+  }
+  LoopHold(const LoopHold&) = delete;
+  LoopHold& operator=(const LoopHold&) = delete;
+
+ private:
+  platform::Mutex* m_;
+};
+}  // namespace
+
+AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
+    : sw(state, log_),
+      counters(state, sw, *platform.counters, *platform.clock, log_),
+      adapters(state, *platform.devices, *platform.clock, log_),
+      platform_(platform) {}
+
+AntennaSwitchWorkerObj::~AntennaSwitchWorkerObj() {
+  StopAndJoinAutoThreads();
+  log_.set_target(nullptr);
+}
+
+size_t AntennaSwitchWorkerObj::activeSet() const {
+  const uint64_t set = activeConfigSet();
+  return set < static_cast<uint64_t>(config::kConfigSets) ? static_cast<size_t>(set) : 0;
+}
+
+int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
+                                     const std::string& consoleConfigName) {
+  // 1. The log context, an empty model name.
+  logContext_ = logContext;
+  workerLog_ = std::make_unique<log::WorkerLog>(logContext_, logFile_);
+  log_.set_target(workerLog_.get());
+  modelName.clear();
+
+  // 2. The control device.
+  if (Status s = platform::OpenControlDevice(*platform_.control_device, state, log_); s != 0) {
+    return static_cast<int32_t>(s);
+  }
+
+  // 3-5. The board, the support flags and the antenna switch number. (The dormant WMI
+  // method names of the firmware's management class are not needed: the control device is
+  // the only switch channel.)
+  board_ = std::make_unique<platform::BoardIdentification>(*platform_.board, *platform_.console);
+  const Status identified =
+      platform::IdentifyModel(*board_, sw, state, log_, *platform_.console, modelName);
+  board_.reset();  // the WMI session is released at the end of initialisation
+  if (identified != 0) return static_cast<int32_t>(identified);
+
+  // 6. The configuration.
+  config::LoadContext load;
+  load.files = platform_.files;
+  load.profiles = platform_.profiles;
+  load.crypto = platform_.crypto;
+  load.log = &log_;
+  load.console = platform_.console;
+  load.console_config_name = consoleConfigName;
+  if (Status s = config::load_configuration(load, modelName, switchCount(), config); s != 0) {
+    return static_cast<int32_t>(s);
+  }
+  state.switches = config.switches;
+  state.settings = &config.settings;
+
+  // 7. The configuration version; its outcome is only logged.
+  config::register_config_version(*platform_.files, *platform_.registry, log_);
+
+  // 8-9. The WLAN client and its notifications.
+  uint32_t error = 0;
+  state.wlan = platform_.wlan->open(kWlanClientVersion, error);
+  if (!state.wlan) {
+    log_.write(kLogError, "WlanOpenHandle failed with error: %u\n", error);
+    return STATUS_WLAN_NOT_OPENED;
+  }
+  state.wlan->register_notification(platform::kWlanSourceMsm, WlanNotificationCallback);
+
+  // 10. The Wi-Fi adapter and its interface.
+  std::string instanceName;
+  if (adapters.FindWifiInterface(instanceName) != 0) return STATUS_NO_WIFI_INTERFACE;
+
+  // 11. The counters, once per process.
+  if (!state.counters.query) counters.SetUpCounters(instanceName);
+
+  // 12-13. The log file's mutex and name.
+  logMutex_ = platform_.clock->make_mutex();
+  logFile_.mutex = logMutex_.get();
+  logFile_.name = kLogFileName;
+  logFile_.files = platform_.files;
+
+  // 14. The configuration report.
+  config::write_config_report(log_, config, state.mode_count.load(std::memory_order_relaxed),
+                              switchCount());
+
+  // 15. Mode switching only.
+  log_.write(kLogInfo, "This build is forced to use mode switching.\n");
+  rssiPaRequested.store(false, std::memory_order_relaxed);
+
+  // 16. The event window thread, detached.
+  platform_.clock->start_thread("event window", [this] { EventWindowThread(this); })->detach();
+
+  // 17. Ready.
+  state.ready.store(true, std::memory_order_release);
+  return 0;
+}
+
+Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
+  if (!initialised()) return SWITCH_ERR_NOT_READY;
+  if (mode < 0 || mode > modeCount()) return SWITCH_ERR_INVALID_MODE;
+  if (static_cast<uint32_t>(mode) == userMode()) return SWITCH_OK;
+  state.user_mode.store(static_cast<uint32_t>(mode), std::memory_order_relaxed);
+
+  if (mode >= 1) {
+    {
+      std::lock_guard<std::mutex> g(autoLock_);
+      if (autoArg_) {
+        autoArg_->keepRunning.store(false, std::memory_order_relaxed);
+        autoArg_.reset();
+      }
+    }
+    std::array<Status, platform::kMaxPorts> results{};
+    sw.SetMode(mode, results);
+    for (Status s : results) {
+      if (s != 0) return s;
+    }
+    return SWITCH_OK;
+  }
+  return StartAuto();
+}
+
+Status AntennaSwitchWorkerObj::StartAuto() {
+  if (autoThreadRunning()) return SWITCH_OK;
+
+  // A new loop mutex per Auto period; the earlier ones stay until teardown.
+  {
+    auto fresh = platform_.clock->make_mutex();
+    std::lock_guard<std::mutex> g(autoLock_);
+    loopMutex_.store(fresh.get(), std::memory_order_release);
+    loopMutexes_.push_back(std::move(fresh));
+  }
+  configChangePending.store(false, std::memory_order_relaxed);
+  reevaluateRequested.store(false, std::memory_order_relaxed);
+
+  const uint32_t set = adapters.SelectConfigSet();
+  state.active_config_set.store(set, std::memory_order_relaxed);
+  pendingConfigSet.store(set, std::memory_order_relaxed);
+
+  auto arg = std::make_shared<AutoSwitchingWorkerArg>();
+  arg->worker = this;
+  {
+    std::lock_guard<std::mutex> g(autoLock_);
+    autoArg_ = arg;
+  }
+
+  if (rssiPaRequested.load(std::memory_order_relaxed) &&
+      config.settings.ForceUseModeSwitching == 0) {
+    log_.write(kLogCritical, "This build doesn't support RSSI PA.\n");
+    return SWITCH_ERR_RSSI_PA;
+  }
+
+  autoThread_.store(true, std::memory_order_release);
+  auto autoThread = platform_.clock->start_thread("auto mode", [arg] { AutoModeThread(arg); });
+  auto monitor = platform_.clock->start_thread("monitor", [arg] { MonitorThread(arg); });
+  std::lock_guard<std::mutex> g(autoLock_);
+  threads_.push_back(std::move(autoThread));
+  threads_.push_back(std::move(monitor));
+  return SWITCH_OK;
+}
+
+bool AntennaSwitchWorkerObj::ConsumeReevaluation() {
+  LoopHold hold(loopMutex());
+  if (!reevaluateRequested.load(std::memory_order_relaxed)) return false;
+  if (configChangePending.load(std::memory_order_relaxed)) {
+    state.active_config_set.store(pendingConfigSet.load(std::memory_order_relaxed),
+                                  std::memory_order_relaxed);
+    configChangePending.store(false, std::memory_order_relaxed);
+  }
+  reevaluateRequested.store(false, std::memory_order_relaxed);
+  return true;
+}
+
+bool AntennaSwitchWorkerObj::ReevaluationRequested() {
+  LoopHold hold(loopMutex());
+  return reevaluateRequested.load(std::memory_order_relaxed);
+}
+
+void AntennaSwitchWorkerObj::RaiseReevaluation() {
+  LoopHold hold(loopMutex());
+  reevaluateRequested.store(true, std::memory_order_relaxed);
+}
+
+void AntennaSwitchWorkerObj::WriteEvent(uint8_t level, const char* line) {
+  if (logContext_.writer != nullptr) logContext_.writer->WriteLogEntry(line, level);
+}
+
+void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {
+  std::vector<std::unique_ptr<platform::Thread>> threads;
+  {
+    std::lock_guard<std::mutex> g(autoLock_);
+    if (autoArg_) {
+      autoArg_->keepRunning.store(false, std::memory_order_relaxed);
+      autoArg_.reset();
+    }
+    threads.swap(threads_);
+  }
+  for (auto& t : threads) t->join();
+}
+
+void AntennaSwitchWorkerObj::Teardown() {
+  state.counters.query.reset();
+  logFile_.mutex = nullptr;
+  logMutex_.reset();
+  {
+    std::lock_guard<std::mutex> g(autoLock_);
+    loopMutex_.store(nullptr, std::memory_order_release);
+    loopMutexes_.clear();
+  }
+  if (state.wlan) {
+    state.wlan->register_notification(platform::kWlanSourceNone, nullptr);
+    state.wlan.reset();
+  }
+}
+
+}  // namespace zaltor::engine

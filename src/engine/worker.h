@@ -1,0 +1,166 @@
+#pragma once
+// AntennaSwitchWorkerObj: the one object that owns everything antenna selection needs —
+// the control device, the WLAN client, the loaded configuration, the switch and mode
+// counts, the user's mode, the config set in force, the flags by which other threads ask
+// the auto loop to decide again, and the threads.
+//
+// Threads that touch it: the service thread (Init, teardown), the control interface's
+// threads (SetUserMode and reads), the auto-mode and monitor threads, the event window
+// thread and the WLAN notification thread. Fields shared without a lock are atomics.
+// loopMutex guards reevaluateRequested, configChangePending, activeConfigSet and
+// pendingConfigSet, and is held only for a flag test or update, never across a
+// measurement or a sleep.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "config/configuration.h"
+#include "engine/rssi_history.h"
+#include "engine/switch_labels.h"
+#include "platform/adapter_discovery.h"
+#include "platform/antenna_switch.h"
+#include "platform/board_identification.h"
+#include "platform/clock.h"
+#include "platform/device_state.h"
+#include "platform/platform.h"
+#include "platform/signal_counters.h"
+#include "platform/status.h"
+#include "service/log/log_context.h"
+#include "service/log/worker_log.h"
+
+namespace zaltor::engine {
+
+class AntennaSwitchWorkerObj;
+
+// The record shared by the auto-mode and the monitor thread of one Auto period. Both hold
+// it by shared ownership, so it lives as long as either thread reads it; clearing
+// keepRunning is the stop signal.
+struct AutoSwitchingWorkerArg {
+  std::atomic<bool> keepRunning{true};
+  AntennaSwitchWorkerObj* worker = nullptr;
+};
+
+// autoState values: what the monitor sees of the auto loop.
+enum AutoState : uint32_t { kAutoMeasuring = 0, kAutoIdle = 1, kAutoEnded = 2 };
+
+// The worker's log as the device logic holds it from construction: it forwards to the
+// worker log call once Init has the service's log context, and drops text before that.
+class ForwardingLog final : public Log {
+ public:
+  void vwrite(uint8_t level, const char* fmt, va_list ap) override {
+    Log* target = target_.load(std::memory_order_acquire);
+    if (target != nullptr) target->vwrite(level, fmt, ap);
+  }
+  void set_target(Log* target) { target_.store(target, std::memory_order_release); }
+
+ private:
+  std::atomic<Log*> target_{nullptr};
+};
+
+class AntennaSwitchWorkerObj {
+ public:
+  explicit AntennaSwitchWorkerObj(platform::Platform& platform);
+  ~AntennaSwitchWorkerObj();
+  AntennaSwitchWorkerObj(const AntennaSwitchWorkerObj&) = delete;
+  AntennaSwitchWorkerObj& operator=(const AntennaSwitchWorkerObj&) = delete;
+
+  // The seventeen steps of the start-up, in order; 0 on success, else the failing step's
+  // result (3, 4, the configuration load's code, 8, 11, 31). `logContext` is the service
+  // object's log state; `consoleConfigName` the plain file named on the console command
+  // line (empty otherwise).
+  int32_t Init(log::LogContext logContext, const std::string& consoleConfigName);
+
+  // 0 Auto, 1..modeCount a fixed mode. Results: 0, 2 not initialised, 28 out of range,
+  // 41 Auto on a build that needs per-antenna RSSI, or the first failing switch's status.
+  Status SetUserMode(int32_t mode);
+
+  // Takes loopMutex; when a re-evaluation is requested, consumes it (a pending config set
+  // becomes active) and returns true.
+  bool ConsumeReevaluation();
+  // Takes loopMutex and tells whether a re-evaluation is requested, without consuming it.
+  bool ReevaluationRequested();
+  // Sets reevaluateRequested under loopMutex.
+  void RaiseReevaluation();
+
+  // Writes one finished line straight to the service's log-entry operation (the event
+  // log), without line assembly and without the log file. Dropped before Init.
+  void WriteEvent(uint8_t level, const char* line);
+
+  // The process teardown's share of the worker: the counter query, the mutexes and the
+  // WLAN client. Only when no worker thread runs any more.
+  void Teardown();
+
+  // Stops the Auto threads of the current period and waits for every thread the worker
+  // started except the detached event window thread (tests and orderly shutdown).
+  void StopAndJoinAutoThreads();
+
+  // --- Read access (control interface, loops).
+  bool initialised() const { return state.ready.load(std::memory_order_relaxed); }
+  uint32_t userMode() const { return state.user_mode.load(std::memory_order_relaxed); }
+  int32_t switchCount() const { return state.switch_count.load(std::memory_order_relaxed); }
+  int32_t modeCount() const {
+    return static_cast<int32_t>(state.mode_count.load(std::memory_order_relaxed));
+  }
+  uint64_t activeConfigSet() const {
+    return state.active_config_set.load(std::memory_order_relaxed);
+  }
+  // Settings of the active config set.
+  const config::ConfigSettings& settings() const { return config.settings; }
+  size_t activeSet() const;
+  Log& log() { return log_; }
+  platform::Clock& clock() { return *platform_.clock; }
+  platform::Platform& platform() { return platform_; }
+
+  // --- Fields (names as the rest of the engine speaks of them).
+  ForwardingLog log_;           // declared first: the device logic below holds it
+  platform::DeviceState state;  // ready, counts, userMode, activeConfigSet, lid, Bluetooth
+  config::Configuration config;
+  std::atomic<bool> rssiPaRequested{false};
+  std::atomic<uint32_t> autoState{kAutoEnded};
+  std::atomic<uint64_t> pendingConfigSet{0};
+  std::atomic<bool> configChangePending{false};
+  std::atomic<bool> reevaluateRequested{false};
+  std::atomic<uint32_t> powerSource{0};
+  RssiHistory rssiHistory;  // the auto-mode thread's only
+  SwitchLabels labels = DefaultSwitchLabels();
+  std::string modelName;
+
+  // The device logic over the worker's state.
+  platform::AntennaSwitch sw;
+  platform::SignalCounters counters;
+  platform::AdapterDiscovery adapters;
+
+  // loopMutex: a new one is made at every start of Auto mode; earlier ones are kept (not
+  // closed) until teardown, since threads of an earlier period may still use them.
+  platform::Mutex* loopMutex() const { return loopMutex_.load(std::memory_order_acquire); }
+
+  // The auto-mode thread: non-null while it runs (autoThread); it clears it when it ends.
+  bool autoThreadRunning() const { return autoThread_.load(std::memory_order_acquire); }
+  void clearAutoThread() { autoThread_.store(false, std::memory_order_release); }
+
+ private:
+  friend class WorkerTestAccess;
+  Status StartAuto();
+
+  platform::Platform& platform_;
+  log::LogContext logContext_;
+  log::LogFile logFile_;
+  std::unique_ptr<log::WorkerLog> workerLog_;
+  std::unique_ptr<platform::Mutex> logMutex_;
+  std::unique_ptr<platform::BoardIdentification> board_;
+
+  std::atomic<platform::Mutex*> loopMutex_{nullptr};
+  std::vector<std::unique_ptr<platform::Mutex>> loopMutexes_;
+
+  std::mutex
+      autoLock_;  // guards autoArg_ and threads_: plain bookkeeping, never held across a wait
+  std::shared_ptr<AutoSwitchingWorkerArg> autoArg_;
+  std::atomic<bool> autoThread_{false};
+  std::vector<std::unique_ptr<platform::Thread>> threads_;
+};
+
+}  // namespace zaltor::engine

@@ -1,0 +1,63 @@
+// The complete log of one console-like run in virtual time: start-up and two decision
+// passes (AutoModeRunCount 2) on a small scenario with a weighted mode, a disabled mode and
+// an antenna without signal in one switch position, then the return to DefaultMode. The text is the
+// same on every run and equals the reviewed copy in golden/auto_two_passes.txt
+// (ZALTOR_UPDATE_GOLDEN=1 writes it anew).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "engine/auto_harness.h"
+
+namespace zaltor::engine::autotest {
+namespace {
+
+std::string GoldenPath() {
+  return (std::filesystem::path(__FILE__).parent_path() / "golden" / "auto_two_passes.txt")
+      .string();
+}
+
+// Init, Auto, two passes of the loop until the thread ends.
+std::string RunTwoPasses() {
+  HarnessOptions o;
+  o.consoleMode = true;
+  o.keys = {{"AutoModeRunCount", "2"},
+            {"DefaultMode", "2"},
+            {"RSSIWeightForMode_1", "5.0"},
+            {"DisableMode_2", "1"}};
+  // Port 1 ("Aux") has no signal with its switch in "Div" (modes 3 and 4).
+  o.scenarioPatch = R"({"radio":{"rssi":[{"Main":-55,"Div":-62},{"Main":-70,"Div":-95}]}})";
+  AutoHarness h(o);
+  EXPECT_EQ(h.Init(), 0);
+  EXPECT_EQ(h.worker().SetUserMode(0), 0u);
+  EXPECT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 120000));
+  h.worker().StopAndJoinAutoThreads();
+  std::string text = h.ConsoleText();
+  // The temporary directory may appear in paths; it differs between runs.
+  for (size_t at = text.find(h.dir()); at != std::string::npos; at = text.find(h.dir(), at)) {
+    text.replace(at, h.dir().size(), "<dir>");
+  }
+  return text;
+}
+
+TEST(AutoGolden, ConsoleRunOfTwoPassesMatchesTheReviewedLog) {
+  const std::string first = RunTwoPasses();
+  const std::string second = RunTwoPasses();
+  EXPECT_EQ(first, second) << "the run must give the same text every time";
+
+  if (std::getenv("ZALTOR_UPDATE_GOLDEN") != nullptr) {
+    std::ofstream(GoldenPath(), std::ios::binary) << first;
+  }
+  std::ifstream in(GoldenPath(), std::ios::binary);
+  ASSERT_TRUE(in.good()) << GoldenPath();
+  std::stringstream golden;
+  golden << in.rdbuf();
+  EXPECT_EQ(first, golden.str());
+}
+
+}  // namespace
+}  // namespace zaltor::engine::autotest

@@ -1,0 +1,112 @@
+// The user's mode on the worker, with the auto loop on the simulated notebook in virtual
+// time: the first request, repeated requests, Auto while the loop runs, a fixed mode while
+// it runs, and a device without antenna switches.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "engine/auto_harness.h"
+
+namespace zaltor::engine::autotest {
+namespace {
+
+void Patch(AutoHarness& h, const char* json) {
+  std::string error;
+  ASSERT_TRUE(h.notebook().apply_patch(nlohmann::json::parse(json), error)) << error;
+}
+
+TEST(EngineWorkerModes, DeviceWithoutSwitchesFailsInitWith3) {
+  HarnessOptions o;
+  o.scenarioPatch = R"({"firmware":{"switchCount":0}})";
+  AutoHarness h(o);
+  EXPECT_EQ(h.Init(), 3);
+  EXPECT_EQ(h.Count(kLogError, "MultiAntenna is not Supported!\n"), 1);
+  EXPECT_FALSE(h.worker().initialised());
+  EXPECT_EQ(h.worker().SetUserMode(0), 2u);
+}
+
+TEST(EngineWorkerModes, FirstFixedModeAfterStartIsCarriedOut) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  EXPECT_EQ(h.worker().userMode(), 99u);
+  Patch(h, R"({"firmware":{"lines":0}})");  // both switches "Div": mode 4
+  ASSERT_EQ(h.notebook().mode(), 4);
+  EXPECT_EQ(h.worker().SetUserMode(1), 0u);
+  EXPECT_EQ(h.notebook().mode(), 1);
+  EXPECT_EQ(h.worker().userMode(), 1u);
+}
+
+TEST(EngineWorkerModes, FirstAutoRequestAfterStartIsCarriedOut) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  EXPECT_EQ(h.worker().SetUserMode(0), 0u);
+  EXPECT_TRUE(h.worker().autoThreadRunning());
+  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 2u);  // auto loop and monitor
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, 120000));
+  EXPECT_EQ(h.notebook().mode(), 3);
+}
+
+TEST(EngineWorkerModes, AskingForTheModeAlreadyChosenReturns0AndChangesNothing) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(2), 0u);
+  ASSERT_EQ(h.notebook().mode(), 2);
+  std::array<Status, platform::kMaxPorts> results{};
+  h.worker().sw.SetMode(3, results);  // the device is switched meanwhile
+  ASSERT_EQ(h.notebook().mode(), 3);
+  EXPECT_EQ(h.worker().SetUserMode(2), 0u);
+  EXPECT_EQ(h.notebook().mode(), 3);
+}
+
+TEST(EngineWorkerModes, AutoAgainWhileItRunsReturns0AndStartsNothing) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  EXPECT_EQ(h.worker().SetUserMode(0), 0u);
+  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 2u);
+}
+
+TEST(EngineWorkerModes, AutoWhileTheStoppedLoopStillRunsStartsNothing) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  // The fixed mode stops the loop, but its thread has not yet seen the flag when Auto is
+  // asked for again: the running thread counts, nothing new starts.
+  ASSERT_EQ(h.worker().SetUserMode(2), 0u);
+  ASSERT_TRUE(h.worker().autoThreadRunning());
+  EXPECT_EQ(h.worker().SetUserMode(0), 0u);
+  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 2u);
+  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 3000));
+  h.RunFor(60000);
+  EXPECT_EQ(h.Count(kLogInfo, "Auto mode thread ended.\n"), 1);
+  EXPECT_TRUE(h.Sleeps().empty()) << "no loop runs any more";
+  EXPECT_EQ(h.notebook().mode(), 2);
+}
+
+TEST(EngineWorkerModes, FixedModeWhileAutoRunsStopsBothThreadsAndSetsTheModeAtOnce) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(2500);
+  const auto arg = WorkerTestAccess::AutoArg(h.worker());
+  ASSERT_NE(arg, nullptr);
+  const int64_t before = h.clock().now_ms();
+  EXPECT_EQ(h.worker().SetUserMode(4), 0u);
+  EXPECT_EQ(h.notebook().mode(), 4);
+  EXPECT_EQ(h.clock().now_ms(), before) << "the mode is set before the loop runs again";
+  EXPECT_FALSE(arg->keepRunning.load()) << "the record that both threads watch says stop";
+  EXPECT_EQ(WorkerTestAccess::AutoArg(h.worker()), nullptr);
+  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 2000));
+  h.worker().StopAndJoinAutoThreads();  // both threads have ended
+  h.RunFor(60000);
+  EXPECT_EQ(h.notebook().mode(), 4);
+  EXPECT_EQ(h.Count(kLogInfo, "Auto mode thread ended.\n"), 1);
+}
+
+}  // namespace
+}  // namespace zaltor::engine::autotest
