@@ -33,6 +33,9 @@ uint32_t ServiceApplication::RunBody(CMultiAntennaSvc& svc) {
     svc.log().write(kLogInfo, "Worker obj init() Failed!\n");
     return STATUS_WORKER_START_FAILED;
   }
+  // A build without a control interface runtime cannot serve: the service stops as when the
+  // runtime is not there to listen.
+  if (platform_.rpc == nullptr) return platform::kRpcServerUnavailable;
   rpc::EndpointSetup setup{*platform_.rpc, *platform_.clock, svc.log(), procedures_,
                            rpc::endpoint_name_from_environment(), [this] {
                              if (worker_.initialised()) worker_.SetUserMode(kModeAuto);
