@@ -9,7 +9,9 @@ cmake --build --preset default -j"$(nproc)" --target ZaltorMultiAntennaSvc anten
 # Like the product's installer, create the registry key in which the service records the
 # configuration version (on Linux a directory under ZALTOR_STATE_DIR).
 state_dir=${ZALTOR_STATE_DIR:-/var/lib/zaltor-multiantenna}
-mkdir -p "$state_dir/SOFTWARE/ZALTOR/ZALTOR MultiAntenna"
+key="$state_dir/SOFTWARE/ZALTOR/ZALTOR MultiAntenna"
+mkdir -p "$key"
+[ -f "$key/ConfigVersion" ] || printf '%s' "2.0-sample" > "$key/ConfigVersion"
 cd build/bin
 echo "== ZaltorMultiAntennaSvc -console in $(pwd) (log file: $(pwd)/rflog.txt; Ctrl+C stops it)"
 exec ./ZaltorMultiAntennaSvc -console

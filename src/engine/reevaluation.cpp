@@ -32,11 +32,14 @@ void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute) {
   if (!recompute) return;
   const uint32_t set = worker.adapters.SelectConfigSet();
   const uint64_t active = worker.activeConfigSet();
-  // A set equal to the active one leaves an earlier pending change as it stands; the
-  // request is consumed within about a second, so such a change rarely waits.
   if (set != active) {
     worker.log().write(kLogInfo, "CONFIG changed! %u -> %u\n", static_cast<uint32_t>(active), set);
     worker.configChangePending.store(true, std::memory_order_relaxed);
+    worker.pendingConfigSet.store(set, std::memory_order_relaxed);
+  } else {
+    // The situation went back to the set in force before anyone took the earlier change
+    // (the lid closed and opened again): that change no longer applies.
+    worker.configChangePending.store(false, std::memory_order_relaxed);
     worker.pendingConfigSet.store(set, std::memory_order_relaxed);
   }
 }

@@ -52,6 +52,19 @@ TEST(EventsLid, ClosingSelectsTheLidSetWhateverTheBandOpeningReturnsToTheBand) {
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
 }
 
+TEST(EventsLid, ClosingAndOpeningBeforeTheRequestIsTakenKeepsTheBandSet) {
+  EngineOnNotebook nb;  // channel 36
+  Settle(nb);
+  nb.Patch(R"({"lid": {"open": false}})");
+  nb.Sleep(100);
+  ASSERT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
+  nb.Patch(R"({"lid": {"open": true}})");
+  nb.Sleep(100);
+  EXPECT_FALSE(nb.worker().configChangePending.load());
+  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
+  EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "the lid is open again: no lid-closed set";
+}
+
 TEST(EventsLid, OpeningOnA24GHzLinkReturnsToTheDefaultSet) {
   EngineOnNotebook nb(Interface(true, 6));
   Settle(nb);
