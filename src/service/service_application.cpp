@@ -36,8 +36,12 @@ uint32_t ServiceApplication::RunBody(CMultiAntennaSvc& svc) {
   // A build without a control interface runtime cannot serve: the service stops as when the
   // runtime is not there to listen.
   if (platform_.rpc == nullptr) return platform::kRpcServerUnavailable;
-  rpc::EndpointSetup setup{*platform_.rpc, *platform_.clock, svc.log(), procedures_,
-                           rpc::endpoint_name_from_environment(), [this] {
+  rpc::EndpointSetup setup{*platform_.rpc,
+                           *platform_.clock,
+                           svc.log(),
+                           procedures_,
+                           rpc::endpoint_name_from_environment(),
+                           [this] {
                              if (worker_.initialised()) worker_.SetUserMode(kModeAuto);
                            }};
   return rpc::serve(setup);

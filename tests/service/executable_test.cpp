@@ -40,18 +40,35 @@ platform::ProcessResult run_service(const std::string& cwd, std::vector<std::str
   return platform::run_process(argv);
 }
 
+// A notebook whose control device cannot be opened: the worker does not start.
+std::string unsupported_notebook(const TempDir& dir) {
+  write_file(dir.file("no-device.json"), R"({"firmware": {"openFails": true}})");
+  return "ZALTOR_SIM_SCENARIO=" + dir.file("no-device.json");
+}
+
 TEST(ServiceExecutable, ConsoleRunPrintsExactlyTheLogAndTheRunBodyResult) {
   TempDir dir;
-  const auto r = run_service(dir.path(), {"-NOTIFY_SOCKET"}, {"-console"});
+  const auto r =
+      run_service(dir.path(), {"-NOTIFY_SOCKET", unsupported_notebook(dir)}, {"-console"});
   ASSERT_TRUE(r.started);
   EXPECT_EQ(r.out,
             "4: Starting Rpc Server..\n"
+            "1: InitializeZLTACPIDevice Failed!\n"
             "4: Worker obj init() Failed!\n"
             "RpcServerConnect returned: 0x6e\n");
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(r.exit_code, 110);
-  // Only the worker's log writes the log file, and no worker ran.
+  // The log file is set up late in the worker's start-up, which never got there.
   EXPECT_FALSE(std::filesystem::exists(dir.file("rflog.txt")));
+}
+
+TEST(ServiceExecutable, ABadScenarioIsRefusedAtStartNamingTheMember) {
+  TempDir dir;
+  write_file(dir.file("bad.json"), R"({"radio": {"rssi": [{"Main": "loud"}]}})");
+  const auto r =
+      run_service(dir.path(), {"ZALTOR_SIM_SCENARIO=" + dir.file("bad.json")}, {"-console"});
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("radio.rssi[0]"), std::string::npos) << r.err;
 }
 
 TEST(ServiceExecutable, HandStartWithoutArgumentsFailsInTheDispatcher) {
@@ -71,7 +88,8 @@ TEST(ServiceExecutable, UnknownWordIsInvalid) {
 TEST(ServiceExecutable, UnderANotifySocketTheFailedStartIsReportedWithRisingCheckpoints) {
   TempDir dir;
   NotifySocket notify(dir.file("notify"));
-  const auto r = run_service(dir.path(), {"NOTIFY_SOCKET=" + notify.path()}, {});
+  const auto r =
+      run_service(dir.path(), {"NOTIFY_SOCKET=" + notify.path(), unsupported_notebook(dir)}, {});
   EXPECT_EQ(r.out, "Invalid arguments.");
   EXPECT_EQ(r.exit_code, 1);
   std::vector<std::string> messages = notify.drain();
