@@ -5,6 +5,7 @@
 #include "config/config_loader.h"
 #include "config/config_report.h"
 #include "config/version_registration.h"
+#include "engine/loop_hold.h"
 #include "engine/worker_threads.h"
 #include "platform/wlan.h"
 
@@ -13,23 +14,6 @@ namespace zaltor::engine {
 namespace {
 constexpr uint32_t kWlanClientVersion = 2;
 constexpr const char* kLogFileName = "rflog.txt";
-
-// A mutex pointer that may be null (Auto was never started): like a wait on an invalid
-// handle, which fails at once, the flag update then goes on without the lock.
-class LoopHold {
- public:
-  explicit LoopHold(platform::Mutex* m) : m_(m) {
-    if (m_ != nullptr) m_->lock();
-  }
-  ~LoopHold() {
-    if (m_ != nullptr) m_->unlock();
-  }
-  LoopHold(const LoopHold&) = delete;
-  LoopHold& operator=(const LoopHold&) = delete;
-
- private:
-  platform::Mutex* m_;
-};
 }  // namespace
 
 AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
