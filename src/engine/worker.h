@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -49,16 +50,22 @@ enum AutoState : uint32_t { kAutoMeasuring = 0, kAutoIdle = 1, kAutoEnded = 2 };
 
 // The worker's log as the device logic holds it from construction: it forwards to the
 // worker log call once Init has the service's log context, and drops text before that.
+// Setting a new target waits for log calls in progress, so that the service object behind
+// the worker log call can go away while the worker's threads still run.
 class ForwardingLog final : public Log {
  public:
   void vwrite(uint8_t level, const char* fmt, va_list ap) override {
-    Log* target = target_.load(std::memory_order_acquire);
-    if (target != nullptr) target->vwrite(level, fmt, ap);
+    std::shared_lock<std::shared_mutex> hold(lock_);
+    if (target_ != nullptr) target_->vwrite(level, fmt, ap);
   }
-  void set_target(Log* target) { target_.store(target, std::memory_order_release); }
+  void set_target(Log* target) {
+    std::unique_lock<std::shared_mutex> hold(lock_);
+    target_ = target;
+  }
 
  private:
-  std::atomic<Log*> target_{nullptr};
+  std::shared_mutex lock_;
+  Log* target_ = nullptr;
 };
 
 class AntennaSwitchWorkerObj {
@@ -89,6 +96,9 @@ class AntennaSwitchWorkerObj {
   // Writes one finished line straight to the service's log-entry operation (the event
   // log), without line assembly and without the log file. Dropped before Init.
   void WriteEvent(uint8_t level, const char* line);
+
+  // The service object behind the log goes away: later log calls are dropped.
+  void DetachLog() { log_.set_target(nullptr); }
 
   // The process teardown's share of the worker: the counter query, the mutexes and the
   // WLAN client. Only when no worker thread runs any more.

@@ -31,7 +31,9 @@ CMultiAntennaSvc::CMultiAntennaSvc(const std::string& name, const std::string& c
   if (!hooks_.set_default_mode) hooks_.set_default_mode = defaults.set_default_mode;
 }
 
-CMultiAntennaSvc::~CMultiAntennaSvc() = default;
+CMultiAntennaSvc::~CMultiAntennaSvc() {
+  if (hooks_.service_ending) hooks_.service_ending(*this);
+}
 
 int32_t CMultiAntennaSvc::WriteLogEntry(std::string_view line, uint8_t level) {
   if (console() && platform().console != nullptr) {

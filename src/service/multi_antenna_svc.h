@@ -29,6 +29,9 @@ struct ServiceHooks {
   std::function<void(CMultiAntennaSvc&)> withdraw_control_interface;
   // Puts the antenna into the default mode of the config set in force; the worker's answer.
   std::function<uint32_t(CMultiAntennaSvc&)> set_default_mode;
+  // The service object is being destroyed while the worker's threads may still log through
+  // it (a service ends while its loops sleep). May be empty.
+  std::function<void(CMultiAntennaSvc&)> service_ending;
 };
 
 // The hooks of a service without a worker: the run body logs that the worker did not start

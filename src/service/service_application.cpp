@@ -21,6 +21,7 @@ ServiceHooks ServiceApplication::hooks() {
     if (platform_.rpc != nullptr) rpc::withdraw(*platform_.rpc);
   };
   hooks.set_default_mode = [this](CMultiAntennaSvc&) { return SetDefaultMode(); };
+  hooks.service_ending = [this](CMultiAntennaSvc&) { worker_.DetachLog(); };
   return hooks;
 }
 
