@@ -36,7 +36,9 @@ class SimBackends : public ::testing::Test {
     std::ofstream f(path_);
     f << text;
   }
-  std::string path_ = ::testing::TempDir() + "sim_backends_test.json";
+  // One file per test: ctest runs the tests of this suite side by side.
+  std::string path_ = ::testing::TempDir() + "sim_backends_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
 };
 
 TEST_F(SimBackends, ScenarioFileBuildsTheNotebookHardwareAndClock) {

@@ -58,6 +58,10 @@ TEST(RpcLoad, ConcurrentConnectionsCallingInALoopAreAllAnswered) {
 }
 
 TEST(RpcLoad, UpTo1234CallsRunAtOnce) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "2468 threads meeting at once take longer than the test's bound under the "
+                  "thread sanitizer; the default and address-sanitizer runs check it";
+#endif
   TestServer server("concurrent");
   std::mutex m;
   std::condition_variable cv;
