@@ -99,5 +99,7 @@ class ClockAbsence {
 
 // Real time of the machine, with standard threads and mutexes.
 std::unique_ptr<Clock> make_real_clock();
+// The machine's time run `speed` times faster (null unless speed > 0).
+std::unique_ptr<Clock> make_machine_clock(double speed);
 
 }  // namespace zaltor::platform

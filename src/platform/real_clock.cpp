@@ -1,21 +1,25 @@
-// The machine's own time: steady clock, standard threads, kernel-mutex semantics.
+// The machine's own time, optionally run faster: standard threads and kernel-mutex
+// semantics, with every duration divided by `speed` before the machine waits it. The real
+// clock is speed 1; the simulated notebook's scaled clock uses any speed.
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
 #include "platform/clock.h"
+#include "platform/thread_token.h"
 
 namespace zaltor::platform {
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-class RealMutex final : public Mutex {
+class MachineMutex final : public Mutex {
  public:
   void lock() override {
     std::unique_lock<std::mutex> g(m_);
-    const auto self = std::this_thread::get_id();
+    const uint64_t self = this_thread_token();
     if (count_ > 0 && owner_ == self) {
       ++count_;
       return;
@@ -26,9 +30,10 @@ class RealMutex final : public Mutex {
   }
   void unlock() override {
     std::lock_guard<std::mutex> g(m_);
-    if (count_ == 0 || owner_ != std::this_thread::get_id()) return;
+    // Like ReleaseMutex: only the owner can release.
+    if (count_ == 0 || owner_ != this_thread_token()) return;
     if (--count_ == 0) {
-      owner_ = {};
+      owner_ = 0;
       cv_.notify_one();
     }
   }
@@ -36,13 +41,13 @@ class RealMutex final : public Mutex {
  private:
   std::mutex m_;
   std::condition_variable cv_;
-  std::thread::id owner_;
+  uint64_t owner_ = 0;
   unsigned count_ = 0;
 };
 
-class RealEvent final : public Event {
+class MachineEvent final : public Event {
  public:
-  explicit RealEvent(bool manual_reset) : manual_(manual_reset) {}
+  MachineEvent(bool manual_reset, double speed) : manual_(manual_reset), speed_(speed) {}
   void set() override {
     std::lock_guard<std::mutex> g(m_);
     set_ = true;
@@ -62,7 +67,9 @@ class RealEvent final : public Event {
     if (timeout_ms < 0) {
       cv_.wait(g, [&] { return set_; });
     } else {
-      ok = cv_.wait_for(g, std::chrono::milliseconds(timeout_ms), [&] { return set_; });
+      const auto real = std::chrono::microseconds(
+          static_cast<int64_t>(std::llround(static_cast<double>(timeout_ms) * 1000.0 / speed_)));
+      ok = cv_.wait_for(g, real, [&] { return set_; });
     }
     if (ok && !manual_) set_ = false;
     return ok;
@@ -72,13 +79,14 @@ class RealEvent final : public Event {
   std::mutex m_;
   std::condition_variable cv_;
   bool manual_;
+  double speed_;
   bool set_ = false;
 };
 
-class RealThread final : public Thread {
+class MachineThread final : public Thread {
  public:
-  explicit RealThread(std::function<void()> body) : t_(std::move(body)) {}
-  ~RealThread() override {
+  explicit MachineThread(std::function<void()> body) : t_(std::move(body)) {}
+  ~MachineThread() override {
     if (t_.joinable()) t_.detach();
   }
   void join() override {
@@ -92,33 +100,45 @@ class RealThread final : public Thread {
   std::thread t_;
 };
 
-class RealClock final : public Clock {
+class MachineClock final : public Clock {
  public:
+  explicit MachineClock(double speed) : speed_(speed) {}
   int64_t now_ms() override {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now() - start_)
-        .count();
+    const auto real = std::chrono::duration<double, std::milli>(SteadyClock::now() - start_);
+    return static_cast<int64_t>(real.count() * speed_);
   }
   void sleep_ms(int64_t ms) override {
-    if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    if (ms <= 0) {
+      std::this_thread::yield();
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(
+        static_cast<int64_t>(std::llround(static_cast<double>(ms) * 1000.0 / speed_))));
   }
-  std::unique_ptr<Mutex> make_mutex() override { return std::make_unique<RealMutex>(); }
+  std::unique_ptr<Mutex> make_mutex() override { return std::make_unique<MachineMutex>(); }
   std::unique_ptr<Event> make_event(bool manual_reset) override {
-    return std::make_unique<RealEvent>(manual_reset);
+    return std::make_unique<MachineEvent>(manual_reset, speed_);
   }
   std::unique_ptr<Thread> start_thread(const char*, std::function<void()> body) override {
-    return std::make_unique<RealThread>(std::move(body));
+    return std::make_unique<MachineThread>(std::move(body));
   }
   void attach_current_thread() override {}
   void detach_current_thread() override {}
 
  private:
+  double speed_;
   SteadyClock::time_point start_ = SteadyClock::now();
 };
 
 }  // namespace
 
+std::unique_ptr<Clock> make_machine_clock(double speed) {
+  if (!(speed > 0.0)) return nullptr;
+  return std::make_unique<MachineClock>(speed);
+}
+
 std::unique_ptr<Clock> make_real_clock() {
-  return std::make_unique<RealClock>();
+  return make_machine_clock(1.0);
 }
 
 }  // namespace zaltor::platform

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/sim/sim_clocks.h"
-#include "platform/sim/thread_token.h"
+#include "platform/thread_token.h"
 
 namespace zaltor::platform::sim {
 namespace {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-namespace zaltor::platform::sim {
+namespace zaltor::platform {
 
 inline uint64_t this_thread_token() {
   static std::atomic<uint64_t> next{1};
@@ -12,4 +12,4 @@ inline uint64_t this_thread_token() {
   return token;
 }
 
-}  // namespace zaltor::platform::sim
+}  // namespace zaltor::platform
