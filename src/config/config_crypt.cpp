@@ -14,10 +14,16 @@ namespace {
 // Both labels name the cipher file, also where the plain file is meant; the texts are kept.
 constexpr const char* kCipherLabel = "cipher data file";
 
+// A symmetric key with the key object buffer it was made in: CNG keeps using that buffer
+// until the key is destroyed, so the buffer is declared first and goes last.
+struct PreparedKey {
+  std::unique_ptr<uint8_t[]> object;
+  std::unique_ptr<platform::CryptoKey> key;
+};
+
 // The CNG steps up to a ready key and a fresh copy of the IV; false after printing why.
-bool prepare_key(platform::Crypto& crypto, Console* console,
-                 std::unique_ptr<platform::CryptoKey>& key, std::vector<uint8_t>& iv,
-                 uint32_t& status) {
+bool prepare_key(platform::Crypto& crypto, Console* console, PreparedKey& prepared,
+                 std::vector<uint8_t>& iv, uint32_t& status) {
   auto report = [&](const char* fmt, uint32_t st) {
     status = st;
     if (console != nullptr) console->print(fmt, st);
@@ -34,9 +40,8 @@ bool prepare_key(platform::Crypto& crypto, Console* console,
     report("**** Error 0x%x returned by BCryptGetProperty\n", st);
     return false;
   }
-  std::unique_ptr<uint8_t[]> key_object(new (std::nothrow)
-                                            uint8_t[object_len == 0 ? 1 : object_len]);
-  if (!key_object) {
+  prepared.object.reset(new (std::nothrow) uint8_t[object_len == 0 ? 1 : object_len]);
+  if (!prepared.object) {
     status = platform::kCryptoNoMemory;
     if (console != nullptr) console->print("**** memory allocation failed\n");
     return false;
@@ -59,8 +64,8 @@ bool prepare_key(platform::Crypto& crypto, Console* console,
     return false;
   }
   const auto& material = config_key_material();
-  st = aes->generate_symmetric_key(key_object.get(), object_len, material.data(),
-                                   static_cast<uint32_t>(kConfigKeyBytes), key);
+  st = aes->generate_symmetric_key(prepared.object.get(), object_len, material.data(),
+                                   static_cast<uint32_t>(kConfigKeyBytes), prepared.key);
   if (st != 0) {
     report("**** Error 0x%x returned by BCryptGenerateSymmetricKey\n", st);
     return false;
@@ -75,10 +80,11 @@ bool prepare_key(platform::Crypto& crypto, Console* console,
 bool decrypt_config_bytes(platform::Crypto& crypto, Console& console,
                           const std::vector<uint8_t>& cipher, std::vector<uint8_t>& plain) {
   plain.clear();
-  std::unique_ptr<platform::CryptoKey> key;
+  PreparedKey prepared;
   std::vector<uint8_t> iv;
   uint32_t st = 0;
-  if (!prepare_key(crypto, &console, key, iv, st)) return false;
+  if (!prepare_key(crypto, &console, prepared, iv, st)) return false;
+  platform::CryptoKey* key = prepared.key.get();
   const auto in_len = static_cast<uint32_t>(cipher.size());
   const uint8_t* in = cipher.empty() ? iv.data() : cipher.data();  // never a null input
   uint32_t out_len = 0;
@@ -134,10 +140,11 @@ bool decrypt_config_file(platform::FileSystem& files, platform::Crypto& crypto, 
 uint32_t encrypt_config_bytes(platform::Crypto& crypto, const std::vector<uint8_t>& plain,
                               std::vector<uint8_t>& cipher) {
   cipher.clear();
-  std::unique_ptr<platform::CryptoKey> key;
+  PreparedKey prepared;
   std::vector<uint8_t> iv;
   uint32_t st = 0;
-  if (!prepare_key(crypto, nullptr, key, iv, st)) return st;
+  if (!prepare_key(crypto, nullptr, prepared, iv, st)) return st;
+  platform::CryptoKey* key = prepared.key.get();
   const auto in_len = static_cast<uint32_t>(plain.size());
   const uint8_t* in = plain.empty() ? iv.data() : plain.data();
   uint32_t out_len = 0;

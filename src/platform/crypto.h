@@ -42,7 +42,8 @@ class CryptoAlgorithm {
   virtual uint32_t get_property(CryptoProperty property, uint32_t& value) = 0;
   // BCryptSetProperty "ChainingMode" = "ChainingModeCBC".
   virtual uint32_t set_chaining_mode_cbc() = 0;
-  // BCryptGenerateSymmetricKey into the caller's key object buffer.
+  // BCryptGenerateSymmetricKey into the caller's key object buffer, which must stay until
+  // the key is destroyed (null: the backend keeps the key object itself).
   virtual uint32_t generate_symmetric_key(uint8_t* key_object, uint32_t key_object_len,
                                           const uint8_t* secret, uint32_t secret_len,
                                           std::unique_ptr<CryptoKey>& key) = 0;

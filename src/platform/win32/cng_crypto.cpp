@@ -1,16 +1,12 @@
 // Symmetric cryptography through CNG (BCrypt). Statuses are the NTSTATUS values that the
 // BCrypt functions answer, passed on unchanged.
 //
-// Two ownership choices keep the handles valid however long the caller keeps them:
-// - a key keeps its algorithm provider open (the caller may drop the algorithm first);
-// - the key object lives in a buffer that the key owns. The caller's key object buffer is
-//   still checked for its size, so a buffer smaller than "ObjectLength" fails as it does
-//   with CNG, but the caller may free it while the key is in use.
+// A key keeps its algorithm provider open, so the caller may drop the algorithm first. The
+// key object lives in the caller's buffer, as with CNG itself: the caller keeps it until the
+// key is destroyed. Without a buffer CNG keeps the key object itself.
 #include <windows.h>
 // bcrypt.h needs windows.h first.
 #include <bcrypt.h>
-
-#include <vector>
 
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
@@ -32,8 +28,8 @@ class Provider {
 
 class CngKey final : public CryptoKey {
  public:
-  CngKey(std::shared_ptr<Provider> provider, std::vector<UCHAR> object, BCRYPT_KEY_HANDLE key)
-      : provider_(std::move(provider)), object_(std::move(object)), key_(key) {}
+  CngKey(std::shared_ptr<Provider> provider, BCRYPT_KEY_HANDLE key)
+      : provider_(std::move(provider)), key_(key) {}
   ~CngKey() override { BCryptDestroyKey(key_); }
 
   uint32_t decrypt(const uint8_t* input, uint32_t input_len, uint8_t* iv, uint32_t iv_len,
@@ -60,7 +56,6 @@ class CngKey final : public CryptoKey {
 
  private:
   std::shared_ptr<Provider> provider_;
-  std::vector<UCHAR> object_;
   BCRYPT_KEY_HANDLE key_;
 };
 
@@ -99,12 +94,12 @@ class CngAlgorithm final : public CryptoAlgorithm {
     if (key_object != nullptr && key_object_len < object_len) {
       return static_cast<uint32_t>(kBufferTooSmall);
     }
-    std::vector<UCHAR> object(object_len == 0 ? 1 : object_len);
     BCRYPT_KEY_HANDLE handle = nullptr;
-    st = BCryptGenerateSymmetricKey(provider_->handle, &handle, object.data(), object_len,
+    st = BCryptGenerateSymmetricKey(provider_->handle, &handle, key_object,
+                                    key_object != nullptr ? key_object_len : 0,
                                     const_cast<PUCHAR>(secret), secret_len, 0);
     if (!BCRYPT_SUCCESS(st)) return static_cast<uint32_t>(st);
-    key = std::make_unique<CngKey>(provider_, std::move(object), handle);
+    key = std::make_unique<CngKey>(provider_, handle);
     return 0;
   }
 
