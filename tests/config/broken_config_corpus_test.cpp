@@ -1,6 +1,5 @@
 // A corpus of damaged configurations, each loaded as the service loads it: plain, and
 // encrypted into Conf.bin. broken/expected.tsv gives the result and a line of the log.
-#if !defined(_WIN32)
 #include <sstream>
 
 #include "config/config_crypt.h"
@@ -30,7 +29,11 @@ std::vector<Expectation> expectations(const std::string& dir) {
     std::getline(fields, e.log_line, '\t');
     e.result = static_cast<Status>(std::stoul(result));
     const size_t nl = e.log_line.find("\\n");
-    if (nl != std::string::npos) e.log_line.replace(nl, 2, "\n");
+    // Built anew rather than replaced in place: GCC 12's -O3 warns falsely (-Wrestrict)
+    // about the in-place replace.
+    if (nl != std::string::npos) {
+      e.log_line = e.log_line.substr(0, nl) + '\n' + e.log_line.substr(nl + 2);
+    }
     out.push_back(e);
   }
   return out;
@@ -76,4 +79,3 @@ INSTANTIATE_TEST_SUITE_P(PlainAndEncrypted, BrokenConfigCorpus, ::testing::Value
 
 }  // namespace
 }  // namespace zaltor::config
-#endif

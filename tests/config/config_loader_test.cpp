@@ -1,5 +1,4 @@
 // Loading the configuration: file choice, decryption, version checks, section list.
-#if !defined(_WIN32)
 #include "config/config_loader.h"
 
 #include "config/config_crypt.h"
@@ -200,4 +199,3 @@ TEST(ConfigLoader, TooManySectionsAreRefused) {
 
 }  // namespace
 }  // namespace zaltor::config
-#endif

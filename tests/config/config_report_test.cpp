@@ -1,5 +1,4 @@
 // The configuration report.
-#if !defined(_WIN32)
 #include "config/config_report.h"
 
 #include "config/config_loader.h"
@@ -131,4 +130,3 @@ TEST(ConfigReport, GoldenReportOfTheSampleWithTwoSwitches) {
 
 }  // namespace
 }  // namespace zaltor::config
-#endif

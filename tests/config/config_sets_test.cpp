@@ -1,5 +1,4 @@
 // Override sets: discovery and reading with fallbacks.
-#if !defined(_WIN32)
 #include "config/config_sets.h"
 
 #include "config_test_support.h"
@@ -30,7 +29,7 @@ class ConfigSetsTest : public ::testing::Test {
 
   TempDir dir_;
   std::string path_;
-  std::unique_ptr<platform::ProfileReader> profiles_ = platform::make_ini_profile_reader();
+  std::unique_ptr<platform::ProfileReader> profiles_ = testing::platform_profile_reader();
   ConfigKeySourceMap sources_;
   ConfigSettings s_;
   std::array<bool, kConfigSets> enabled_{};
@@ -202,4 +201,3 @@ TEST(ConfigSetLabels, SetFourAndAboveAreNotAvailable) {
 
 }  // namespace
 }  // namespace zaltor::config
-#endif

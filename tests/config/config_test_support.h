@@ -18,10 +18,40 @@
 #include "platform/crypto.h"
 #include "platform/file_system.h"
 #include "platform/log.h"
-#include "platform/posix/posix_backends.h"
 #include "platform/profile.h"
 
+#if defined(_WIN32)
+#include "platform/win32/win32_backends.h"
+#else
+#include "platform/posix/posix_backends.h"
+#endif
+
 namespace zaltor::config::testing {
+
+// This platform's own backends of the seams the configuration code uses: the tests run
+// the same way over the Linux files, INI reader and OpenSSL and over the Win32 files,
+// GetPrivateProfile* and CNG (under Wine).
+#if defined(_WIN32)
+inline std::unique_ptr<platform::FileSystem> platform_file_system() {
+  return platform::make_win32_file_system();
+}
+inline std::unique_ptr<platform::ProfileReader> platform_profile_reader() {
+  return platform::make_private_profile_reader();
+}
+inline std::unique_ptr<platform::Crypto> platform_crypto() {
+  return platform::make_cng_crypto();
+}
+#else
+inline std::unique_ptr<platform::FileSystem> platform_file_system() {
+  return platform::make_posix_file_system();
+}
+inline std::unique_ptr<platform::ProfileReader> platform_profile_reader() {
+  return platform::make_ini_profile_reader();
+}
+inline std::unique_ptr<platform::Crypto> platform_crypto() {
+  return platform::make_openssl_crypto();
+}
+#endif
 
 struct LogLine {
   uint8_t level;
@@ -97,8 +127,7 @@ class TempDir {
 // The real file system with the program directory placed in a test directory.
 class DirFileSystem final : public platform::FileSystem {
  public:
-  explicit DirFileSystem(std::string dir)
-      : inner_(platform::make_posix_file_system()), dir_(std::move(dir)) {}
+  explicit DirFileSystem(std::string dir) : inner_(platform_file_system()), dir_(std::move(dir)) {}
   uint32_t program_directory(std::string& dir) override {
     dir = dir_;
     return 0;
@@ -136,8 +165,8 @@ class DirFileSystem final : public platform::FileSystem {
 struct LoadFixture {
   TempDir dir;
   DirFileSystem files{dir.path()};
-  std::unique_ptr<platform::ProfileReader> profiles = platform::make_ini_profile_reader();
-  std::unique_ptr<platform::Crypto> crypto = platform::make_openssl_crypto();
+  std::unique_ptr<platform::ProfileReader> profiles = platform_profile_reader();
+  std::unique_ptr<platform::Crypto> crypto = platform_crypto();
   RecordingLog log;
   RecordingConsole console;
 

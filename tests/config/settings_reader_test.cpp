@@ -1,5 +1,4 @@
 // Reading settings keys through the section search list, and the default set.
-#if !defined(_WIN32)
 #include "config/settings_reader.h"
 
 #include <cmath>
@@ -21,7 +20,7 @@ class SettingsReaderTest : public ::testing::Test {
 
   TempDir dir_;
   std::string path_;
-  std::unique_ptr<platform::ProfileReader> profiles_ = platform::make_ini_profile_reader();
+  std::unique_ptr<platform::ProfileReader> profiles_ = testing::platform_profile_reader();
   ConfigKeySourceMap sources_;
   ConfigSettings s_;
   const SectionList model_sections_{"Settings.AB12XY", "Settings.AB12X", "Settings.AB12"};
@@ -154,4 +153,3 @@ TEST_F(SettingsReaderTest, OverrideSectionEntersKeyWithSetDigit) {
 
 }  // namespace
 }  // namespace zaltor::config
-#endif

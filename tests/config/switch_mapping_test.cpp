@@ -1,5 +1,4 @@
 // The switch and port mapping.
-#if !defined(_WIN32)
 #include "config/switch_mapping.h"
 
 #include "config_test_support.h"
@@ -27,7 +26,7 @@ class SwitchMappingTest : public ::testing::Test {
 
   TempDir dir_;
   std::string path_;
-  std::unique_ptr<platform::ProfileReader> profiles_ = platform::make_ini_profile_reader();
+  std::unique_ptr<platform::ProfileReader> profiles_ = testing::platform_profile_reader();
   ConfigKeySourceMap sources_;
   platform::SwitchTable table_;
   RecordingLog log_;
@@ -139,4 +138,3 @@ TEST_F(SwitchMappingTest, FourPortsFormatTheFourthCounterPath) {
 
 }  // namespace
 }  // namespace zaltor::config
-#endif
