@@ -7,7 +7,7 @@
 # Usage: service_antennactl_e2e.sh WINE_RUN SERVICE_EXE ANTENNACTL_EXE
 # The endpoint name is unique per run, so that runs may overlap.
 set -uo pipefail
-run=$1 svc=$2 ctl=$3
+run=$(realpath "$1") svc=$(realpath "$2") ctl=$(realpath "$3")
 work=$(mktemp -d)
 pid=
 cleanup() {
@@ -49,7 +49,7 @@ for _ in $(seq 1 200); do
   sleep 0.1
 done
 [ "$rc" = 0 ] || fail "no answer from the service: rc=$rc out=$out"
-[ "$out" = "status=1" ] || fail "reserved command: $out"
+[ "$out" = $'status=1\nvalue=0' ] || fail "reserved command: $out"
 
 ctl mode 1
 [ "$rc" = 0 ] || fail "mode 1: rc=$rc out=$out"

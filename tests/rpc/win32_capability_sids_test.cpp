@@ -4,8 +4,9 @@
 #if defined(_WIN32)
 
 #include <gtest/gtest.h>
-#include <sddl.h>
 #include <windows.h>
+// sddl.h needs windows.h first.
+#include <sddl.h>
 
 #include <array>
 #include <cstdio>
@@ -106,7 +107,8 @@ std::string hash_words(const std::string& name) {
   for (size_t i = 0; i < 8; ++i) {
     const uint32_t word = uint32_t{d[4 * i]} | (uint32_t{d[4 * i + 1]} << 8) |
                           (uint32_t{d[4 * i + 2]} << 16) | (uint32_t{d[4 * i + 3]} << 24);
-    s += "-" + std::to_string(word);
+    s += '-';
+    s += std::to_string(word);
   }
   return s;
 }

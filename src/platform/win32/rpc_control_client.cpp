@@ -32,6 +32,8 @@
 namespace zaltor::platform {
 namespace {
 
+constexpr uint32_t kRpcZeroDivide = 1767;  // RPC_S_ZERO_DIVIDE
+
 using WireBytes = std::array<uint8_t, 20>;
 
 WireBytes to_bytes(const ContextHandleWire& wire) {
@@ -153,6 +155,9 @@ class RpcControlClient final : public ControlClient {
   }
 
   uint32_t close_context(ContextHandleWire& wire) override {
+    // The context to close must not be null: refused here, as the stubs refuse a null
+    // context of the other procedures.
+    if (wire.is_null()) return kRpcNullContext;
     ControlContext context = nullptr;
     if (const uint32_t err = handle_for(wire, context); err != 0) return err;
     CloseCall c{context};
@@ -245,7 +250,14 @@ class RpcControlClient final : public ControlClient {
 
   uint32_t call(const ContextHandleWire& wire, void (*fn)(void*), ValueCall& c) {
     if (const uint32_t err = handle_for(wire, c.context); err != 0) return err;
-    return win32::call_guarded(fn, &c);
+    return reported(win32::call_guarded(fn, &c));
+  }
+
+  // A server's integer division by zero travels as the NCA fault
+  // nca_s_fault_int_div_by_zero, which some runtimes (Wine's) hand to the client as
+  // RPC_S_ZERO_DIVIDE: reported as the exception code the server raised.
+  static uint32_t reported(uint32_t code) {
+    return code == kRpcZeroDivide ? kStatusIntegerDivideByZero : code;
   }
 
   RPC_BINDING_HANDLE binding_;
