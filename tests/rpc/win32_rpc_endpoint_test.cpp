@@ -31,9 +31,9 @@ TEST(Win32RpcEndpoint, SetUpServesCallsAndWithdrawalEndsListening) {
 
 TEST(Win32RpcEndpoint, SecondSetUpOnTheSameEndpointName) {
   Win32TestServer server("twice");
-  // The same process opening the same endpoint again: Windows refuses the duplicate
-  // (RPC_S_DUPLICATE_ENDPOINT) and the set-up would retry every 5000 ms; Wine's runtime
-  // treats an endpoint that the process already has as open (0).
+  // The same endpoint opened again: Windows refuses a name that is already held
+  // (RPC_S_DUPLICATE_ENDPOINT), and the set-up then retries every 5000 ms; Wine's runtime
+  // never reports a duplicate and answers 0.
   TestClock clock;
   auto second = platform::win32::make_win32_rpc_runtime(
       clock, &platform::win32::derive_capability_sids_by_hash);
