@@ -326,7 +326,12 @@ TEST(Win32Select, TheSimulatedNotebookRunsOnTheRealOperatingSystemBackends) {
   EXPECT_NE(p.services, nullptr);
   EXPECT_NE(p.thread_pool, nullptr);
   EXPECT_NE(p.event_trace, nullptr);
-  EXPECT_EQ(p.rpc, nullptr) << "no control interface runtime in this build yet";
+  ASSERT_NE(p.rpc, nullptr);
+  // The real security calls: the world SID.
+  Sid world = nullptr;
+  ASSERT_TRUE(p.rpc->allocate_and_initialize_sid(kSecurityWorldSidAuthority, {0}, world));
+  p.rpc->free_sid(world);
+  EXPECT_EQ(world, nullptr);
   // The real service manager: a missing service is 1060.
   ServiceManager::Handle manager = 0;
   ASSERT_EQ(p.services->open_manager(kManagerConnect, manager), 0u);

@@ -282,7 +282,7 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   RecordingLog log;
   FakeTarget target;
   ControlProcedures procedures(target);
-  auto rt = std::make_unique<ProbedRuntime>(clock);
+  auto rt = std::make_unique<ProbedRuntime>(platform::make_socket_rpc_runtime(clock));
   std::atomic<int> auto_chosen{0};
   clock.on_sleep([&](int64_t) {
     if (clock.sleeps().size() == 4) {  // the holder goes away after the fourth wait

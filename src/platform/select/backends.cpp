@@ -8,9 +8,9 @@
 // the clock (ClockAbsence) while it blocks outside it.
 //
 // On Windows, ZALTOR_PLATFORM=sim keeps the service manager, registry, profile files,
-// cryptography, event tracing and thread pool real (the Win32 backends); only the notebook's
-// hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there) needs
-// the hardware backends, which this program does not have yet.
+// cryptography, event tracing, thread pool and RPC runtime real (the Win32 backends); only
+// the notebook's hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there)
+// needs the hardware backends, which this program does not have yet.
 #include "platform/select/backends.h"
 
 #include <cstdio>
@@ -122,8 +122,7 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   p.services = b->keep(make_scm_service_manager());
   p.thread_pool = b->keep(make_win32_thread_pool(*p.clock));
   p.event_trace = b->keep(make_etw_event_trace());
-  // No control interface runtime in this build yet: p.rpc stays null, and the run body
-  // must answer that the control interface cannot be set up instead of using it.
+  p.rpc = b->keep(make_win32_rpc_runtime(*p.clock));
   b->start_notebook();
   return b;
 #else

@@ -1,7 +1,8 @@
 #pragma once
 // The Windows backends of the operating-system seams: console, thread pool, event tracing,
 // service control manager, files, private-profile INI files, cryptography (CNG) and the
-// registry. Each calls the real Win32 functions; Windows types stay inside this folder.
+// registry, and the control interface's RPC runtime. Each calls the real Win32 functions;
+// Windows types stay inside this folder.
 
 #include <memory>
 
@@ -12,6 +13,7 @@
 #include "platform/log.h"
 #include "platform/profile.h"
 #include "platform/registry.h"
+#include "platform/rpc_runtime.h"
 #include "platform/service_manager.h"
 #include "platform/thread_pool.h"
 
@@ -52,5 +54,11 @@ std::unique_ptr<Crypto> make_cng_crypto();
 
 // The local machine's registry (RegOpenKeyExW, RegGetValueW, RegSetValueExW).
 std::unique_ptr<Registry> make_win32_registry();
+
+// The control interface on the Windows RPC runtime (ncalrpc, the stubs generated from
+// src/rpc/zaltor_antenna.idl). DeriveCapabilitySidsFromName is looked up in kernelbase.dll
+// at run time; where it is missing the capability SIDs are derived the documented way
+// (capability_sids.h). Calls of the procedures run attached to `clock`.
+std::unique_ptr<RpcRuntime> make_win32_rpc_runtime(Clock& clock);
 
 }  // namespace zaltor::platform

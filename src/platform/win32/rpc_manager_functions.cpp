@@ -1,0 +1,142 @@
+// The manager functions that the widl server stub of src/rpc/zaltor_antenna.idl calls, named
+// after the procedures, and the context rundown. Each forwards to the registered RpcDispatch
+// on the runtime's thread, attached to the clock for the call's duration.
+//
+// An RpcFault must not cross the C stub: it is caught in forward(), and once every C++ object
+// of the call is gone the manager function raises its code with RpcRaiseException, which the
+// runtime catches and sends to the client as the call's fault. Any other C++ exception
+// becomes the fault RPC_S_CALL_FAILED (out of memory: ERROR_OUTOFMEMORY).
+#include <rpc.h>
+#include <windows.h>
+
+#include <mutex>
+#include <new>
+#include <shared_mutex>
+#include <vector>
+
+#include "platform/win32/rpc_server_target.h"
+#include "zaltor_antenna.h"
+
+namespace zaltor::platform::win32 {
+namespace {
+
+// Largest element count a QueryArray call may ask for (the Linux runtime's limit too).
+constexpr LONG kMaxArrayCount = 4096;
+constexpr uint32_t kErrorOutOfMemory = 14;
+
+// Calls hold the lock shared; clearing the target takes it exclusively.
+std::shared_mutex g_lock;
+RpcDispatch* g_dispatch = nullptr;
+Clock* g_clock = nullptr;
+
+// Runs body(dispatch) attached to the clock; 0, or the fault to raise.
+template <typename Body>
+uint32_t forward(Body body) {
+  try {
+    std::shared_lock<std::shared_mutex> hold(g_lock);
+    if (g_dispatch == nullptr) return kRpcUnknownIf;
+    ClockAttachment attach(*g_clock);
+    body(*g_dispatch);
+    return 0;
+  } catch (const RpcFault& fault) {
+    return fault.code();
+  } catch (const std::bad_alloc&) {
+    return kErrorOutOfMemory;
+  } catch (...) {
+    return kRpcCallFailed;
+  }
+}
+
+// Raises the fault, if any; called with no C++ object of the call alive.
+void finish(uint32_t fault) {
+  if (fault != 0) RpcRaiseException(static_cast<RPC_STATUS>(fault));
+}
+
+}  // namespace
+
+void set_rpc_server_target(RpcDispatch* dispatch, Clock* clock) {
+  std::unique_lock<std::shared_mutex> hold(g_lock);
+  g_dispatch = dispatch;
+  g_clock = clock;
+}
+
+RpcDispatch* rpc_server_dispatch() {
+  std::shared_lock<std::shared_mutex> hold(g_lock);
+  return g_dispatch;
+}
+
+}  // namespace zaltor::platform::win32
+
+namespace w = zaltor::platform::win32;
+using zaltor::platform::ContextObject;
+using zaltor::platform::RpcDispatch;
+
+extern "C" {
+
+void __cdecl OpenControlContext(handle_t, ControlContext* context) {
+  ContextObject object = nullptr;
+  w::finish(w::forward([&](RpcDispatch& d) { object = d.open_context(); }));
+  *context = object;
+}
+
+void __cdecl CloseControlContext(ControlContext* context) {
+  ContextObject object = *context;
+  w::finish(w::forward([&](RpcDispatch& d) { d.close_context(object); }));
+  *context = object;
+}
+
+void __cdecl QueryValue(ControlContext context, LONG command, LONG* status, LONG* value) {
+  int32_t s = *status;
+  int32_t v = *value;
+  w::finish(w::forward([&](RpcDispatch& d) { d.query_value(context, command, s, v); }));
+  *status = s;
+  *value = v;
+}
+
+void __cdecl QueryIndexedValue(ControlContext context, LONG command, LONG* status, LONG argument,
+                               LONG* value) {
+  int32_t s = *status;
+  int32_t v = *value;
+  w::finish(
+      w::forward([&](RpcDispatch& d) { d.query_indexed_value(context, command, s, argument, v); }));
+  *status = s;
+  *value = v;
+}
+
+void __cdecl SetValue(ControlContext context, LONG command, LONG* status, LONG argument) {
+  int32_t s = *status;
+  w::finish(w::forward([&](RpcDispatch& d) { d.set_value(context, command, s, argument); }));
+  *status = s;
+}
+
+void __cdecl SetPairedValue(ControlContext context, LONG command, LONG* status, LONG first,
+                            LONG second) {
+  int32_t s = *status;
+  w::finish(
+      w::forward([&](RpcDispatch& d) { d.set_paired_value(context, command, s, first, second); }));
+  *status = s;
+}
+
+void __cdecl QueryArray(ControlContext context, LONG command, LONG* status, LONG count,
+                        LONG values[]) {
+  if (count < 0 || count > w::kMaxArrayCount) w::finish(zaltor::platform::kRpcInvalidBound);
+  int32_t s = *status;
+  uint32_t fault = 0;
+  {
+    std::vector<int32_t> copy(values, values + count);
+    fault =
+        w::forward([&](RpcDispatch& d) { d.query_array(context, command, s, count, copy.data()); });
+    if (fault == 0) {
+      for (LONG i = 0; i < count; ++i) values[i] = copy[static_cast<size_t>(i)];
+    }
+  }
+  w::finish(fault);
+  *status = s;
+}
+
+void __RPC_USER ControlContext_rundown(ControlContext context) {
+  // A rundown has no caller to report to: a fault in it is dropped.
+  w::forward([&](RpcDispatch& d) { d.rundown(context); });
+}
+
+}  // extern "C"
