@@ -1,5 +1,5 @@
 #pragma once
-// System events of a notebook: a message-only window on Windows receives lid-switch and
+// System events of a notebook: a window that is never shown receives, on Windows, lid-switch and
 // power-source notifications and device-change messages.
 
 #include <cstdint>

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/control_device.h"
 #include "platform/guid.h"
 #include "platform/select/backends.h"
 #include "platform/win32/win32_backends.h"
@@ -342,13 +343,35 @@ TEST(Win32Select, TheSimulatedNotebookRunsOnTheRealOperatingSystemBackends) {
   p.clock->detach_current_thread();
 }
 
-TEST(Win32Select, NativeIsRefusedUntilTheHardwareBackendsExist) {
-  _putenv_s("ZALTOR_PLATFORM", "native");
-  std::string error;
-  auto backends = make_backends(error);
-  _putenv_s("ZALTOR_PLATFORM", "");
-  EXPECT_EQ(backends, nullptr);
-  EXPECT_NE(error.find("ZALTOR_PLATFORM=native"), std::string::npos) << error;
+TEST(Win32Select, NativeIsTheDefaultAndRunsOnTheMachinesOwnBackends) {
+  for (const char* name : {"native", ""}) {
+    _putenv_s("ZALTOR_PLATFORM", name);
+    std::string error;
+    auto backends = make_backends(error);
+    _putenv_s("ZALTOR_PLATFORM", "");
+    ASSERT_NE(backends, nullptr) << "ZALTOR_PLATFORM=" << name << ": " << error;
+    Platform& p = backends->platform();
+    for (const void* seam :
+         {static_cast<const void*>(p.clock), static_cast<const void*>(p.console),
+          static_cast<const void*>(p.control_device), static_cast<const void*>(p.board),
+          static_cast<const void*>(p.devices), static_cast<const void*>(p.wlan),
+          static_cast<const void*>(p.counters), static_cast<const void*>(p.system_events),
+          static_cast<const void*>(p.files), static_cast<const void*>(p.profiles),
+          static_cast<const void*>(p.crypto), static_cast<const void*>(p.registry),
+          static_cast<const void*>(p.services), static_cast<const void*>(p.thread_pool),
+          static_cast<const void*>(p.event_trace)}) {
+      EXPECT_NE(seam, nullptr) << "ZALTOR_PLATFORM=" << name;
+    }
+    // The machine's hardware: this machine has no firmware control device.
+    uint32_t open_error = 0;
+    EXPECT_EQ(p.control_device->open("\\\\.\\ZLTACPI", open_error), nullptr);
+    EXPECT_EQ(open_error, 2u);
+    // The machine's clock: a wait of 30 ms takes real time.
+    const int64_t before = p.clock->now_ms();
+    auto never = p.clock->make_event(true);
+    EXPECT_FALSE(never->wait(30));
+    EXPECT_GE(p.clock->now_ms() - before, 25);
+  }
 }
 
 }  // namespace

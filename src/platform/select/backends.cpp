@@ -8,9 +8,10 @@
 // the clock (ClockAbsence) while it blocks outside it.
 //
 // On Windows, ZALTOR_PLATFORM=sim keeps the service manager, registry, profile files,
-// cryptography, event tracing, thread pool and RPC runtime real (the Win32 backends); only
-// the notebook's hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there)
-// needs the hardware backends, which this program does not have yet.
+// cryptography, event tracing, thread pool and RPC runtime real (the Win32 backends); only the
+// notebook's hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there) runs
+// on the machine itself: the real clock, the hardware backends (control device, WMI, setup API,
+// native Wi-Fi, PDH, the event window) and the same operating-system backends.
 #include "platform/select/backends.h"
 
 #include <cstdio>
@@ -24,6 +25,7 @@
 
 #if defined(_WIN32)
 #include "platform/win32/win32_backends.h"
+#include "platform/win32/win32_hardware.h"
 #else
 #include "platform/posix/posix_backends.h"
 #include "platform/posix/socket_rpc_runtime.h"
@@ -86,6 +88,50 @@ class OwnedBackends final : public Backends {
   sim::SimNotebook* notebook_ = nullptr;
 };
 
+// The operating system's own facilities, the same under every notebook; the thread pool
+// runs its callbacks on `p.clock`, which must be set.
+void use_operating_system(OwnedBackends& b) {
+  Platform& p = b.platform_;
+#if defined(_WIN32)
+  p.console = b.keep(make_win32_console());
+  p.files = b.keep(make_win32_file_system());
+  p.profiles = b.keep(make_private_profile_reader());
+  p.crypto = b.keep(make_cng_crypto());
+  p.registry = b.keep(make_win32_registry());
+  p.services = b.keep(make_scm_service_manager());
+  p.thread_pool = b.keep(make_win32_thread_pool(*p.clock));
+  p.event_trace = b.keep(make_etw_event_trace());
+  p.rpc = b.keep(make_win32_rpc_runtime(*p.clock));
+#else
+  p.console = b.keep(make_stdout_console());
+  p.files = b.keep(make_posix_file_system());
+  p.profiles = b.keep(make_ini_profile_reader());
+  p.crypto = b.keep(make_openssl_crypto());
+  p.registry = b.keep(make_state_dir_registry());
+  p.services = b.keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
+  p.thread_pool = b.keep(make_thread_pool(*p.clock));
+  p.event_trace = b.keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
+  p.rpc = b.keep(make_socket_rpc_runtime(*p.clock));
+#endif
+}
+
+#if defined(_WIN32)
+// The machine itself: its clock and its hardware.
+std::unique_ptr<Backends> make_native_backends() {
+  auto b = std::make_unique<OwnedBackends>();
+  Platform& p = b->platform_;
+  p.clock = b->keep(make_real_clock());
+  p.control_device = b->keep(make_win32_control_device());
+  p.board = b->keep(make_wmi_board_query());
+  p.devices = b->keep(make_setupapi_device_lists());
+  p.wlan = b->keep(make_native_wifi_wlan());
+  p.counters = b->keep(make_pdh_counters());
+  p.system_events = b->keep(make_win32_system_events());
+  use_operating_system(*b);
+  return b;
+}
+#endif
+
 }  // namespace
 
 std::unique_ptr<Backends> make_backends(std::string& error) {
@@ -96,14 +142,14 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
 #endif
   std::string name = env("ZALTOR_PLATFORM");
   if (name.empty()) name = default_platform;
-  if (name != "sim") {
 #if defined(_WIN32)
-    if (name == "native") {
-      error = "ZALTOR_PLATFORM=native: the native backends are not built into this program";
-      return nullptr;
-    }
+  if (name == "native") return make_native_backends();
+  const char* offered = "sim, native";
+#else
+  const char* offered = "sim";
 #endif
-    error = "ZALTOR_PLATFORM=" + name + ": unknown platform (this build offers sim)";
+  if (name != "sim") {
+    error = "ZALTOR_PLATFORM=" + name + ": unknown platform (this build offers " + offered + ")";
     return nullptr;
   }
 
@@ -111,33 +157,9 @@ std::unique_ptr<Backends> make_backends(std::string& error) {
   auto notebook = sim::make_sim_notebook(env("ZALTOR_SIM_SCENARIO"), error);
   if (!notebook) return nullptr;
   b->use_notebook(std::move(notebook));
-  Platform& p = b->platform_;
-
-#if defined(_WIN32)
-  p.console = b->keep(make_win32_console());
-  p.files = b->keep(make_win32_file_system());
-  p.profiles = b->keep(make_private_profile_reader());
-  p.crypto = b->keep(make_cng_crypto());
-  p.registry = b->keep(make_win32_registry());
-  p.services = b->keep(make_scm_service_manager());
-  p.thread_pool = b->keep(make_win32_thread_pool(*p.clock));
-  p.event_trace = b->keep(make_etw_event_trace());
-  p.rpc = b->keep(make_win32_rpc_runtime(*p.clock));
+  use_operating_system(*b);
   b->start_notebook();
   return b;
-#else
-  p.console = b->keep(make_stdout_console());
-  p.files = b->keep(make_posix_file_system());
-  p.profiles = b->keep(make_ini_profile_reader());
-  p.crypto = b->keep(make_openssl_crypto());
-  p.registry = b->keep(make_state_dir_registry());
-  p.services = b->keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
-  p.thread_pool = b->keep(make_thread_pool(*p.clock));
-  p.event_trace = b->keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
-  p.rpc = b->keep(make_socket_rpc_runtime(*p.clock));
-  b->start_notebook();
-  return b;
-#endif
 }
 
 }  // namespace zaltor::platform
