@@ -3,7 +3,10 @@
 // service control manager, files, private-profile INI files, cryptography (CNG) and the
 // registry. Each calls the real Win32 functions; Windows types stay inside this folder.
 
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/crypto.h"
@@ -52,5 +55,15 @@ std::unique_ptr<Crypto> make_cng_crypto();
 
 // The local machine's registry (RegOpenKeyExW, RegGetValueW, RegSetValueExW).
 std::unique_ptr<Registry> make_win32_registry();
+
+// The service key's "Environment" value (REG_MULTI_SZ of "NAME=value" strings under
+// HKLM\SYSTEM\CurrentControlSet\Services\<service_name>), which Windows' service manager
+// applies to the service process. Writing answers the registry's error (2: no such key).
+uint32_t write_service_environment(const std::string& service_name,
+                                   const std::vector<std::string>& entries);
+// Sets each ZALTOR_* variable of that value that the process does not have already (set
+// and not empty), for service managers that do not apply the value themselves (Wine's).
+// 0, or the registry's error when there is no such value (2).
+uint32_t apply_service_environment(const std::string& service_name);
 
 }  // namespace zaltor::platform
