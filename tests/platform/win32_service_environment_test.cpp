@@ -56,7 +56,12 @@ TEST_F(ServiceEnvironmentKey, TheValueIsAMultiStringOfTheEntries) {
                          &size),
             ERROR_SUCCESS);
   EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
-  const std::wstring expected(L"ZALTOR_T_ONE=a b\0ZALTOR_T_TWO=C:\\x\\y\0\0", 37);
+  // Each string with its terminator, then the terminator of the list.
+  std::wstring expected = L"ZALTOR_T_ONE=a b";
+  expected.push_back(L'\0');
+  expected += L"ZALTOR_T_TWO=C:\\x\\y";
+  expected.push_back(L'\0');
+  expected.push_back(L'\0');
   ASSERT_EQ(size, expected.size() * sizeof(wchar_t));
   EXPECT_EQ(std::wstring(data, size / sizeof(wchar_t)), expected);
 }
