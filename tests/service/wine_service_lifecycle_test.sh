@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # The service's whole life under Wine's service manager, on the simulated notebook:
+# a stop while its worker is still starting leaves the switches alone; then
 # -install registers and starts it with the installer's ZALTOR_* settings (the service key's
 # "Environment" value), the manager shows it running, the notebook's switch lines (published
 # to a file by the simulated firmware) show what the service did, -remove stops and deletes
@@ -99,6 +100,31 @@ cat >"$work/scenario.json" <<EOF
   ]
 }
 EOF
+
+# --- a stop while the worker is still starting ---------------------------------------------
+# The same notebook whose Wi-Fi interface never appears: the worker's start-up waits for it
+# for as long as the service lives. -remove stops the running service (the stop control,
+# the status polling); the worker is not initialised, so the stop cannot set a mode and the
+# switches stay where they were.
+sed 's/"at": 8,/"at": 100000,/' "$work/scenario.json" >"$work/never.json"
+out=$(ZALTOR_PLATFORM=sim ZALTOR_SIM_SCENARIO="$(winpath "$work/never.json")" \
+  "$wine_run" "$svc" -install 2>"$work/stderr")
+[ "$out" = "$name is installed." ] || fail "-install (start-up stop): <<$out>> $(cat "$work/stderr")"
+if wait_until 20 lines_are "lines=0x00 mode=4" && state_is RUNNING; then
+  out=$(ZALTOR_PLATFORM=sim "$wine_run" "$svc" -remove 2>"$work/stderr")
+  rc=$?
+  if [ "$rc" = 0 ] && [[ "$out" =~ ^Stopping\ $name\.+$'\n'$name\ is\ stopped\.$'\n'$name\ is\ removed\.$ ]]; then
+    pass "-remove during the worker's start-up prints the stopping lines, stopped and removed"
+  else
+    fail "-remove during the worker's start-up: exit $rc, output <<$out>> $(cat "$work/stderr")"
+  fi
+  lines_are "lines=0x00 mode=4" && pass "a stop during the start-up leaves the switches alone" ||
+    fail "after a stop during the start-up the lines are <<$(cat "$work/lines.txt")>>"
+else
+  fail "the service with the missing interface did not start: <<$(service_state)>>"
+fi
+wine_tool sc delete "$name" >/dev/null
+rm -f "$work/lines.txt"
 
 # --- install -----------------------------------------------------------------------------
 # -install and -remove build the platform's backends like every run: they too are run on
