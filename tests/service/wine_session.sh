@@ -23,8 +23,10 @@ wine_session_begin() {
 
 wine_session_end() {
   if [ -n "${wine_session_pid:-}" ]; then
-    # The key that "pause" waits for; it does not end at the end of its input.
-    echo >&8
+    # The key that "pause" waits for; it does not end at the end of its input. (A holder
+    # that is gone already must not end this shell with SIGPIPE.)
+    trap '' PIPE
+    { echo >&8; } 2>/dev/null || true
     exec 8>&-
     wait "$wine_session_pid" 2>/dev/null
     wine_session_pid=
