@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/system_errors.h"
 
@@ -83,6 +84,9 @@ struct ServiceConfig {
   uint32_t error_control = kServiceErrorNormal;
   // The executable, exactly as it is to be started (no quoting, no arguments).
   std::string binary_path;
+  // "NAME=value" entries the service process gets in its environment (Windows: the service
+  // key's "Environment" value; systemd: Environment= lines). Empty: nothing is registered.
+  std::vector<std::string> environment;
 };
 
 class ServiceManager {

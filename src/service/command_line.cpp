@@ -19,9 +19,13 @@ bool equals_ascii_nocase(const std::string& a, const char* b) {
 
 }  // namespace
 
+bool runs_under_service_manager(const std::vector<std::string>& args) {
+  return !(args.size() >= 2 && !args[1].empty() && (args[1][0] == '-' || args[1][0] == '/'));
+}
+
 int run_command_line(const std::vector<std::string>& args, platform::Platform& platform,
                      const ServiceHooks& hooks) {
-  if (args.size() >= 2 && !args[1].empty() && (args[1][0] == '-' || args[1][0] == '/')) {
+  if (!runs_under_service_manager(args)) {
     const std::string word = args[1].substr(1);
     if (equals_ascii_nocase(word, "install")) return install_service(platform);
     if (equals_ascii_nocase(word, "remove")) return remove_service(platform);

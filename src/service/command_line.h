@@ -17,6 +17,10 @@ namespace zaltor::service {
 int run_command_line(const std::vector<std::string>& args, platform::Platform& platform,
                      const ServiceHooks& hooks = {});
 
+// True when `args` take the path of a run under the service control manager (no switch
+// word): the process is then the service that the manager started.
+bool runs_under_service_manager(const std::vector<std::string>& args);
+
 // The steps behind the words; each prints its own messages.
 int install_service(platform::Platform& platform);
 int remove_service(platform::Platform& platform);

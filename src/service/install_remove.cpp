@@ -1,9 +1,12 @@
 // Installation and removal of the service through the service control manager. Failures
 // are printed with the failing call's name; the exit code stays 0 either way.
+#include <cstdlib>
+
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/service_manager.h"
 #include "service/command_line.h"
+#include "service/service_environment.h"
 #include "service/service_names.h"
 
 namespace zaltor::service {
@@ -34,6 +37,7 @@ int install_service(platform::Platform& platform) {
   config.start_type = platform::kServiceAutoStart;
   config.error_control = platform::kServiceErrorNormal;
   config.binary_path = path;
+  config.environment = service_environment([](const char* name) { return std::getenv(name); });
   ServiceManager::Handle service = 0;
   if (uint32_t error = scm.create_service(manager, config, service); error != 0) {
     out.print("CreateService failed w/err 0x%08x\n", error);

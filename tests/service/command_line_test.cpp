@@ -235,5 +235,15 @@ TEST(CommandLine, ConsoleKeepsTheConfigurationNameCutTo259Characters) {
   EXPECT_EQ(seen, "");
 }
 
+TEST(CommandLine, OnlyARunWithoutSwitchWordIsTheServiceManagersRun) {
+  using service::runs_under_service_manager;
+  EXPECT_TRUE(runs_under_service_manager({"svc"}));
+  EXPECT_TRUE(runs_under_service_manager({"svc", "install"}));
+  EXPECT_TRUE(runs_under_service_manager({"svc", ""}));
+  for (const char* word : {"-install", "/remove", "-console", "-x", "/"}) {
+    EXPECT_FALSE(runs_under_service_manager({"svc", word})) << word;
+  }
+}
+
 }  // namespace
 }  // namespace zaltor::host_test

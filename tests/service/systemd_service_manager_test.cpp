@@ -10,6 +10,7 @@
 #include "host_fakes.h"
 #include "platform/posix/posix_backends.h"
 #include "service/command_line.h"
+#include "service/service_environment.h"
 
 namespace zaltor::host_test {
 namespace {
@@ -45,10 +46,19 @@ class SystemdTest : public ::testing::Test {
     const char* path = std::getenv("PATH");
     old_path_ = path != nullptr ? path : "";
     ::setenv("PATH", (bin_ + ":" + old_path_).c_str(), 1);
+    // The installation registers these from the installer's environment.
+    for (const char* name : service::kServiceEnvironmentNames) {
+      if (const char* v = std::getenv(name)) saved_env_.emplace_back(name, v);
+      ::unsetenv(name);
+    }
     manager_ = platform::make_systemd_service_manager(fp_.clock, {units_, ""});
     fp_.platform.services = manager_.get();
   }
-  void TearDown() override { ::setenv("PATH", old_path_.c_str(), 1); }
+  void TearDown() override {
+    ::setenv("PATH", old_path_.c_str(), 1);
+    for (const char* name : service::kServiceEnvironmentNames) ::unsetenv(name);
+    for (const auto& [name, value] : saved_env_) ::setenv(name.c_str(), value.c_str(), 1);
+  }
 
   int run(const char* word) {
     return service::run_command_line({"ZaltorMultiAntennaSvc", word}, fp_.platform);
@@ -64,6 +74,7 @@ class SystemdTest : public ::testing::Test {
   std::string bin_;
   std::string units_;
   std::string old_path_;
+  std::vector<std::pair<std::string, std::string>> saved_env_;
   FakePlatform fp_;
   std::unique_ptr<platform::ServiceManager> manager_;
 };
@@ -91,6 +102,22 @@ TEST_F(SystemdTest, InstallWritesANotifyUnitEnablesItAndStartsIt) {
             "daemon-reload\n"
             "show --property=ActiveState --value ZaltorMultiAntennaSvc.service\n"
             "start --no-block ZaltorMultiAntennaSvc.service\n");
+}
+
+TEST_F(SystemdTest, InstallPassesTheInstallersSettingsToTheServiceProcess) {
+  ::setenv("ZALTOR_PLATFORM", "sim", 1);
+  ::setenv("ZALTOR_SIM_SCENARIO", "/srv/100% \"quiet\".json", 1);
+  ::setenv("ZALTOR_RPC_ENDPOINT", "", 1);  // empty: the default, nothing to pass on
+  ::setenv("ZALTOR_STATE_DIR", "/var/lib/z", 1);
+  EXPECT_EQ(run("-install"), 0);
+  const std::string unit = read_file(unit_file());
+  EXPECT_NE(unit.find("Type=notify\n"
+                      "Environment=\"ZALTOR_PLATFORM=sim\"\n"
+                      "Environment=\"ZALTOR_SIM_SCENARIO=/srv/100%% \\\"quiet\\\".json\"\n"
+                      "Environment=\"ZALTOR_STATE_DIR=/var/lib/z\"\n"
+                      "ExecStart="),
+            std::string::npos)
+      << unit;
 }
 
 TEST_F(SystemdTest, InstallOverAnExistingServiceFailsWithServiceExists) {

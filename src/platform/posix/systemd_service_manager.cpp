@@ -63,6 +63,23 @@ std::string exec_start_of(const std::string& path) {
   return out + "\"";
 }
 
+// One Environment= assignment, quoted: specifiers (%) doubled, backslashes and quotes
+// escaped. systemd does not expand $ there.
+std::string environment_line(const std::string& entry) {
+  std::string out = "Environment=\"";
+  for (char c : entry) {
+    if (c == '%') {
+      out += "%%";
+    } else if (c == '\\' || c == '"') {
+      out += '\\';
+      out += c;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"\n";
+}
+
 uint32_t errno_error(int e) {
   if (e == EACCES || e == EPERM || e == EROFS) return kErrorAccessDenied;
   if (e == ENOENT) return kErrorServiceDoesNotExist;
@@ -106,8 +123,9 @@ class SystemdServiceManager final : public ServiceManager {
          << "[Unit]\n"
          << "Description=" << config.display_name << "\n"
          << "\n[Service]\n"
-         << "Type=notify\n"
-         << "ExecStart=" << exec_start_of(config.binary_path) << "\n"
+         << "Type=notify\n";
+    for (const auto& entry : config.environment) unit << environment_line(entry);
+    unit << "ExecStart=" << exec_start_of(config.binary_path) << "\n"
          << "\n[Install]\n"
          << "WantedBy=multi-user.target\n";
     const std::string text = unit.str();

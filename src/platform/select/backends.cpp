@@ -12,6 +12,10 @@
 // notebook's hardware and its clock are simulated. ZALTOR_PLATFORM=native (the default there) runs
 // on the machine itself: the real clock, the hardware backends (control device, WMI, setup API,
 // native Wi-Fi, PDH, the event window) and the same operating-system backends.
+//
+// On Windows a service process applies the settings that the installation registered in
+// the service's key (its "Environment" value) first, where it does not have them already:
+// Windows' service manager gives them to the service process itself, Wine's does not.
 #include "platform/select/backends.h"
 
 #include <cstdio>
@@ -33,6 +37,9 @@
 
 namespace zaltor::platform {
 namespace {
+
+// The service's name in the service manager, whose key holds its registered settings.
+constexpr const char* kServiceName = "ZaltorMultiAntennaSvc";
 
 std::string env(const char* name) {
   const char* v = std::getenv(name);
@@ -110,7 +117,7 @@ void use_operating_system(OwnedBackends& b) {
   p.registry = b.keep(make_state_dir_registry());
   p.services = b.keep(make_systemd_service_manager(*p.clock, systemd_options_from_environment()));
   p.thread_pool = b.keep(make_thread_pool(*p.clock));
-  p.event_trace = b.keep(make_system_log_event_trace("ZaltorMultiAntennaSvc"));
+  p.event_trace = b.keep(make_system_log_event_trace(kServiceName));
   p.rpc = b.keep(make_socket_rpc_runtime(*p.clock));
 #endif
 }
@@ -134,10 +141,16 @@ std::unique_ptr<Backends> make_native_backends() {
 
 }  // namespace
 
-std::unique_ptr<Backends> make_backends(std::string& error) {
+std::unique_ptr<Backends> make_backends(std::string& error, bool service_process) {
 #if defined(_WIN32)
+  // A service process started by Wine's service manager does not get the settings that
+  // the installation registered in the service's key (Windows' manager applies them):
+  // take them from there where the process has none of its own. Without the value
+  // (not installed) nothing changes.
+  if (service_process) apply_service_environment(kServiceName);
   const std::string default_platform = "native";
 #else
+  (void)service_process;  // systemd applies the unit's Environment= lines itself
   const std::string default_platform = "sim";
 #endif
   std::string name = env("ZALTOR_PLATFORM");

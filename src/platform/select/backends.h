@@ -25,6 +25,11 @@ class Backends {
 
 // Builds the backends from the environment. Null with `error` set (a message naming
 // what is wrong, for instance a scenario file member) when they cannot be built.
-std::unique_ptr<Backends> make_backends(std::string& error);
+//
+// `service_process`: the process is the service that the service manager started. On
+// Windows its registered settings (the service key's "Environment" value) are then applied
+// first where the process lacks them, as Windows' manager does and Wine's does not. Other
+// runs (install, remove, console) keep the environment they were given.
+std::unique_ptr<Backends> make_backends(std::string& error, bool service_process = false);
 
 }  // namespace zaltor::platform

@@ -1,6 +1,9 @@
 #include "platform/sim/notebook_core.h"
 
 #include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 
 namespace zaltor::platform::sim {
 namespace {
@@ -40,7 +43,10 @@ NotebookCore::NotebookCore(Clock& clock, nlohmann::json d, Scenario s)
       scenario(std::move(s)),
       clock_(clock),
       rng_(scenario.seed),
-      wlan_wake_(clock.make_event(false)) {}
+      wlan_wake_(clock.make_event(false)) {
+  std::lock_guard<std::mutex> g(mutex);
+  publish_lines_locked();
+}
 
 uint32_t NotebookCore::status_word_locked() const {
   const Firmware& f = scenario.firmware;
@@ -51,6 +57,7 @@ uint32_t NotebookCore::status_word_locked() const {
 void NotebookCore::set_lines_locked(uint32_t lines) {
   scenario.firmware.lines = lines & 0xFFu;
   doc["firmware"]["lines"] = scenario.firmware.lines;
+  publish_lines_locked();
 }
 
 int NotebookCore::position_locked(int id) const {
@@ -98,7 +105,7 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
     error = "scenario: patch: expected an object";
     return false;
   }
-  for (const char* fixed : {"clock", "timeline", "stopAfter"}) {
+  for (const char* fixed : {"clock", "timeline", "stopAfter", "linesFile"}) {
     if (patch.contains(fixed)) {
       error = std::string("scenario: patch.") + fixed + ": cannot change while the notebook runs";
       return false;
@@ -149,7 +156,24 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
       post_wlan_locked(kWlanSourceMsm, kWlanMsmAdapterRemoval);
     }
   }
+  publish_lines_locked();
   return true;
+}
+
+void NotebookCore::publish_lines_locked() {
+  if (scenario.lines_file.empty()) return;
+  const uint32_t lines = scenario.firmware.lines & 0xFFu;
+  // The mode is part of what is published: a mode is only meaningful with the switch count.
+  const uint32_t state = lines | (static_cast<uint32_t>(mode_locked()) << 8);
+  if (state == published_) return;
+  published_ = state;
+  char text[64];
+  std::snprintf(text, sizeof text, "lines=0x%02x mode=%d\n", lines, mode_locked());
+  // Written anew each time, in binary so that the text is the same on every system. The
+  // path is UTF-8; std::filesystem turns it into the system's own form.
+  const std::u8string u8(scenario.lines_file.begin(), scenario.lines_file.end());
+  std::ofstream out(std::filesystem::path(u8), std::ios::binary | std::ios::trunc);
+  out << text;
 }
 
 void NotebookCore::run_wlan_service() {

@@ -54,6 +54,9 @@ class NotebookCore {
   // With `mutex` held:
   uint32_t status_word_locked() const;
   void set_lines_locked(uint32_t lines);
+  // Writes the control lines and the mode they form to the scenario's linesFile when they
+  // changed since the last write (the first call always writes).
+  void publish_lines_locked();
   // 0 Main, 1 Div, 2 any other line state, of the switch whose control-line ID is `id`.
   int position_locked(int id) const;
   // The mode the switches form (1 + sum of position_i << i), 0 when one stands in no mode.
@@ -80,6 +83,7 @@ class NotebookCore {
   std::unique_ptr<Event> wlan_wake_;
   std::atomic<bool> wlan_stop_{false};
   std::atomic<uint64_t> next_session_{1};
+  uint32_t published_ = 0xFFFFFFFFu;  // lines | mode << 8 last written; guarded by `mutex`
 };
 
 // The counter instance name of a WLAN interface description.

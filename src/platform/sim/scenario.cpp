@@ -264,7 +264,7 @@ bool parse_timeline(Checker& c, const json& timeline, Scenario& s) {
     const json* patch = c.need(j, path, "patch");
     if (patch == nullptr) return false;
     if (!patch->is_object()) return c.fail(join(path, "patch"), "expected an object");
-    for (const char* fixed : {"clock", "timeline", "stopAfter"}) {
+    for (const char* fixed : {"clock", "timeline", "stopAfter", "linesFile"}) {
       if (patch->contains(fixed)) {
         return c.fail(join(join(path, "patch"), fixed), "cannot change while the notebook runs");
       }
@@ -279,8 +279,8 @@ bool parse_timeline(Checker& c, const json& timeline, Scenario& s) {
 
 bool parse(Checker& c, const json& doc, Scenario& s) {
   if (!c.object(doc, "",
-                {"clock", "stopAfter", "board", "firmware", "pciNics", "wlan", "bluetooth", "lid",
-                 "power", "counters", "radio", "timeline"})) {
+                {"clock", "stopAfter", "linesFile", "board", "firmware", "pciNics", "wlan",
+                 "bluetooth", "lid", "power", "counters", "radio", "timeline"})) {
     return false;
   }
   // clock
@@ -299,6 +299,14 @@ bool parse(Checker& c, const json& doc, Scenario& s) {
     if (!c.number(doc, "", "stopAfter", stop)) return false;
     if (stop < 0) return c.fail("stopAfter", "expected seconds of 0 or more");
     s.stop_after_s = stop;
+  }
+  // linesFile
+  s.lines_file.clear();
+  if (doc.contains("linesFile") && !doc["linesFile"].is_null()) {
+    std::optional<std::string> file;
+    if (!c.optional_string(doc, "", "linesFile", file)) return false;
+    if (file->empty()) return c.fail("linesFile", "expected a file name or null");
+    s.lines_file = *file;
   }
   // board
   const json* board = c.need(doc, "", "board");

@@ -57,6 +57,9 @@ struct Scenario {
   std::string clock_mode;  // "scaled" or "virtual"
   double speed = 1.0;
   std::optional<double> stop_after_s;
+  // Where the firmware publishes its control lines on every change (empty: nowhere), so
+  // that an observer outside the process sees the switches, also after the process ended.
+  std::string lines_file;
   std::vector<std::string> products;
   std::optional<int32_t> query_error;  // an HRESULT
   Firmware firmware;

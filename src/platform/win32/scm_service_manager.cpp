@@ -104,8 +104,22 @@ class ScmServiceManager final : public ServiceManager {
         CreateServiceW(sc(manager), name.c_str(), display.c_str(), config.desired_access,
                        config.service_type, config.start_type, config.error_control, binary.c_str(),
                        nullptr, nullptr, kNoDependencies, nullptr, nullptr);
+    if (h == nullptr) {
+      service = 0;
+      return GetLastError();
+    }
+    if (!config.environment.empty()) {
+      // A service that would start without its settings is not installed at all.
+      if (const uint32_t error = write_service_environment(config.name, config.environment);
+          error != 0) {
+        DeleteService(h);
+        CloseServiceHandle(h);
+        service = 0;
+        return error;
+      }
+    }
     service = handle_of(h);
-    return h != nullptr ? 0 : GetLastError();
+    return 0;
   }
 
   uint32_t change_description(Handle service, const std::string& description) override {

@@ -4,7 +4,10 @@
 // registry, and the control interface's RPC runtime. Each calls the real Win32 functions;
 // Windows types stay inside this folder.
 
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/crypto.h"
@@ -60,5 +63,15 @@ std::unique_ptr<Registry> make_win32_registry();
 // at run time; where it is missing the capability SIDs are derived the documented way
 // (capability_sids.h). Calls of the procedures run attached to `clock`.
 std::unique_ptr<RpcRuntime> make_win32_rpc_runtime(Clock& clock);
+
+// The service key's "Environment" value (REG_MULTI_SZ of "NAME=value" strings under
+// HKLM\SYSTEM\CurrentControlSet\Services\<service_name>), which Windows' service manager
+// applies to the service process. Writing answers the registry's error (2: no such key).
+uint32_t write_service_environment(const std::string& service_name,
+                                   const std::vector<std::string>& entries);
+// Sets each ZALTOR_* variable of that value that the process does not have already (set
+// and not empty), for service managers that do not apply the value themselves (Wine's).
+// 0, or the registry's error when there is no such value (2).
+uint32_t apply_service_environment(const std::string& service_name);
 
 }  // namespace zaltor::platform

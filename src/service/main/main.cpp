@@ -13,7 +13,10 @@ namespace {
 
 int run(const std::vector<std::string>& args) {
   std::string error;
-  auto backends = zaltor::platform::make_backends(error);
+  // Only the service itself takes the settings registered with it: the other runs have the
+  // environment of the shell they were started from.
+  auto backends =
+      zaltor::platform::make_backends(error, zaltor::service::runs_under_service_manager(args));
   if (!backends) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return 1;

@@ -1,0 +1,228 @@
+#!/usr/bin/env bash
+# The service's whole life under Wine's service manager, on the simulated notebook:
+# a stop while its worker is still starting leaves the switches alone; then
+# -install registers and starts it with the installer's ZALTOR_* settings (the service key's
+# "Environment" value), the manager shows it running, the notebook's switch lines (published
+# to a file by the simulated firmware) show what the service did, -remove stops and deletes
+# it, and the switches are left in the default mode of the active config set.
+#
+# Usage: wine_service_lifecycle_test.sh BIN_DIR WINE_RUN
+#   BIN_DIR   build-windows/bin (ZaltorMultiAntennaSvc.exe, antennactl.exe, Conf.bin)
+#   WINE_RUN  scripts/wine-run.sh
+#
+# WITH_CONTROL=1: the build has the Windows control interface runtime. The running service
+# is then also driven with antennactl.exe over ncalrpc (status, mode 2), and it keeps
+# running until -remove stops it. Without it (the default) the service cannot set up its
+# control endpoint: it stops by itself right after its worker started, setting the default
+# mode on the way out, and -remove only deletes it.
+#
+# The service name is fixed, so this test must not run alongside another one that installs
+# it (ctest: RUN_SERIAL). Whatever happens, the service is deleted at the end.
+set -u -o pipefail
+with_control=${WITH_CONTROL:-0}
+bin=$1
+wine_run=$2
+svc="$bin/ZaltorMultiAntennaSvc.exe"
+ctl="$bin/antennactl.exe"
+name=ZaltorMultiAntennaSvc
+version_key='HKLM\SOFTWARE\ZALTOR\ZALTOR MultiAntenna'
+service_key="HKLM\\SYSTEM\\CurrentControlSet\\Services\\$name"
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/zaltor-wine-lifecycle.XXXXXX")
+failures=0
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+pass() { echo "ok: $*"; }
+winpath() { printf 'Z:%s' "${1//\//\\}"; }
+
+# Wine's own tools, with their CR LF line ends removed. No ZALTOR_* settings reach them, so
+# that the service manager (started by the first of them) has none either.
+wine_tool() {
+  env -u ZALTOR_PLATFORM -u ZALTOR_SIM_SCENARIO -u ZALTOR_RPC_ENDPOINT \
+    "$wine_run" "$@" 2>/dev/null | tr -d '\r'
+}
+service_state() { wine_tool sc query "$name" | sed -n 's/^ *STATE *: *[0-9]* *\([A-Z_]*\).*/\1/p'; }
+
+. "$(dirname "$0")/wine_session.sh"
+created_version_key=0
+cleanup() {
+  # Delete the service whatever state the test left it in.
+  wine_tool sc stop "$name" >/dev/null
+  wine_tool sc delete "$name" >/dev/null
+  if [ "$created_version_key" = 1 ]; then wine_tool reg delete "$version_key" /f >/dev/null; fi
+  wine_session_end
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+# Polls `check` (a command) up to `seconds`, once a second; true when it succeeded.
+wait_until() {
+  local seconds=$1
+  shift
+  for ((i = 0; i < seconds; i++)); do
+    "$@" && return 0
+    sleep 1
+  done
+  "$@"
+}
+lines_are() { [ "$(cat "$work/lines.txt" 2>/dev/null)" = "$1" ]; }
+state_is() { [ "$(service_state)" = "$1" ]; }
+
+# --- set-up ------------------------------------------------------------------------------
+# One Wine session for the whole test: the service lives as long as the session does.
+wine_session_begin "$wine_run" "$work"
+# A service left behind by an earlier run would make -install fail.
+wine_tool sc stop "$name" >/dev/null
+wine_tool sc delete "$name" >/dev/null
+# The product's installer creates the configuration version's key; the service never does.
+if ! wine_tool reg query "$version_key" >/dev/null; then
+  wine_tool reg add "$version_key" /f >/dev/null && created_version_key=1
+fi
+
+# Real time (the service manager's waits are real), the switches start in mode 4, no
+# Bluetooth (so the 5 GHz link selects config set 1, whose default mode is 1). The Wi-Fi
+# interface appears only after 8 seconds: the worker's start-up waits for it (retrying
+# every 5 seconds), which keeps the service running long enough to be seen running even
+# when it cannot serve.
+cat >"$work/scenario.json" <<EOF
+{
+  "clock": { "mode": "scaled", "speed": 1.0 },
+  "linesFile": "$(winpath "$work/lines.txt" | sed 's/\\/\\\\/g')",
+  "firmware": { "switchCount": 2, "lines": 0 },
+  "bluetooth": { "BTHENUM": [], "BTHLE": [] },
+  "wlan": { "interfaces": [] },
+  "timeline": [
+    { "at": 8, "patch": { "wlan": { "interfaces": [
+      { "description": "Wireless AX (R2) 160MHz", "guid": "{6A1B2C3D-1111-2222-3333-444455556666}",
+        "connected": true, "channel": 36 } ] } } }
+  ]
+}
+EOF
+
+# --- a stop while the worker is still starting ---------------------------------------------
+# The same notebook whose Wi-Fi interface never appears: the worker's start-up waits for it
+# for as long as the service lives. -remove stops the running service (the stop control,
+# the status polling); the worker is not initialised, so the stop cannot set a mode and the
+# switches stay where they were.
+sed 's/"at": 8,/"at": 100000,/' "$work/scenario.json" >"$work/never.json"
+out=$(ZALTOR_PLATFORM=sim ZALTOR_SIM_SCENARIO="$(winpath "$work/never.json")" \
+  "$wine_run" "$svc" -install 2>"$work/stderr")
+[ "$out" = "$name is installed." ] || fail "-install (start-up stop): <<$out>> $(cat "$work/stderr")"
+if wait_until 20 lines_are "lines=0x00 mode=4" && state_is RUNNING; then
+  out=$(ZALTOR_PLATFORM=sim "$wine_run" "$svc" -remove 2>"$work/stderr")
+  rc=$?
+  if [ "$rc" = 0 ] && [[ "$out" =~ ^Stopping\ $name\.+$'\n'$name\ is\ stopped\.$'\n'$name\ is\ removed\.$ ]]; then
+    pass "-remove during the worker's start-up prints the stopping lines, stopped and removed"
+  else
+    fail "-remove during the worker's start-up: exit $rc, output <<$out>> $(cat "$work/stderr")"
+  fi
+  lines_are "lines=0x00 mode=4" && pass "a stop during the start-up leaves the switches alone" ||
+    fail "after a stop during the start-up the lines are <<$(cat "$work/lines.txt")>>"
+else
+  fail "the service with the missing interface did not start: <<$(service_state)>>"
+fi
+wine_tool sc delete "$name" >/dev/null
+rm -f "$work/lines.txt"
+
+# --- install -----------------------------------------------------------------------------
+# -install and -remove build the platform's backends like every run: they too are run on
+# the simulated notebook (its default scenario for -remove, which publishes no lines).
+out=$(ZALTOR_PLATFORM=sim ZALTOR_SIM_SCENARIO="$(winpath "$work/scenario.json")" \
+  "$wine_run" "$svc" -install 2>"$work/stderr")
+rc=$?
+if [ "$rc" = 0 ] && [ "$out" = "$name is installed." ]; then
+  pass "-install prints \"$name is installed.\" and exits with 0"
+else
+  fail "-install: exit $rc, output <<$out>> $(cat "$work/stderr")"
+fi
+
+env_value=$(wine_tool reg query "$service_key" /v Environment)
+case "$env_value" in
+  *REG_MULTI_SZ*ZALTOR_PLATFORM=sim*ZALTOR_SIM_SCENARIO=Z:*scenario.json*)
+    pass "the service key's Environment value holds the installer's settings" ;;
+  *) fail "the service key's Environment value: <<$env_value>>" ;;
+esac
+
+state=$(service_state)
+[ "$state" = RUNNING ] && pass "sc query shows the service RUNNING" ||
+  fail "sc query shows <<$state>>, not RUNNING"
+
+# The notebook of the service process publishes its starting lines: the process runs on the
+# simulated notebook of the registered scenario.
+if wait_until 20 lines_are "lines=0x00 mode=4"; then
+  pass "the service process runs the registered scenario's notebook (switches in mode 4)"
+else
+  fail "no switch lines from the service's notebook: <<$(cat "$work/lines.txt" 2>/dev/null)>>"
+fi
+
+# --- the running service -----------------------------------------------------------------
+if [ "$with_control" = 1 ]; then
+  ctl_ok() { "$wine_run" "$ctl" status >"$work/status.txt" 2>"$work/ctl-stderr"; }
+  # The endpoint opens once the worker has started (the Wi-Fi interface comes after 8 s).
+  if wait_until 60 ctl_ok; then
+    pass "antennactl.exe status reaches the service over ncalrpc"
+    grep -q '^switches: *2$' "$work/status.txt" && grep -q '^modes: *4$' "$work/status.txt" &&
+      pass "status shows 2 switches and 4 modes" ||
+      fail "status: <<$(cat "$work/status.txt")>>"
+  else
+    fail "antennactl.exe status: exit $?, <<$(cat "$work/status.txt")>> $(cat "$work/ctl-stderr")"
+  fi
+  out=$("$wine_run" "$ctl" mode 2 2>"$work/ctl-stderr")
+  rc=$?
+  [ "$rc" = 0 ] && pass "antennactl.exe mode 2 completes" ||
+    fail "antennactl.exe mode 2: exit $rc, <<$out>> $(cat "$work/ctl-stderr")"
+  wait_until 10 lines_are "lines=0x22 mode=2" && pass "the switches stand in mode 2" ||
+    fail "after mode 2 the lines are <<$(cat "$work/lines.txt")>>"
+  state=$(service_state)
+  [ "$state" = RUNNING ] && pass "the service is still RUNNING" || fail "the service is <<$state>>"
+
+  out=$(ZALTOR_PLATFORM=sim "$wine_run" "$svc" -remove 2>"$work/stderr")
+  rc=$?
+  if [ "$rc" = 0 ] && [[ "$out" =~ ^Stopping\ $name\.+$'\n'$name\ is\ stopped\.$'\n'$name\ is\ removed\.$ ]]; then
+    pass "-remove prints the stopping lines, \"$name is stopped.\" and \"$name is removed.\""
+  else
+    fail "-remove: exit $rc, output <<$out>> $(cat "$work/stderr")"
+  fi
+else
+  # Without a control interface runtime the endpoint cannot be set up: the service stops
+  # by itself once its worker has started, and the stop puts the default mode on.
+  if wait_until 60 state_is STOPPED; then
+    pass "without a control interface runtime the service stops by itself after its start-up"
+  else
+    fail "the service did not stop by itself: <<$(service_state)>>"
+  fi
+  "$wine_run" "$ctl" status >"$work/status.txt" 2>"$work/ctl-stderr"
+  rc=$?
+  [ "$rc" = 3 ] && pass "antennactl.exe status cannot reach the service (exit 3)" ||
+    fail "antennactl.exe status: exit $rc, expected 3"
+  out=$(ZALTOR_PLATFORM=sim "$wine_run" "$svc" -remove 2>"$work/stderr")
+  rc=$?
+  if [ "$rc" = 0 ] && [ "$out" = "$name is removed." ]; then
+    pass "-remove of the stopped service prints only \"$name is removed.\""
+  else
+    fail "-remove: exit $rc, output <<$out>> $(cat "$work/stderr")"
+  fi
+fi
+
+# --- after the service -------------------------------------------------------------------
+# Wine's sc prints nothing for a service that does not exist, and fails.
+query=$(wine_tool sc query "$name")
+if [ -z "$query" ] && ! wine_tool reg query "$service_key" >/dev/null; then
+  pass "sc query finds no such service, and its registry key is gone"
+else
+  fail "after -remove: sc query <<$query>>, the key $(wine_tool reg query "$service_key" >/dev/null && echo is there || echo is gone)"
+fi
+# Config set 1 (5 GHz, no Bluetooth) has default mode 1: both switches "Main".
+if wait_until 5 lines_are "lines=0x33 mode=1"; then
+  pass "the switches are left in the default mode 1"
+else
+  fail "after the service ended the lines are <<$(cat "$work/lines.txt")>>, not mode 1"
+fi
+
+if [ "$failures" -ne 0 ]; then
+  echo "$failures check(s) failed"
+  exit 1
+fi
+echo "all checks passed"
