@@ -225,6 +225,9 @@ class Win32RpcRuntime final : public RpcRuntime {
 
   uint32_t ep_unregister(const RpcInterfaceId& id, BindingVector bindings) override {
     if (!is_stub_interface(id)) return kRpcUnknownIf;
+    // A stop before the endpoint was set up has no bindings: Wine's runtime would read
+    // through the null vector (and Windows has nothing to unregister either).
+    if (bindings == nullptr) return kRpcNoBindings;
     return RpcEpUnregister(server_interface(), reinterpret_cast<RPC_BINDING_VECTOR*>(bindings),
                            nullptr);
   }
