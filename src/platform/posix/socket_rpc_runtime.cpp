@@ -458,6 +458,8 @@ class SocketRpcRuntime final : public RpcRuntime {
       }
       c.inbuf.insert(c.inbuf.end(), buf, buf + n);
       if (!take_frames(c, ref, calls)) return false;
+      // A short read emptied the socket; what comes later fires the re-armed event.
+      if (static_cast<size_t>(n) < sizeof buf) break;
     }
     return true;
   }
