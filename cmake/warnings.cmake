@@ -44,9 +44,10 @@ function(zaltor_test name dir)
     zaltor_options)
   set_property(GLOBAL APPEND PROPERTY ZALTOR_TEST_TARGETS ${name})
   if(CMAKE_CROSSCOMPILING AND NOT ZALTOR_TEST_EACH_IN_OWN_PROCESS)
-    # Under Wine every process start costs about a second, so the executable's tests run in
-    # two processes (GoogleTest's shards, one per core) instead of one process each. A caller
-    # whose tests need a process each sets ZALTOR_TEST_EACH_IN_OWN_PROCESS before the call.
+    # Under Wine every process start costs a few tenths of a second (seconds while the Wine
+    # server starts), so the executable's tests run in two processes (GoogleTest's shards,
+    # one per core) instead of one process each. A caller whose tests need a process each
+    # sets ZALTOR_TEST_EACH_IN_OWN_PROCESS before the call.
     foreach(shard RANGE 1)
       add_test(NAME ${name}.shard${shard} COMMAND ${name})
       set_tests_properties(${name}.shard${shard} PROPERTIES LABELS ${name}
