@@ -7,6 +7,12 @@ if(ZALTOR_SANITIZE)
     -fno-sanitize-recover=all)
   target_link_options(zaltor_options INTERFACE -fsanitize=${ZALTOR_SANITIZE})
 endif()
+# Debug information of the project's own code. CI sets line tables only (-g1): enough for
+# sanitizer stack traces, and the builds compile and link faster. Empty: as the build type says.
+set(ZALTOR_DEBUG_INFO "" CACHE STRING "Debug information option for the project's code, e.g. -g1")
+if(ZALTOR_DEBUG_INFO)
+  target_compile_options(zaltor_options INTERFACE ${ZALTOR_DEBUG_INFO})
+endif()
 if(CMAKE_CROSSCOMPILING AND WIN32)
   target_compile_definitions(zaltor_options INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
     _WIN32_WINNT=0x0A00 __USE_MINGW_ANSI_STDIO=1)
@@ -36,11 +42,17 @@ function(zaltor_test name dir)
   # ZALTOR_TEST_BIN_DIR for the tests.
   target_link_libraries(${name} PRIVATE ${ARGN} zaltor_test_support GTest::gtest GTest::gmock
     zaltor_options)
-  if(CMAKE_CROSSCOMPILING AND name IN_LIST ZALTOR_WHOLE_PROGRAM_TESTS)
-    # Under the emulator each program start costs most of a second: run all of its tests
-    # in one start.
-    add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES LABELS ${name})
+  set_property(GLOBAL APPEND PROPERTY ZALTOR_TEST_TARGETS ${name})
+  if(CMAKE_CROSSCOMPILING AND NOT ZALTOR_TEST_EACH_IN_OWN_PROCESS)
+    # Under Wine every process start costs a few tenths of a second (seconds while the Wine
+    # server starts), so the executable's tests run in two processes (GoogleTest's shards,
+    # one per core) instead of one process each. A caller whose tests need a process each
+    # sets ZALTOR_TEST_EACH_IN_OWN_PROCESS before the call.
+    foreach(shard RANGE 1)
+      add_test(NAME ${name}.shard${shard} COMMAND ${name})
+      set_tests_properties(${name}.shard${shard} PROPERTIES LABELS ${name}
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=2;GTEST_SHARD_INDEX=${shard}")
+    endforeach()
   else()
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
       PROPERTIES LABELS ${name})

@@ -9,8 +9,12 @@
 
 #include "engine/system_events.h"
 #include "platform/clock.h"
-#include "platform/posix/posix_backends.h"
 #include "service/log/log_context.h"
+#if defined(_WIN32)
+#include "platform/win32/win32_backends.h"
+#else
+#include "platform/posix/posix_backends.h"
+#endif
 
 namespace zaltor::engine::autotest {
 
@@ -28,12 +32,53 @@ constexpr const char* kTestNotebook = R"json({
   "timeline": []
 })json";
 
-// The Linux files, with the program directory and every relative path (the log file) in
-// the test's own directory.
+// The platform's own backends of the operating-system seams that the worker reaches.
+#if defined(_WIN32)
+std::unique_ptr<platform::FileSystem> MakeFiles() {
+  return platform::make_win32_file_system();
+}
+std::unique_ptr<platform::ProfileReader> MakeProfiles() {
+  return platform::make_private_profile_reader();
+}
+std::unique_ptr<platform::Crypto> MakeCrypto() {
+  return platform::make_cng_crypto();
+}
+
+// The Windows registry is the machine's: the config tests create and delete the version key
+// there while other test processes run. The worker here must find no key, as it does in the
+// test's own registry directory on Linux, so it gets a registry without keys.
+class NoKeysRegistry final : public platform::Registry {
+ public:
+  std::unique_ptr<platform::RegistryKey> open_local_machine(const std::string&,
+                                                            uint32_t& error) override {
+    error = platform::kRegistryNotFound;
+    return nullptr;
+  }
+};
+std::unique_ptr<platform::Registry> MakeRegistry(const std::string&) {
+  return std::make_unique<NoKeysRegistry>();
+}
+#else
+std::unique_ptr<platform::FileSystem> MakeFiles() {
+  return platform::make_posix_file_system();
+}
+std::unique_ptr<platform::ProfileReader> MakeProfiles() {
+  return platform::make_ini_profile_reader();
+}
+std::unique_ptr<platform::Crypto> MakeCrypto() {
+  return platform::make_openssl_crypto();
+}
+// The registry directory confined to the test's directory (empty: no key).
+std::unique_ptr<platform::Registry> MakeRegistry(const std::string& dir) {
+  return platform::make_state_dir_registry(dir + "/registry");
+}
+#endif
+
+// The platform's files, with the program directory and every relative path (the log file)
+// in the test's own directory.
 class TempDirFiles final : public platform::FileSystem {
  public:
-  explicit TempDirFiles(std::string dir)
-      : dir_(std::move(dir)), inner_(platform::make_posix_file_system()) {}
+  explicit TempDirFiles(std::string dir) : dir_(std::move(dir)), inner_(MakeFiles()) {}
   uint32_t program_directory(std::string& dir) override {
     dir = dir_;
     return 0;
@@ -58,7 +103,7 @@ class TempDirFiles final : public platform::FileSystem {
 
  private:
   std::string Place(const std::string& path) const {
-    return !path.empty() && path[0] == '/' ? path : dir_ + "/" + path;
+    return std::filesystem::path(path).has_root_directory() ? path : inner_->join(dir_, path);
   }
   std::string dir_;
   std::unique_ptr<platform::FileSystem> inner_;
@@ -201,9 +246,9 @@ std::unique_ptr<platform::CounterQuery> ScriptedCounters::open_query(uint32_t& e
 
 AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   files_ = std::make_unique<TempDirFiles>(dir_);
-  profiles_ = platform::make_ini_profile_reader();
-  crypto_ = platform::make_openssl_crypto();
-  registry_ = platform::make_state_dir_registry(dir_ + "/registry");
+  profiles_ = MakeProfiles();
+  crypto_ = MakeCrypto();
+  registry_ = MakeRegistry(dir_);
   console_ = std::make_unique<RecordingConsole>();
   size_t written = 0;
   files_->write_text("Conf.ini", ConfIni(options.keys, options.extraSections, options.gpio),

@@ -1,9 +1,10 @@
 #pragma once
 // The worker on the simulated notebook in virtual time, for the tests of the auto loop and
 // the measurement: a scenario over the built-in notebook (virtual clock, no timeline, no
-// noise), a configuration file written for the test, the Linux file, profile, crypto and
-// registry backends confined to a temporary directory, and a log-entry writer that records
-// every finished line as the console shows it.
+// noise), a configuration file written for the test, the platform's own file, profile and
+// crypto backends confined to a temporary directory (on Linux also the registry directory;
+// on Windows a registry without keys, see auto_harness.cpp), and a log-entry writer that
+// records every finished line as the console shows it.
 //
 // The test thread takes part in the virtual clock's schedule for the harness's life: the
 // worker's threads run only while it waits (RunFor, RunUntil).

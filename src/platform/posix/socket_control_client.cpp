@@ -122,13 +122,21 @@ class SocketControlClient final : public ControlClient {
     r.call_id = ++next_call_id_;
     const auto deadline = SteadyClock::now() + std::chrono::milliseconds(timeout_ms_);
     const std::vector<uint8_t> frame = wire::encode_request(r);
+    // Each transfer is tried first and waited for only when the socket is not ready: a call
+    // then costs no more system calls than a bare exchange.
     size_t off = 0;
     while (off < frame.size()) {
-      if (!wait_for(POLLOUT, deadline)) return kErrorTimeout;
-      const ssize_t n = ::send(fd_, frame.data() + off, frame.size() - off, MSG_NOSIGNAL);
-      if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      if (n <= 0) return fail(kRpcCallFailed);
-      off += static_cast<size_t>(n);
+      const ssize_t n =
+          ::send(fd_, frame.data() + off, frame.size() - off, MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (n > 0) {
+        off += static_cast<size_t>(n);
+      } else if (n < 0 && errno == EINTR) {
+        continue;
+      } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        if (!wait_for(POLLOUT, deadline)) return kErrorTimeout;
+      } else {
+        return fail(kRpcCallFailed);
+      }
     }
     for (;;) {
       uint8_t head[4];
@@ -168,12 +176,17 @@ class SocketControlClient final : public ControlClient {
   uint32_t read_exact(uint8_t* p, size_t n, SteadyClock::time_point deadline) {
     size_t got = 0;
     while (got < n) {
-      // A timeout mid-frame leaves the stream unusable; between frames it does not.
-      if (!wait_for(POLLIN, deadline)) return got == 0 ? kErrorTimeout : fail(kErrorTimeout);
       const ssize_t k = ::recv(fd_, p + got, n - got, MSG_DONTWAIT);
-      if (k < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      if (k <= 0) return fail(kRpcCallFailed);
-      got += static_cast<size_t>(k);
+      if (k > 0) {
+        got += static_cast<size_t>(k);
+      } else if (k < 0 && errno == EINTR) {
+        continue;
+      } else if (k < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        // A timeout mid-frame leaves the stream unusable; between frames it does not.
+        if (!wait_for(POLLIN, deadline)) return got == 0 ? kErrorTimeout : fail(kErrorTimeout);
+      } else {
+        return fail(kRpcCallFailed);
+      }
     }
     return 0;
   }

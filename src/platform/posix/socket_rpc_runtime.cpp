@@ -39,6 +39,8 @@ constexpr uint32_t kUnknownRevision = 1305;        // ERROR_UNKNOWN_REVISION
 constexpr int kMaxCallsPerConnection = 128;
 // A client that does not read its replies is dropped after this long.
 constexpr int kSendTimeoutSeconds = 5;
+// Reads of one connection per poll event (of 4096 bytes each) before the others get a turn.
+constexpr int kReadsPerEvent = 16;
 
 thread_local uint32_t t_last_error = 0;
 
@@ -74,7 +76,10 @@ struct Connection {
   std::mutex ctx_m;
   std::map<Uuid, std::pair<ContextObject, RpcDispatch*>> contexts;
   std::atomic<int> in_flight{0};
-  std::vector<uint8_t> inbuf;  // reader thread only
+  // The connection's poll event is one-shot, so one thread reads at a time; the lock makes
+  // the hand-over between threads visible.
+  std::mutex read_m;
+  std::vector<uint8_t> inbuf;  // under read_m
 };
 
 struct Call {
@@ -246,26 +251,34 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   uint32_t stop_server_listening() override {
     std::lock_guard<std::mutex> stop_guard(stop_m_);
+    std::vector<std::thread> threads;
     {
       std::lock_guard<std::mutex> g(m_);
       if (!serving_) return kRpcNotListening;
+      // No thread is started from here on, so the list is complete.
       stopping_ = true;
+      threads.swap(threads_);
     }
+    // The stop event stays readable: every thread that polls sees it and ends; a thread in a
+    // call finishes the call first.
     const uint64_t one = 1;
     [[maybe_unused]] ssize_t w = ::write(wake_fd_, &one, sizeof one);
-    if (io_.joinable()) io_.join();
-    work_cv_.notify_all();
-    std::vector<std::thread> workers;
+    for (std::thread& t : threads) t.join();
     std::deque<Call> dropped;
+    std::unordered_map<int, std::shared_ptr<Connection>> conns;
     {
       std::lock_guard<std::mutex> g(m_);
-      workers.swap(workers_);
       dropped.swap(queue_);
     }
-    for (std::thread& t : workers) t.join();
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      conns.swap(conns_);
+    }
     dropped.clear();  // releases the last connections: their contexts are run down
+    conns.clear();
     ::close(epoll_fd_);
     ::close(wake_fd_);
+    ::close(work_fd_);
     {
       std::lock_guard<std::mutex> g(m_);
       if (listen_fd_ >= 0) ::close(listen_fd_);  // frees the name
@@ -304,63 +317,138 @@ class SocketRpcRuntime final : public RpcRuntime {
   void start_serving_locked() {
     epoll_fd_ = ::epoll_create1(EPOLL_CLOEXEC);
     wake_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    work_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    // The stop and work events are level-triggered: every poller may see them. The listening
+    // socket and the connections are one-shot: one thread at a time reads each of them.
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.fd = wake_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, wake_fd_, &ev);
+    ev.data.fd = work_fd_;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, work_fd_, &ev);
+    ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.fd = listen_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, listen_fd_, &ev);
     serving_ = true;
-    io_ = std::thread([this] { io_loop(); });
+    start_thread_locked();
   }
 
-  // One thread reads every connection and hands complete requests to the call threads.
-  void io_loop() {
-    std::unordered_map<int, std::shared_ptr<Connection>> conns;
-    epoll_event events[64];
+  // Every runtime thread runs this loop (see "Threads" in socket_rpc_runtime.h): it runs a
+  // waiting call when one may start, else it polls the sockets, and a request it reads it
+  // then runs itself.
+  void serve_loop() {
+    std::unique_lock<std::mutex> lk(m_);
     for (;;) {
-      const int n = ::epoll_wait(epoll_fd_, events, 64, -1);
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        break;
+      if (stopping_) return;
+      if (!queue_.empty() && running_ < max_calls_) {
+        Call call = std::move(queue_.front());
+        queue_.pop_front();
+        --idle_;
+        ++running_;
+        // Someone must keep polling while this thread is in the call, and the next waiting
+        // call goes to another thread.
+        if (idle_ == 0) start_thread_locked();
+        if (!queue_.empty() && running_ < max_calls_) signal_work();
+        RpcDispatch* dispatch = registered_ ? dispatch_ : nullptr;
+        lk.unlock();
+        run_call(call, dispatch);
+        lk.lock();
+        --running_;
+        ++idle_;
+        continue;
       }
-      bool stop = false;
-      for (int i = 0; i < n; ++i) {
-        const int fd = events[i].data.fd;
-        if (fd == wake_fd_) {
-          stop = true;
-        } else if (fd == listen_fd_) {
-          accept_all(conns);
-        } else if (auto it = conns.find(fd); it != conns.end()) {
-          if (!read_connection(*it->second, it->second)) {
-            ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
-            conns.erase(it);
-          }
-        }
-      }
-      if (stop) break;
+      lk.unlock();
+      poll_once();
+      lk.lock();
     }
-    for (auto& [fd, conn] : conns) ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
   }
 
-  void accept_all(std::unordered_map<int, std::shared_ptr<Connection>>& conns) {
+  void start_thread_locked() {
+    // One thread more than the calls that may run, so that one always polls.
+    if (stopping_ || threads_.size() > max_calls_) return;
+    ++idle_;
+    threads_.emplace_back([this] { serve_loop(); });
+  }
+
+  // Wakes one polling thread to take a waiting call.
+  void signal_work() {
+    const uint64_t one = 1;
+    [[maybe_unused]] ssize_t w = ::write(work_fd_, &one, sizeof one);
+  }
+
+  void rearm(int fd, uint32_t events) {
+    epoll_event ev{};
+    ev.events = events | EPOLLONESHOT;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
+  }
+
+  // Waits for one event and handles it; complete requests are queued for serve_loop.
+  void poll_once() {
+    epoll_event event{};
+    if (::epoll_wait(epoll_fd_, &event, 1, -1) != 1) return;  // interrupted
+    const int fd = event.data.fd;
+    if (fd == wake_fd_) return;  // stopping_ is already set
+    if (fd == work_fd_) {
+      uint64_t count = 0;
+      [[maybe_unused]] ssize_t r = ::read(work_fd_, &count, sizeof count);
+      return;
+    }
+    if (fd == listen_fd_) {
+      accept_all();
+      rearm(listen_fd_, EPOLLIN);
+      return;
+    }
+    std::shared_ptr<Connection> conn;
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      if (auto it = conns_.find(fd); it != conns_.end()) conn = it->second;
+    }
+    if (!conn) return;
+    std::vector<Call> calls;
+    bool open = false;
+    {
+      std::lock_guard<std::mutex> g(conn->read_m);
+      open = read_connection(*conn, conn, calls);
+    }
+    if (open) {
+      rearm(fd, EPOLLIN | EPOLLRDHUP);
+    } else {
+      ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
+      std::lock_guard<std::mutex> g(conns_m_);
+      conns_.erase(fd);
+    }
+    if (!calls.empty()) {
+      std::lock_guard<std::mutex> g(m_);
+      for (Call& c : calls) queue_.push_back(std::move(c));
+    }
+    // The last reference to a connection that ended may go here, outside every lock: its
+    // contexts are run down.
+  }
+
+  void accept_all() {
     for (;;) {
       const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) return;  // EAGAIN, or out of descriptors: try again on the next event
       timeval tv{kSendTimeoutSeconds, 0};
       ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+      {
+        std::lock_guard<std::mutex> g(conns_m_);
+        conns_[fd] = std::make_shared<Connection>(fd);
+      }
       epoll_event ev{};
-      ev.events = EPOLLIN | EPOLLRDHUP;
+      ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
       ev.data.fd = fd;
       ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &ev);
-      conns[fd] = std::make_shared<Connection>(fd);
     }
   }
 
-  // Reads what is there and queues every complete request. False when the connection ends.
-  bool read_connection(Connection& c, const std::shared_ptr<Connection>& ref) {
+  // Reads what is there (a bounded amount, so that one busy client cannot keep a thread
+  // from the others) and takes every complete request. False when the connection ends.
+  bool read_connection(Connection& c, const std::shared_ptr<Connection>& ref,
+                       std::vector<Call>& calls) {
     uint8_t buf[4096];
-    for (;;) {
+    for (int reads = 0; reads < kReadsPerEvent; ++reads) {
       const ssize_t n = ::recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
       if (n == 0) return false;
       if (n < 0) {
@@ -369,12 +457,15 @@ class SocketRpcRuntime final : public RpcRuntime {
         return false;
       }
       c.inbuf.insert(c.inbuf.end(), buf, buf + n);
-      if (!take_frames(c, ref)) return false;
+      if (!take_frames(c, ref, calls)) return false;
+      // A short read emptied the socket; what comes later fires the re-armed event.
+      if (static_cast<size_t>(n) < sizeof buf) break;
     }
     return true;
   }
 
-  bool take_frames(Connection& c, const std::shared_ptr<Connection>& ref) {
+  bool take_frames(Connection& c, const std::shared_ptr<Connection>& ref,
+                   std::vector<Call>& calls) {
     size_t off = 0;
     while (c.inbuf.size() - off >= wire::kLengthBytes) {
       const uint32_t len = wire::load_u32(c.inbuf.data() + off);
@@ -391,40 +482,17 @@ class SocketRpcRuntime final : public RpcRuntime {
         continue;
       }
       c.in_flight.fetch_add(1, std::memory_order_relaxed);
-      enqueue(Call{ref, std::vector<uint8_t>(body, body + len)});
+      calls.push_back(Call{ref, std::vector<uint8_t>(body, body + len)});
     }
     c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(off));
     return true;
   }
 
-  void enqueue(Call call) {
-    std::lock_guard<std::mutex> g(m_);
-    queue_.push_back(std::move(call));
-    // Up to max_calls_ calls run at once: a call that no waiting thread will take gets a new
-    // thread (the threads stay for later calls).
-    if (queue_.size() > idle_ && workers_.size() < max_calls_) {
-      workers_.emplace_back([this] { worker_loop(); });
-    }
-    work_cv_.notify_one();
-  }
-
-  void worker_loop() {
-    std::unique_lock<std::mutex> lk(m_);
-    for (;;) {
-      ++idle_;
-      work_cv_.wait(lk, [&] { return stopping_ || !queue_.empty(); });
-      --idle_;
-      if (stopping_) return;
-      Call call = std::move(queue_.front());
-      queue_.pop_front();
-      RpcDispatch* dispatch = registered_ ? dispatch_ : nullptr;
-      lk.unlock();
-      const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch);
-      call.conn->send_reply(reply);
-      call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
-      call = Call{};  // may be the last reference: runs the connection's contexts down
-      lk.lock();
-    }
+  void run_call(Call& call, RpcDispatch* dispatch) {
+    const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch);
+    call.conn->send_reply(reply);
+    call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
+    call = Call{};  // may be the last reference: runs the connection's contexts down
   }
 
   Uuid new_context_uuid() {
@@ -536,7 +604,6 @@ class SocketRpcRuntime final : public RpcRuntime {
   Clock& clock_;
   std::mutex stop_m_;
   std::mutex m_;
-  std::condition_variable work_cv_;
   std::condition_variable state_cv_;
   int listen_fd_ = -1;
   std::string endpoint_;
@@ -551,10 +618,15 @@ class SocketRpcRuntime final : public RpcRuntime {
   bool listening_call_ = false;
   int epoll_fd_ = -1;
   int wake_fd_ = -1;
-  std::thread io_;
+  int work_fd_ = -1;
+  // Under m_: calls read but not started, the runtime's threads, those not in a call (they
+  // poll or are about to) and the calls running.
   std::deque<Call> queue_;
-  std::vector<std::thread> workers_;
+  std::vector<std::thread> threads_;
   size_t idle_ = 0;
+  size_t running_ = 0;
+  std::mutex conns_m_;
+  std::unordered_map<int, std::shared_ptr<Connection>> conns_;
   std::mt19937_64 rng_;
 };
 
