@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include "rpc/win32_test_server.h"
+#include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
 
 TEST(Win32RpcEndpoint, SetUpServesCallsAndWithdrawalEndsListening) {
-  Win32TestServer server("setup");
+  TestServer server("setup");
   EXPECT_EQ(server.log.lines(),
             (std::vector<std::string>{"4:Initializing RPC endpoints.\n", "4:RPC Endpoints ok.\n"}));
   EXPECT_TRUE(server.clock.sleeps().empty());  // the endpoint opened at the first attempt
@@ -30,7 +30,7 @@ TEST(Win32RpcEndpoint, SetUpServesCallsAndWithdrawalEndsListening) {
 }
 
 TEST(Win32RpcEndpoint, SecondSetUpOnTheSameEndpointName) {
-  Win32TestServer server("twice");
+  TestServer server("twice");
   // The same endpoint opened again: Windows refuses a name that is already held
   // (RPC_S_DUPLICATE_ENDPOINT), and the set-up then retries every 5000 ms; Wine's runtime
   // never reports a duplicate and answers 0.

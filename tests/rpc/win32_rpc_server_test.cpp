@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "rpc/win32_test_server.h"
+#include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
@@ -24,7 +24,7 @@ class Win32Rpc : public ::testing::Test {
     return status;
   }
 
-  Win32TestServer server{"win32"};
+  TestServer server{"win32"};
   std::unique_ptr<platform::ControlClient> client;
   ContextHandleWire ctx;
 };
@@ -161,7 +161,7 @@ TEST_F(Win32Rpc, ArrayCountOutsideZeroTo4096IsRefused) {
 // one process to the endpoint share: the contexts run down once the process's last binding
 // and context are gone.
 TEST(Win32RpcRundown, ClientThatGoesAwayWithOpenContextsHasThemRunDown) {
-  Win32TestServer server("rundown");
+  TestServer server("rundown");
   {
     auto leaving = server.connect();
     for (int i = 0; i < 3; ++i) {
@@ -182,7 +182,7 @@ TEST(Win32RpcRundown, ClientThatGoesAwayWithOpenContextsHasThemRunDown) {
 
 TEST(Win32RpcClient, AbsentServerIsUnavailable) {
   uint32_t err = 0;
-  auto c = platform::connect_control_client(unique_win32_endpoint("nobody"), 1000, err);
+  auto c = platform::connect_control_client(unique_endpoint("nobody"), 1000, err);
   ASSERT_TRUE(c);  // the binding connects on the first call
   ContextHandleWire ctx;
   EXPECT_EQ(c->open_context(ctx), platform::kRpcServerUnavailable);
