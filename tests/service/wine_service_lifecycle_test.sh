@@ -64,6 +64,7 @@ wait_until() {
 }
 lines_are() { [ "$(cat "$work/lines.txt" 2>/dev/null)" = "$1" ]; }
 state_is() { [ "$(service_state)" = "$1" ]; }
+service_gone() { [ -z "$(wine_tool sc query "$name")" ]; }
 
 # --- set-up ------------------------------------------------------------------------------
 # One Wine session for the whole test: the service lives as long as the session does.
@@ -119,6 +120,9 @@ else
   fail "the service with the missing interface did not start: <<$(service_state)>>"
 fi
 wine_tool sc delete "$name" >/dev/null
+# A deleted service is gone once its process has ended (under Wine the process waits up to
+# a second for the thread that answered the stop).
+wait_until 10 service_gone || fail "the first service did not go away: <<$(service_state)>>"
 rm -f "$work/lines.txt"
 
 # --- install -----------------------------------------------------------------------------
@@ -184,6 +188,7 @@ fi
 
 # --- after the service -------------------------------------------------------------------
 # Wine's sc prints nothing for a service that does not exist, and fails.
+wait_until 10 service_gone
 query=$(wine_tool sc query "$name")
 if [ -z "$query" ] && ! wine_tool reg query "$service_key" >/dev/null; then
   pass "sc query finds no such service, and its registry key is gone"

@@ -19,6 +19,12 @@ constexpr DWORD kPathChars = 260;
 
 std::atomic<ServiceManager::ServiceEntry> g_entry{nullptr};
 std::atomic<ServiceManager::ControlHandler> g_handler{nullptr};
+// The thread that called the control handler last.
+std::atomic<DWORD> g_handler_thread{0};
+
+// How long a service process waits, once its service has stopped, for the control thread
+// that delivered the stop to finish.
+constexpr DWORD kControlAnswerWaitMs = 1000;
 
 SC_HANDLE sc(ServiceManager::Handle h) {
   return reinterpret_cast<SC_HANDLE>(static_cast<uintptr_t>(h));
@@ -73,8 +79,24 @@ void WINAPI service_main_trampoline(DWORD argc, LPWSTR* argv) {
 }
 
 void WINAPI control_handler_trampoline(DWORD control) {
+  g_handler_thread.store(GetCurrentThreadId());
   ServiceManager::ControlHandler handler = g_handler.load();
   if (handler != nullptr) handler(control);
+}
+
+// The service stops inside the stop control's handler, and the process ends as soon as the
+// dispatcher returns. Windows calls control handlers on the dispatcher's own thread, so the
+// stop's answer has reached the manager by then. Wine calls them on a thread of its own,
+// which answers the manager only after the handler returned: ending the process first makes
+// the manager's ControlService fail although the service stopped. So where the last
+// handler ran on another thread, wait (bounded) for that thread to be done.
+void let_control_answer_out() {
+  const DWORD id = g_handler_thread.load();
+  if (id == 0 || id == GetCurrentThreadId()) return;
+  HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, id);
+  if (thread == nullptr) return;  // already gone
+  WaitForSingleObject(thread, kControlAnswerWaitMs);
+  CloseHandle(thread);
 }
 
 class ScmServiceManager final : public ServiceManager {
@@ -167,7 +189,9 @@ class ScmServiceManager final : public ServiceManager {
     std::wstring name = win32::wide(service_name);
     g_entry.store(entry);
     SERVICE_TABLE_ENTRYW table[] = {{name.data(), &service_main_trampoline}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : GetLastError();
+    if (!StartServiceCtrlDispatcherW(table)) return GetLastError();
+    let_control_answer_out();
+    return 0;
   }
 
   uint32_t register_control_handler(const std::string& service_name, ControlHandler handler,
