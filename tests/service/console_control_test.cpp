@@ -34,7 +34,9 @@ class ConsoleService {
     write_file(dir.file("scenario.json"),
                R"({"clock": {"mode": "scaled", "speed": 20.0}, "timeline": [],
                    "radio": {"rssi": [{"Main": -50, "Div": -70}, {"Main": -50, "Div": -70}]}})");
-    const std::string binary = bin_dir() + "/ZaltorMultiAntennaSvc";
+    const std::string binary =
+        own_program_directory(dir, bin_dir(), {"ZaltorMultiAntennaSvc", "Conf.bin"}) +
+        "/ZaltorMultiAntennaSvc";
     const std::string scenario = dir.file("scenario.json");
     const std::string state = dir.file("state");
     const std::string cwd = dir.path();

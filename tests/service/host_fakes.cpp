@@ -236,6 +236,17 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ec);
 }
 
+std::string own_program_directory(const TempDir& dir, const std::string& bin,
+                                  const std::vector<std::string>& names) {
+  const std::filesystem::path prog = std::filesystem::path(dir.path()) / "prog";
+  std::filesystem::create_directories(prog);
+  for (const auto& name : names) {
+    std::filesystem::copy_file(std::filesystem::path(bin) / name, prog / name,
+                               std::filesystem::copy_options::overwrite_existing);
+  }
+  return prog.string();
+}
+
 std::string read_file(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream s;

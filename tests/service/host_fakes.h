@@ -235,6 +235,13 @@ class TempDir {
 };
 
 std::string read_file(const std::string& path);
+
+// A program directory of the test's own ("prog" under `dir`) holding copies of the files
+// `names` of the build's directory `bin` (the service binary, Conf.bin). A service start
+// decrypts the configuration into its program directory and removes it again, so services
+// started at once from one directory (tests run in parallel) would meet each other's file.
+std::string own_program_directory(const TempDir& dir, const std::string& bin,
+                                  const std::vector<std::string>& names);
 void write_file(const std::string& path, const std::string& text, bool executable = false);
 
 }  // namespace zaltor::host_test

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -39,9 +40,49 @@ bool eventually(F done, std::chrono::milliseconds limit = 60s) {
   return done();
 }
 
+// The build's directory: the test executable's own, where the build puts Conf.bin too.
+std::string build_bin_dir() {
+  const char* dir = std::getenv("ZALTOR_TEST_BIN_DIR");
+  if (dir != nullptr && *dir != '\0') return dir;
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+// The Linux files with the program directory moved to `dir`.
+class ProgramDirFiles final : public platform::FileSystem {
+ public:
+  explicit ProgramDirFiles(std::string dir)
+      : inner_(platform::make_posix_file_system()), dir_(std::move(dir)) {}
+  uint32_t program_directory(std::string& dir) override {
+    dir = dir_;
+    return 0;
+  }
+  std::string join(const std::string& d, const std::string& n) override {
+    return inner_->join(d, n);
+  }
+  bool exists(const std::string& p) override { return inner_->exists(p); }
+  uint32_t remove(const std::string& p) override { return inner_->remove(p); }
+  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
+    return inner_->read_binary(p, d, s);
+  }
+  int write_text(const std::string& p, std::string_view t, size_t& w) override {
+    return inner_->write_text(p, t, w);
+  }
+  int append_utf8_text(const std::string& p, std::string_view t) override {
+    return inner_->append_utf8_text(p, t);
+  }
+  int read_utf8_text(const std::string& p, std::string& t) override {
+    return inner_->read_utf8_text(p, t);
+  }
+
+ private:
+  std::unique_ptr<platform::FileSystem> inner_;
+  std::string dir_;
+};
+
 // The service's process as the product assembles it, with a recording console and event
 // trace, a registry under a temporary directory and the notify socket of the test. The
-// configuration is the build's sample Conf.bin beside the test executable.
+// configuration is a copy of the build's sample Conf.bin in a program directory of the
+// test's own.
 class ServiceOnNotebook {
  public:
   ServiceOnNotebook(const std::string& scenario, const TempDir& dir, const std::string& notify) {
@@ -58,7 +99,8 @@ class ServiceOnNotebook {
     p.system_events = &notebook_->system_events();
     p.console = console_.get();
     p.event_trace = trace_.get();
-    files_ = platform::make_posix_file_system();
+    files_ = std::make_unique<ProgramDirFiles>(
+        own_program_directory(dir, build_bin_dir(), {"Conf.bin"}));
     profiles_ = platform::make_ini_profile_reader();
     crypto_ = platform::make_openssl_crypto();
     registry_ = platform::make_state_dir_registry(dir.path());
