@@ -52,7 +52,9 @@ class SimLinesFile : public ::testing::Test {
     return make_sim_notebook_from_text(doc.dump(), error);
   }
 
-  std::string path_ = ::testing::TempDir() + "sim_lines_file_test.txt";
+  // One file per test: the tests may run at once in separate processes.
+  std::string path_ = ::testing::TempDir() + "sim_lines_file_test-" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
 };
 
 TEST_F(SimLinesFile, TheStartingLinesAreWrittenWhenTheNotebookIsMade) {
