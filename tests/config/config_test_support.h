@@ -19,6 +19,7 @@
 #include "platform/file_system.h"
 #include "platform/log.h"
 #include "platform/profile.h"
+#include "support/program_dir_files.h"
 
 #if defined(_WIN32)
 #include "platform/win32/win32_backends.h"
@@ -124,41 +125,11 @@ class TempDir {
   std::filesystem::path path_;
 };
 
-// The real file system with the program directory placed in a test directory.
-class DirFileSystem final : public platform::FileSystem {
+// This platform's file system with the program directory placed in a test directory.
+class DirFileSystem final : public test_support::ProgramDirFiles {
  public:
-  explicit DirFileSystem(std::string dir) : inner_(platform_file_system()), dir_(std::move(dir)) {}
-  uint32_t program_directory(std::string& dir) override {
-    dir = dir_;
-    return 0;
-  }
-  std::string join(const std::string& d, const std::string& n) override {
-    return inner_->join(d, n);
-  }
-  bool exists(const std::string& p) override { return inner_->exists(p); }
-  uint32_t remove(const std::string& p) override {
-    removed.push_back(p);
-    return inner_->remove(p);
-  }
-  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
-    return inner_->read_binary(p, d, s);
-  }
-  int write_text(const std::string& p, std::string_view t, size_t& w) override {
-    written.push_back(p);
-    return inner_->write_text(p, t, w);
-  }
-  int append_utf8_text(const std::string& p, std::string_view t) override {
-    return inner_->append_utf8_text(p, t);
-  }
-  int read_utf8_text(const std::string& p, std::string& t) override {
-    return inner_->read_utf8_text(p, t);
-  }
-  std::vector<std::string> removed;
-  std::vector<std::string> written;
-
- private:
-  std::unique_ptr<platform::FileSystem> inner_;
-  std::string dir_;
+  explicit DirFileSystem(std::string dir)
+      : ProgramDirFiles(platform_file_system(), std::move(dir)) {}
 };
 
 // Everything a load needs, over a test directory.

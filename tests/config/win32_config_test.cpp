@@ -37,37 +37,7 @@ std::vector<uint8_t> conf_bin() {
   return std::vector<uint8_t>(bin.begin(), bin.end());
 }
 
-// The Windows file system with the program directory placed in a test directory.
-class DirFileSystem final : public platform::FileSystem {
- public:
-  explicit DirFileSystem(std::string dir)
-      : inner_(platform::make_win32_file_system()), dir_(std::move(dir)) {}
-  uint32_t program_directory(std::string& dir) override {
-    dir = dir_;
-    return 0;
-  }
-  std::string join(const std::string& d, const std::string& n) override {
-    return inner_->join(d, n);
-  }
-  bool exists(const std::string& p) override { return inner_->exists(p); }
-  uint32_t remove(const std::string& p) override { return inner_->remove(p); }
-  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
-    return inner_->read_binary(p, d, s);
-  }
-  int write_text(const std::string& p, std::string_view t, size_t& w) override {
-    return inner_->write_text(p, t, w);
-  }
-  int append_utf8_text(const std::string& p, std::string_view t) override {
-    return inner_->append_utf8_text(p, t);
-  }
-  int read_utf8_text(const std::string& p, std::string& t) override {
-    return inner_->read_utf8_text(p, t);
-  }
-
- private:
-  std::unique_ptr<platform::FileSystem> inner_;
-  std::string dir_;
-};
+using testing::DirFileSystem;
 
 TEST(PrivateProfileCorpus, EveryExpectedReadMatches) {
   ASSERT_FALSE(testing::source_dir().empty()) << "ZALTOR_TEST_SOURCE_DIR is not set";

@@ -23,6 +23,7 @@
 #include "platform/sim/sim_notebook.h"
 #include "service/command_line.h"
 #include "service/service_application.h"
+#include "support/program_dir_files.h"
 
 namespace zaltor::host_test {
 namespace {
@@ -47,38 +48,6 @@ std::string build_bin_dir() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
 }
 
-// The Linux files with the program directory moved to `dir`.
-class ProgramDirFiles final : public platform::FileSystem {
- public:
-  explicit ProgramDirFiles(std::string dir)
-      : inner_(platform::make_posix_file_system()), dir_(std::move(dir)) {}
-  uint32_t program_directory(std::string& dir) override {
-    dir = dir_;
-    return 0;
-  }
-  std::string join(const std::string& d, const std::string& n) override {
-    return inner_->join(d, n);
-  }
-  bool exists(const std::string& p) override { return inner_->exists(p); }
-  uint32_t remove(const std::string& p) override { return inner_->remove(p); }
-  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
-    return inner_->read_binary(p, d, s);
-  }
-  int write_text(const std::string& p, std::string_view t, size_t& w) override {
-    return inner_->write_text(p, t, w);
-  }
-  int append_utf8_text(const std::string& p, std::string_view t) override {
-    return inner_->append_utf8_text(p, t);
-  }
-  int read_utf8_text(const std::string& p, std::string& t) override {
-    return inner_->read_utf8_text(p, t);
-  }
-
- private:
-  std::unique_ptr<platform::FileSystem> inner_;
-  std::string dir_;
-};
-
 // The service's process as the product assembles it, with a recording console and event
 // trace, a registry under a temporary directory and the notify socket of the test. The
 // configuration is a copy of the build's sample Conf.bin in a program directory of the
@@ -99,7 +68,8 @@ class ServiceOnNotebook {
     p.system_events = &notebook_->system_events();
     p.console = console_.get();
     p.event_trace = trace_.get();
-    files_ = std::make_unique<ProgramDirFiles>(
+    files_ = std::make_unique<test_support::ProgramDirFiles>(
+        platform::make_posix_file_system(),
         own_program_directory(dir, build_bin_dir(), {"Conf.bin"}));
     profiles_ = platform::make_ini_profile_reader();
     crypto_ = platform::make_openssl_crypto();
