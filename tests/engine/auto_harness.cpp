@@ -259,6 +259,7 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   std::string error;
   notebook_ = platform::sim::make_sim_notebook_from_text(scenario.dump(), error);
   if (!notebook_) throw std::runtime_error(error);
+  notebook_->set_hardware_call_ms(options.hardwareCallMs);
   notebook_->clock().attach_current_thread();
 
   scripted_ = std::make_unique<ScriptedCounters>(notebook_->counters());

@@ -108,6 +108,9 @@ struct HarnessOptions {
   std::string gpio;               // the switch mapping section; empty: TwoSwitchGpio()
   bool keepLog = true;            // false: only the "Sleep: " lines are counted
   bool startNotebook = false;     // run the notebook's timeline and WLAN service
+  // What one hardware call costs: 0, hardware that answers at once, so that the tests count
+  // the loop's own waits to the millisecond.
+  int64_t hardwareCallMs = 0;
 };
 
 class AutoHarness {

@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/clock.h"
+#include "platform/sim/hardware_call_time.h"
 #include "platform/sim/scenario.h"
 #include "platform/system_events.h"
 #include "platform/wlan.h"
@@ -41,6 +42,14 @@ class NotebookCore {
   NotebookCore(Clock& clock, nlohmann::json doc, Scenario scenario);
 
   Clock& clock() { return clock_; }
+
+  // Spends the time of one hardware call (kHardwareCallMs unless a test chose otherwise).
+  // Never with `mutex` held: other threads take part in the clock's schedule meanwhile.
+  void spend_call_time() {
+    const int64_t ms = call_ms_.load(std::memory_order_relaxed);
+    if (ms > 0) clock_.sleep_ms(ms);
+  }
+  void set_call_ms(int64_t ms) { call_ms_.store(ms, std::memory_order_relaxed); }
 
   // Everything below is guarded by `mutex`.
   std::mutex mutex;
@@ -83,6 +92,7 @@ class NotebookCore {
   std::unique_ptr<Event> wlan_wake_;
   std::atomic<bool> wlan_stop_{false};
   std::atomic<uint64_t> next_session_{1};
+  std::atomic<int64_t> call_ms_{kHardwareCallMs};
   uint32_t published_ = 0xFFFFFFFFu;  // lines | mode << 8 last written; guarded by `mutex`
 };
 

@@ -80,6 +80,7 @@ class SimCounterQuery final : public CounterQuery {
   }
 
   uint32_t collect() override {
+    core_.spend_call_time();
     std::lock_guard<std::mutex> g(core_.mutex);
     if (counters_.empty()) return kPdhNoData;
     for (auto& c : counters_) sample_locked(c);

@@ -30,6 +30,7 @@ class SimControlHandle final : public ControlDeviceHandle {
   bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
                   uint32_t out_capacity, uint32_t& returned) override {
     returned = 0;
+    core_.spend_call_time();
     if (code != kControlCode || in == nullptr || in_len < 12) return false;
     const std::string method(reinterpret_cast<const char*>(in), 4);
     const uint32_t arg_len = read_u32(in + 4);

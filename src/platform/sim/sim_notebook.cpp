@@ -79,6 +79,10 @@ void SimNotebook::run_timeline() {
   }
 }
 
+void SimNotebook::set_hardware_call_ms(int64_t ms) {
+  core_->set_call_ms(ms);
+}
+
 Scenario SimNotebook::scenario() {
   std::lock_guard<std::mutex> g(core_->mutex);
   return core_->scenario;

@@ -20,6 +20,7 @@
 #include "platform/control_device.h"
 #include "platform/counters.h"
 #include "platform/device_list.h"
+#include "platform/sim/hardware_call_time.h"
 #include "platform/sim/scenario.h"
 #include "platform/system_events.h"
 #include "platform/wlan.h"
@@ -49,6 +50,12 @@ class SimNotebook {
   // What runs when the notebook's clock reaches stopAfter (on the timeline thread). By
   // default nothing: the service sets a hook that flushes and ends the process.
   void set_stop_hook(std::function<void()> hook);
+
+  // What one hardware call costs on the notebook's clock (kHardwareCallMs by default).
+  // Only for tests of the engine's own timing, which count its waits to the millisecond
+  // and so want hardware that answers at once; 0 means such instantaneous hardware, where
+  // a loop that calls the hardware without ever waiting stops a virtual clock.
+  void set_hardware_call_ms(int64_t ms);
 
   // The notebook's state, for tests and tools.
   Scenario scenario();

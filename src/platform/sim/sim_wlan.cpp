@@ -13,6 +13,7 @@ class SimWlanSession final : public WlanSession {
   ~SimWlanSession() override { drop_registration(); }
 
   uint32_t enum_interfaces(std::vector<WlanInterfaceInfo>& interfaces) override {
+    core_.spend_call_time();
     std::lock_guard<std::mutex> g(core_.mutex);
     interfaces.clear();
     for (const auto& i : core_.scenario.interfaces) {
@@ -22,6 +23,7 @@ class SimWlanSession final : public WlanSession {
     return 0;
   }
   uint32_t query_connection_state(const Guid& iface, uint32_t& state) override {
+    core_.spend_call_time();
     std::lock_guard<std::mutex> g(core_.mutex);
     const SimInterface* i = find(iface);
     if (i == nullptr) return kErrorNotFound;
@@ -31,6 +33,7 @@ class SimWlanSession final : public WlanSession {
     return 0;
   }
   uint32_t query_channel(const Guid& iface, uint32_t& channel) override {
+    core_.spend_call_time();
     std::lock_guard<std::mutex> g(core_.mutex);
     const SimInterface* i = find(iface);
     if (i == nullptr) return kErrorNotFound;
