@@ -9,12 +9,16 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <cstring>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -177,6 +181,51 @@ TEST(RpcSocketLimits, OutOfDescriptorsTheListenerNeitherSpinsNorStopsServing) {
   last.reset();
   for (int fd : filler) ::close(fd);
   // Descriptors are back: new clients are served.
+  EXPECT_TRUE(served_within(server, milliseconds(3000)));
+}
+
+TEST(RpcSocketLimits, ClientsCannotTakeTheDescriptorsTheServiceNeeds) {
+  TestServer server("limits-room");
+  // Another process opens many connections and holds them.
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::memcpy(addr.sun_path + 1, server.endpoint.data(), server.endpoint.size());
+  const auto len =
+      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + server.endpoint.size());
+  int ready[2], hold[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  ASSERT_EQ(::pipe(hold), 0);
+  constexpr int kLeft = 64;  // descriptors left to this process
+  DescriptorLimit limit(static_cast<rlim_t>(open_descriptors() + kLeft));
+  ASSERT_TRUE(limit.ok());
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // Only async-signal-safe calls here: the parent has threads.
+    rlimit lim{};
+    ::getrlimit(RLIMIT_NOFILE, &lim);
+    lim.rlim_cur = lim.rlim_max < 4096 ? lim.rlim_max : 4096;
+    ::setrlimit(RLIMIT_NOFILE, &lim);
+    for (int i = 0; i < 3 * kLeft; ++i) {
+      const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+      if (fd >= 0) ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len);
+    }
+    char b = 'x';
+    [[maybe_unused]] ssize_t w = ::write(ready[1], &b, 1);
+    [[maybe_unused]] ssize_t r = ::read(hold[0], &b, 1);
+    ::_exit(0);
+  }
+  ASSERT_GT(child, 0);
+  char b = 0;
+  ASSERT_EQ(::read(ready[0], &b, 1), 1);
+  std::this_thread::sleep_for(milliseconds(300));  // the server takes what it will take
+  // The server has left this process descriptors of its own.
+  const int own = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  EXPECT_GE(own, 0) << "the connections took every descriptor";
+  if (own >= 0) ::close(own);
+  [[maybe_unused]] ssize_t w = ::write(hold[1], &b, 1);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  for (int fd : {ready[0], ready[1], hold[0], hold[1]}) ::close(fd);
   EXPECT_TRUE(served_within(server, milliseconds(3000)));
 }
 
