@@ -148,12 +148,16 @@ TEST(RpcSocketLimits, OutOfDescriptorsTheListenerNeitherSpinsNorStopsServing) {
   {
     DescriptorLimit limit(static_cast<rlim_t>(open_descriptors() + 32));
     ASSERT_TRUE(limit.ok());
-    // Take every descriptor left, then give one back for a client whose connection the
-    // server then has no descriptor to accept.
-    for (;;) {
-      const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-      if (fd < 0) break;
-      filler.push_back(fd);
+    // Take every descriptor left (also those the server frees a moment later, when it
+    // has finished with the set-up's probe connection), then give one back for a client
+    // whose connection the server then has no descriptor to accept.
+    for (int round = 0; round < 3; ++round) {
+      for (;;) {
+        const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        if (fd < 0) break;
+        filler.push_back(fd);
+      }
+      std::this_thread::sleep_for(milliseconds(50));
     }
     ASSERT_FALSE(filler.empty());
     ::close(filler.back());

@@ -680,15 +680,17 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   void run_call(Call& call, RpcDispatch* dispatch) {
     const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch);
-    call.conn->send_reply(reply);
+    // Counted out before the reply goes: a client that has its reply may send the next
+    // call at once, and that one must find the room.
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
+    call.conn->send_reply(reply);
     call = Call{};  // may be the last reference: runs the connection's contexts down
   }
 
   // A call that never reaches the procedures: it is answered with `fault`.
   void refuse_call(Call& call, uint32_t fault) {
-    call.conn->send_reply(fault_frame(wire::load_u32(call.body.data()), fault));
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
+    call.conn->send_reply(fault_frame(wire::load_u32(call.body.data()), fault));
     call = Call{};
   }
 
