@@ -470,6 +470,9 @@ class SocketRpcRuntime final : public RpcRuntime {
     // One thread more than the calls that may run, so that one always polls.
     if (stopping_ || threads_.size() > max_calls_) return true;
     try {
+      // Room first: a started thread must never be dropped while it runs (that ends the
+      // process), and the push of a moved thread into reserved room cannot throw.
+      if (threads_.size() == threads_.capacity()) threads_.reserve(2 * threads_.size() + 16);
       threads_.push_back(limits_.start_thread([this] { serve_loop(); }));
     } catch (...) {
       return false;  // out of threads (or of memory): the caller refuses what needed it
