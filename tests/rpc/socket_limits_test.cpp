@@ -136,6 +136,35 @@ TEST(RpcSocketLimits, ConnectionsPastTheBoundAreRefusedAtOnceAndServedOnceOthers
   EXPECT_TRUE(served_within(server, milliseconds(3000)));
 }
 
+// A connection whose client left while its calls still run (or wait) keeps its descriptor:
+// it counts against the bound until they are done.
+TEST(RpcSocketLimits, ConnectionsThatEndedWithCallsInProgressStillCount) {
+  platform::SocketRuntimeLimits limits;
+  limits.max_connections = 2;
+  TestServer server("limits-ended", {}, socket_runtime_with(limits));
+  Gate gate;
+  server.target.set_on_call([&] { gate.pass(); });
+  {
+    RawConnection leaving(server.endpoint);
+    std::vector<uint32_t> set = open_raw_context(leaving, 1);
+    ASSERT_FALSE(set.empty());
+    set.push_back(kSetUserMode);
+    set.push_back(1);
+    for (uint32_t id = 2; id < 10; ++id) ASSERT_TRUE(leaving.send(raw_frame(id, 4, set)));
+    ASSERT_TRUE(gate.wait_inside(8));
+  }
+  std::this_thread::sleep_for(milliseconds(50));  // the server sees it go
+  RawConnection second(server.endpoint);
+  EXPECT_FALSE(open_raw_context(second, 1).empty());
+  RawConnection third(server.endpoint);
+  auto refusal = third.read_reply(2000);
+  ASSERT_TRUE(refusal);
+  EXPECT_EQ(refusal->fault, platform::kRpcServerTooBusy);
+  // Once its calls are done the connection is gone for good, and its room is free.
+  gate.open();
+  EXPECT_TRUE(served_within(server, milliseconds(3000)));
+}
+
 TEST(RpcSocketLimits, OutOfDescriptorsTheListenerNeitherSpinsNorStopsServing) {
   TestServer server("limits-fds");
   auto first = server.connect();

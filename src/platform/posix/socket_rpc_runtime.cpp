@@ -55,11 +55,15 @@ using Uuid = std::array<uint8_t, 16>;
 constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
 
 struct Connection {
-  Connection(int f, int epoll, size_t max_pending) : fd(f), epoll_fd(epoll), max_out(max_pending) {}
+  Connection(int f, int epoll, size_t max_pending, std::atomic<size_t>& live_count)
+      : fd(f), epoll_fd(epoll), max_out(max_pending), live(live_count) {
+    live.fetch_add(1, std::memory_order_relaxed);
+  }
   ~Connection() {
     // The client went away (or the runtime stopped): run down what it left open.
     for (auto& [uuid, entry] : contexts) entry.second->rundown(entry.first);
     ::close(fd);
+    live.fetch_sub(1, std::memory_order_relaxed);
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -106,6 +110,9 @@ struct Connection {
   const int fd;
   const int epoll_fd;
   const size_t max_out;
+  // Connections whose socket is still open (also those that ended but whose calls still
+  // run or wait): what the connection bound counts, since each holds a descriptor.
+  std::atomic<size_t>& live;
   std::mutex write_m;
   std::vector<uint8_t> outbuf;  // under write_m: reply bytes the socket has not taken yet
   bool dropped = false;         // under write_m: removed from the poll set, or being dropped
@@ -588,8 +595,9 @@ class SocketRpcRuntime final : public RpcRuntime {
       std::shared_ptr<Connection> conn;
       {
         std::lock_guard<std::mutex> g(conns_m_);
-        if (conns_.size() < bound) {
-          conn = std::make_shared<Connection>(fd, epoll_fd_, limits_.max_pending_reply_bytes);
+        if (live_connections_.load(std::memory_order_relaxed) < bound) {
+          conn = std::make_shared<Connection>(fd, epoll_fd_, limits_.max_pending_reply_bytes,
+                                              live_connections_);
           conns_[fd] = conn;
         }
       }
@@ -840,6 +848,7 @@ class SocketRpcRuntime final : public RpcRuntime {
   std::mutex spare_m_;
   int spare_fd_ = -1;  // under spare_m_ (while serving): see refuse_with_spare
   std::atomic<bool> listener_resting_{false};
+  std::atomic<size_t> live_connections_{0};
   // Under m_: calls read but not started, the runtime's threads, those not in a call (they
   // poll or are about to) and the calls running.
   std::deque<Call> queue_;
