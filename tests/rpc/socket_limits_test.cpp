@@ -304,7 +304,7 @@ TEST(RpcSocketLimits, AClientThatNeverReadsItsRefusalsHoldsUpNoOtherClient) {
   const auto started = SteadyClock::now();
   for (int i = 0; i < 10; ++i) {
     int32_t status = -1, value = 0;
-    ASSERT_EQ(other->query_value(other_ctx, kGetReserved, status, value), 0u) << i;
+    EXPECT_EQ(other->query_value(other_ctx, kGetReserved, status, value), 0u) << i;
     EXPECT_EQ(status, 1);
   }
   EXPECT_LT(SteadyClock::now() - started, milliseconds(1000));
