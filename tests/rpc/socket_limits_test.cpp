@@ -217,6 +217,60 @@ TEST(RpcSocketLimits, OutOfDescriptorsTheListenerNeitherSpinsNorStopsServing) {
   EXPECT_TRUE(served_within(server, milliseconds(3000)));
 }
 
+// Not even a spare descriptor: the listener rests (re-tried on a short timer) instead of
+// spinning, and takes the waiting connection once a descriptor is free again.
+TEST(RpcSocketLimits, WithNoDescriptorEvenToRefuseTheListenerRestsAndLaterServes) {
+  TestClock clock;
+  FakeTarget target;
+  ControlProcedures procedures(target);
+  const std::string endpoint = unique_endpoint("limits-rest");
+  auto runtime = platform::make_socket_rpc_runtime(clock);
+  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, endpoint, nullptr), 0u);
+  std::vector<int> filler;
+  std::unique_ptr<RawConnection> waiting;
+  {
+    DescriptorLimit limit(static_cast<rlim_t>(open_descriptors() + 16));
+    ASSERT_TRUE(limit.ok());
+    for (;;) {
+      const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+      if (fd < 0) break;
+      filler.push_back(fd);
+    }
+    // Room for the poll set and its three events, none for the spare.
+    for (int i = 0; i < 4; ++i) {
+      ::close(filler.back());
+      filler.pop_back();
+    }
+    ASSERT_EQ(runtime->register_if({}, procedures, platform::kRpcIfAutolisten, 1234, 0, nullptr),
+              0u);
+    // Room for a client only.
+    ::close(filler.back());
+    filler.pop_back();
+    waiting = std::make_unique<RawConnection>(endpoint);
+    ASSERT_TRUE(waiting->connected());
+    ASSERT_TRUE(waiting->send(raw_frame(1, 0, {})));
+
+    const double cpu_before = process_cpu_seconds();
+    std::this_thread::sleep_for(milliseconds(1000));
+    EXPECT_LT(process_cpu_seconds() - cpu_before, 0.3)
+        << "seconds of CPU time while out of descriptors";
+    EXPECT_FALSE(waiting->read_reply(50));  // not taken: nothing to take it with
+
+    // Two descriptors come free (one for the spare, one for the connection).
+    for (int i = 0; i < 2; ++i) {
+      ::close(filler.back());
+      filler.pop_back();
+    }
+    auto opened = waiting->read_reply(3000);
+    ASSERT_TRUE(opened);
+    EXPECT_EQ(opened->fault, 0u);
+    EXPECT_EQ(procedures.open_contexts(), 1);
+  }
+  for (int fd : filler) ::close(fd);
+  waiting.reset();
+  EXPECT_EQ(runtime->stop_server_listening(), 0u);
+}
+
 TEST(RpcSocketLimits, ClientsCannotTakeTheDescriptorsTheServiceNeeds) {
   TestServer server("limits-room");
   // Another process opens many connections and holds them.
