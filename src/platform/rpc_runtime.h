@@ -24,6 +24,7 @@ namespace zaltor::platform {
 enum : uint32_t {
   kErrorTimeout = 1460,
   kRpcProtseqNotSupported = 1703,
+  kRpcOutOfResources = 1721,
   kRpcServerUnavailable = 1722,
   kRpcServerTooBusy = 1723,
   kRpcCallFailed = 1726,

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "platform/posix/control_wire.h"
+#include "rpc/call_gate.h"
 #include "rpc/raw_connection.h"
 #include "rpc/test_server.h"
 
@@ -21,43 +22,6 @@ namespace {
 
 using platform::ContextHandleWire;
 using std::chrono::seconds;
-
-// Holds every call that reaches it until opened; counts the calls inside.
-class Gate {
- public:
-  void pass() {
-    std::unique_lock<std::mutex> lk(m_);
-    ++inside_;
-    most_ = std::max(most_, inside_);
-    cv_.notify_all();
-    cv_.wait_for(lk, seconds(20), [&] { return open_; });
-    --inside_;
-  }
-  void open() {
-    std::lock_guard<std::mutex> g(m_);
-    open_ = true;
-    cv_.notify_all();
-  }
-  bool wait_inside(int n) {
-    std::unique_lock<std::mutex> lk(m_);
-    return cv_.wait_for(lk, seconds(20), [&] { return inside_ >= n; });
-  }
-  int most() {
-    std::lock_guard<std::mutex> g(m_);
-    return most_;
-  }
-  int inside() {
-    std::lock_guard<std::mutex> g(m_);
-    return inside_;
-  }
-
- private:
-  std::mutex m_;
-  std::condition_variable cv_;
-  int inside_ = 0;
-  int most_ = 0;
-  bool open_ = false;
-};
 
 std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
   std::vector<uint32_t> words;

@@ -135,7 +135,7 @@ class SocketControlClient final : public ControlClient {
       } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         if (!wait_for(POLLOUT, deadline)) return kErrorTimeout;
       } else {
-        return fail(kRpcCallFailed);
+        return fail(refusal_waiting());
       }
     }
     for (;;) {
@@ -153,6 +153,19 @@ class SocketControlClient final : public ControlClient {
       out.assign(body.begin() + 8, body.end());
       return 0;
     }
+  }
+
+  // After a failed send: a server with too many connections sends its refusal (call id 0)
+  // and closes before reading anything, so the send fails while the refusal waits to be
+  // read. Its fault, else RPC_S_CALL_FAILED.
+  uint32_t refusal_waiting() {
+    uint8_t frame[12];
+    const ssize_t n = ::recv(fd_, frame, sizeof frame, MSG_DONTWAIT);
+    if (n != static_cast<ssize_t>(sizeof frame) || wire::load_u32(frame) != 8 ||
+        wire::load_u32(frame + 4) != 0 || wire::load_u32(frame + 8) == 0) {
+      return kRpcCallFailed;
+    }
+    return wire::load_u32(frame + 8);
   }
 
   uint32_t fail(uint32_t code) {

@@ -1,11 +1,15 @@
 #include "platform/posix/socket_rpc_runtime.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -35,51 +39,122 @@ constexpr uint32_t kCantCreateEndpoint = 1720;     // RPC_S_CANT_CREATE_ENDPOINT
 constexpr uint32_t kEptNotRegistered = 1753;       // EPT_S_NOT_REGISTERED
 constexpr uint32_t kInvalidSecurityDescr = 1338;   // ERROR_INVALID_SECURITY_DESCR
 constexpr uint32_t kUnknownRevision = 1305;        // ERROR_UNKNOWN_REVISION
-// Calls of one connection that may wait or run at once; more are refused as too busy.
-constexpr int kMaxCallsPerConnection = 128;
-// A client that does not read its replies is dropped after this long.
-constexpr int kSendTimeoutSeconds = 5;
 // Reads of one connection per poll event (of 4096 bytes each) before the others get a turn.
 constexpr int kReadsPerEvent = 16;
+// Connections taken per event of the listening socket before the others get a turn.
+constexpr int kAcceptsPerEvent = 64;
+// How long the listener rests when no descriptor is left even to refuse a connection.
+constexpr long kListenerRestNs = 100'000'000;
 
 thread_local uint32_t t_last_error = 0;
 
 using Uuid = std::array<uint8_t, 16>;
 
+// The poll registration of a connection: reading is one-shot (one thread at a time reads),
+// and writing is asked for only while replies wait for the socket.
+constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+
 struct Connection {
-  explicit Connection(int f) : fd(f) {}
+  Connection(int f, int epoll, size_t max_pending, std::atomic<size_t>& live_count)
+      : fd(f), epoll_fd(epoll), max_out(max_pending), live(live_count) {
+    live.fetch_add(1, std::memory_order_relaxed);
+  }
   ~Connection() {
     // The client went away (or the runtime stopped): run down what it left open.
     for (auto& [uuid, entry] : contexts) entry.second->rundown(entry.first);
     ::close(fd);
+    live.fetch_sub(1, std::memory_order_relaxed);
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
+  // Queues a reply without ever blocking: what the socket does not take now waits in the
+  // connection's buffer, which the poll threads send as the socket drains. A client that lets
+  // more than max_out bytes pile up is dropped.
   void send_reply(const std::vector<uint8_t>& frame) {
     std::lock_guard<std::mutex> g(write_m);
+    if (dropped) return;
     size_t off = 0;
-    while (off < frame.size()) {
-      const ssize_t n = ::send(fd, frame.data() + off, frame.size() - off, MSG_NOSIGNAL);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) {
-        // Gone or not reading: the reader thread sees the end and drops the connection.
-        ::shutdown(fd, SHUT_RDWR);
-        return;
-      }
-      off += static_cast<size_t>(n);
+    if (outbuf.empty()) {
+      if (!send_some(frame.data(), frame.size(), off)) return drop_locked();
     }
+    if (off == frame.size()) return;
+    if (outbuf.size() + (frame.size() - off) > max_out) return drop_locked();
+    outbuf.insert(outbuf.end(), frame.begin() + static_cast<std::ptrdiff_t>(off), frame.end());
+    arm_locked();
+  }
+
+  // Sends what waits in the buffer (on a write event); drops the connection when it broke.
+  void flush() {
+    std::lock_guard<std::mutex> g(write_m);
+    if (dropped || outbuf.empty()) return;
+    size_t off = 0;
+    if (!send_some(outbuf.data(), outbuf.size(), off)) return drop_locked();
+    outbuf.erase(outbuf.begin(), outbuf.begin() + static_cast<std::ptrdiff_t>(off));
+  }
+
+  // Re-arms the one-shot registration after a poll thread handled its event.
+  void rearm() {
+    std::lock_guard<std::mutex> g(write_m);
+    if (!dropped) arm_locked();
+  }
+
+  // The connection leaves the poll set; replies of calls still running are dropped.
+  void remove() {
+    std::lock_guard<std::mutex> g(write_m);
+    dropped = true;
+    outbuf.clear();
+    ::epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
   }
 
   const int fd;
+  const int epoll_fd;
+  const size_t max_out;
+  // Connections whose socket is still open (also those that ended but whose calls still
+  // run or wait): what the connection bound counts, since each holds a descriptor.
+  std::atomic<size_t>& live;
   std::mutex write_m;
+  std::vector<uint8_t> outbuf;  // under write_m: reply bytes the socket has not taken yet
+  bool dropped = false;         // under write_m: removed from the poll set, or being dropped
   std::mutex ctx_m;
   std::map<Uuid, std::pair<ContextObject, RpcDispatch*>> contexts;
+  size_t contexts_opening = 0;  // under ctx_m: opens that passed the bound and are running
   std::atomic<int> in_flight{0};
   // The connection's poll event is one-shot, so one thread reads at a time; the lock makes
   // the hand-over between threads visible.
   std::mutex read_m;
   std::vector<uint8_t> inbuf;  // under read_m
+
+ private:
+  // Writes as much as the socket takes now; false when the connection broke.
+  bool send_some(const uint8_t* p, size_t n, size_t& off) {
+    while (off < n) {
+      const ssize_t k = ::send(fd, p + off, n - off, MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (k > 0) {
+        off += static_cast<size_t>(k);
+      } else if (k < 0 && errno == EINTR) {
+        continue;
+      } else if (k < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        return true;
+      } else {
+        return false;
+      }
+    }
+    return true;
+  }
+  void arm_locked() {
+    epoll_event ev{};
+    ev.events = kReadEvents | (outbuf.empty() ? 0u : uint32_t{EPOLLOUT});
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_fd, EPOLL_CTL_MOD, fd, &ev);
+  }
+  // Gone or not reading: shut the socket so that a poll thread sees the end (at once: the
+  // shut socket reads as ended) and drops the connection.
+  void drop_locked() {
+    outbuf.clear();
+    ::shutdown(fd, SHUT_RDWR);
+    arm_locked();
+  }
 };
 
 struct Call {
@@ -96,7 +171,14 @@ std::vector<uint8_t> fault_frame(uint32_t call_id, uint32_t fault) {
 
 class SocketRpcRuntime final : public RpcRuntime {
  public:
-  explicit SocketRpcRuntime(Clock& clock) : clock_(clock), rng_(std::random_device{}()) {}
+  SocketRpcRuntime(Clock& clock, SocketRuntimeLimits limits)
+      : clock_(clock), limits_(std::move(limits)), rng_(std::random_device{}()) {
+    if (!limits_.start_thread) {
+      limits_.start_thread = [](std::function<void()> body) {
+        return std::thread(std::move(body));
+      };
+    }
+  }
   ~SocketRpcRuntime() override {
     stop_server_listening();
     if (listen_fd_ >= 0) ::close(listen_fd_);
@@ -216,7 +298,12 @@ class SocketRpcRuntime final : public RpcRuntime {
     if (max_calls > 0) max_calls_ = max_calls;
     // Every caller of an abstract local socket is on this machine, so the local-only flag
     // holds by construction.
-    if ((flags & kRpcIfAutolisten) != 0 && listen_fd_ >= 0) start_serving_locked();
+    if ((flags & kRpcIfAutolisten) != 0 && listen_fd_ >= 0 && !serving_ &&
+        !start_serving_locked()) {
+      registered_ = false;
+      dispatch_ = nullptr;
+      return kRpcOutOfResources;
+    }
     return 0;
   }
 
@@ -241,9 +328,9 @@ class SocketRpcRuntime final : public RpcRuntime {
     if (stopped_) return 0;  // listening has already ended
     if (listen_fd_ < 0 && !serving_) return kNoProtseqsRegistered;
     if (listening_call_) return kRpcAlreadyListening;
+    if (!serving_ && !start_serving_locked()) return kRpcOutOfResources;
     listening_call_ = true;
     if (max_calls > 0) max_calls_ = max_calls;
-    if (!serving_ && !stopped_) start_serving_locked();
     if (dont_wait) return 0;
     state_cv_.wait(lk, [&] { return stopped_; });
     return 0;
@@ -279,6 +366,9 @@ class SocketRpcRuntime final : public RpcRuntime {
     ::close(epoll_fd_);
     ::close(wake_fd_);
     ::close(work_fd_);
+    ::close(rest_fd_);
+    if (spare_fd_ >= 0) ::close(spare_fd_);
+    spare_fd_ = -1;
     {
       std::lock_guard<std::mutex> g(m_);
       if (listen_fd_ >= 0) ::close(listen_fd_);  // frees the name
@@ -314,12 +404,17 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
  private:
-  void start_serving_locked() {
+  // False when the first thread could not be started (nothing is left serving).
+  bool start_serving_locked() {
     epoll_fd_ = ::epoll_create1(EPOLL_CLOEXEC);
     wake_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     work_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    rest_fd_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    // Held back for the moment the process runs out of descriptors (see accept_all).
+    spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     // The stop and work events are level-triggered: every poller may see them. The listening
-    // socket and the connections are one-shot: one thread at a time reads each of them.
+    // socket, the rest timer and the connections are one-shot: one thread at a time takes
+    // each of them.
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.fd = wake_fd_;
@@ -327,10 +422,18 @@ class SocketRpcRuntime final : public RpcRuntime {
     ev.data.fd = work_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, work_fd_, &ev);
     ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.fd = rest_fd_;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, rest_fd_, &ev);
     ev.data.fd = listen_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, listen_fd_, &ev);
     serving_ = true;
-    start_thread_locked();
+    if (start_thread_locked()) return true;
+    serving_ = false;
+    for (int* fd : {&epoll_fd_, &wake_fd_, &work_fd_, &rest_fd_, &spare_fd_}) {
+      if (*fd >= 0) ::close(*fd);
+      *fd = -1;
+    }
+    return false;
   }
 
   // Every runtime thread runs this loop (see "Threads" in socket_rpc_runtime.h): it runs a
@@ -343,11 +446,17 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (!queue_.empty() && running_ < max_calls_) {
         Call call = std::move(queue_.front());
         queue_.pop_front();
+        // Someone must keep polling while this thread is in the call. Without a thread for
+        // that the call is refused: this thread goes on polling.
+        if (idle_ == 1 && !start_thread_locked()) {
+          lk.unlock();
+          refuse_call(call, kRpcServerTooBusy);
+          lk.lock();
+          continue;
+        }
         --idle_;
         ++running_;
-        // Someone must keep polling while this thread is in the call, and the next waiting
-        // call goes to another thread.
-        if (idle_ == 0) start_thread_locked();
+        // The next waiting call goes to another thread.
         if (!queue_.empty() && running_ < max_calls_) signal_work();
         RpcDispatch* dispatch = registered_ ? dispatch_ : nullptr;
         lk.unlock();
@@ -363,11 +472,20 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
   }
 
-  void start_thread_locked() {
+  // False when a thread was needed and none could be started.
+  bool start_thread_locked() {
     // One thread more than the calls that may run, so that one always polls.
-    if (stopping_ || threads_.size() > max_calls_) return;
+    if (stopping_ || threads_.size() > max_calls_) return true;
+    try {
+      // Room first: a started thread must never be dropped while it runs (that ends the
+      // process), and the push of a moved thread into reserved room cannot throw.
+      if (threads_.size() == threads_.capacity()) threads_.reserve(2 * threads_.size() + 16);
+      threads_.push_back(limits_.start_thread([this] { serve_loop(); }));
+    } catch (...) {
+      return false;  // out of threads (or of memory): the caller refuses what needed it
+    }
     ++idle_;
-    threads_.emplace_back([this] { serve_loop(); });
+    return true;
   }
 
   // Wakes one polling thread to take a waiting call.
@@ -394,9 +512,19 @@ class SocketRpcRuntime final : public RpcRuntime {
       [[maybe_unused]] ssize_t r = ::read(work_fd_, &count, sizeof count);
       return;
     }
+    if (fd == rest_fd_) {
+      uint64_t expirations = 0;
+      [[maybe_unused]] ssize_t r = ::read(rest_fd_, &expirations, sizeof expirations);
+      rearm(rest_fd_, EPOLLIN);
+      wake_listener();
+      return;
+    }
     if (fd == listen_fd_) {
-      accept_all();
-      rearm(listen_fd_, EPOLLIN);
+      if (accept_all()) {
+        rearm(listen_fd_, EPOLLIN);
+      } else {
+        rest_listener();
+      }
       return;
     }
     std::shared_ptr<Connection> conn;
@@ -405,6 +533,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (auto it = conns_.find(fd); it != conns_.end()) conn = it->second;
     }
     if (!conn) return;
+    if ((event.events & EPOLLOUT) != 0) conn->flush();
     std::vector<Call> calls;
     bool open = false;
     {
@@ -412,11 +541,14 @@ class SocketRpcRuntime final : public RpcRuntime {
       open = read_connection(*conn, conn, calls);
     }
     if (open) {
-      rearm(fd, EPOLLIN | EPOLLRDHUP);
+      conn->rearm();
     } else {
-      ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
-      std::lock_guard<std::mutex> g(conns_m_);
-      conns_.erase(fd);
+      conn->remove();
+      {
+        std::lock_guard<std::mutex> g(conns_m_);
+        conns_.erase(fd);
+      }
+      wake_listener();  // a descriptor and a connection slot may be free again
     }
     if (!calls.empty()) {
       std::lock_guard<std::mutex> g(m_);
@@ -426,21 +558,90 @@ class SocketRpcRuntime final : public RpcRuntime {
     // contexts are run down.
   }
 
-  void accept_all() {
-    for (;;) {
-      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd < 0) return;  // EAGAIN, or out of descriptors: try again on the next event
-      timeval tv{kSendTimeoutSeconds, 0};
-      ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+  // The connections the runtime takes at most: the configured bound, and never more than half
+  // the descriptor limit, so that clients cannot starve the service's own files.
+  size_t connection_bound() const {
+    rlimit lim{};
+    size_t bound = limits_.max_connections;
+    if (::getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur != RLIM_INFINITY) {
+      bound = std::min(bound, static_cast<size_t>(lim.rlim_cur / 2));
+    }
+    return std::max<size_t>(bound, 1);
+  }
+
+  // A connection that is refused as a whole: the refusal (call id 0) fits in the new socket's
+  // empty buffer, so it is sent without waiting, and the connection is closed.
+  static void refuse_connection(int fd) {
+    const std::vector<uint8_t> frame = fault_frame(0, kRpcServerTooBusy);
+    [[maybe_unused]] ssize_t n =
+        ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    ::close(fd);
+  }
+
+  // Takes the waiting connections (a bounded number per event). False when the process is
+  // out of descriptors and the listener must rest (re-arming it would spin: the connection
+  // stays queued and the socket stays readable).
+  bool accept_all() {
+    const size_t bound = connection_bound();
+    for (int i = 0; i < kAcceptsPerEvent; ++i) {
+      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      if (fd < 0) {
+        if (errno == EINTR || errno == ECONNABORTED) continue;
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+          return refuse_with_spare();
+        }
+        return true;  // EAGAIN: nothing waits
+      }
+      std::shared_ptr<Connection> conn;
       {
         std::lock_guard<std::mutex> g(conns_m_);
-        conns_[fd] = std::make_shared<Connection>(fd);
+        if (live_connections_.load(std::memory_order_relaxed) < bound) {
+          conn = std::make_shared<Connection>(fd, epoll_fd_, limits_.max_pending_reply_bytes,
+                                              live_connections_);
+          conns_[fd] = conn;
+        }
+      }
+      if (!conn) {
+        refuse_connection(fd);
+        continue;
       }
       epoll_event ev{};
-      ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+      ev.events = kReadEvents;
       ev.data.fd = fd;
       ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &ev);
     }
+    return true;
+  }
+
+  // Out of descriptors: the spare one is given up to take the waiting connection and refuse
+  // it, then held back again. False when that is not possible either.
+  bool refuse_with_spare() {
+    std::lock_guard<std::mutex> g(spare_m_);
+    if (spare_fd_ < 0) return false;
+    ::close(spare_fd_);
+    spare_fd_ = -1;
+    const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    const bool taken = fd >= 0 || errno == EAGAIN || errno == EWOULDBLOCK;
+    if (fd >= 0) refuse_connection(fd);
+    spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return taken && spare_fd_ >= 0;
+  }
+
+  // The listener waits for a connection to end or for the rest timer, whichever comes first.
+  void rest_listener() {
+    listener_resting_.store(true, std::memory_order_relaxed);
+    itimerspec t{};
+    t.it_value.tv_nsec = kListenerRestNs;
+    ::timerfd_settime(rest_fd_, 0, &t, nullptr);
+  }
+
+  void wake_listener() {
+    if (!listener_resting_.exchange(false, std::memory_order_relaxed)) return;
+    {
+      std::lock_guard<std::mutex> g(spare_m_);
+      if (spare_fd_ < 0) spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    rearm(listen_fd_, EPOLLIN);
   }
 
   // Reads what is there (a bounded amount, so that one busy client cannot keep a thread
@@ -477,7 +678,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (c.inbuf.size() - off - wire::kLengthBytes < len) break;
       const uint8_t* body = c.inbuf.data() + off + wire::kLengthBytes;
       off += wire::kLengthBytes + len;
-      if (c.in_flight.load(std::memory_order_relaxed) >= kMaxCallsPerConnection) {
+      if (c.in_flight.load(std::memory_order_relaxed) >= limits_.max_calls_per_connection) {
         c.send_reply(fault_frame(wire::load_u32(body), kRpcServerTooBusy));
         continue;
       }
@@ -490,9 +691,18 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   void run_call(Call& call, RpcDispatch* dispatch) {
     const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch);
-    call.conn->send_reply(reply);
+    // Counted out before the reply goes: a client that has its reply may send the next
+    // call at once, and that one must find the room.
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
+    call.conn->send_reply(reply);
     call = Call{};  // may be the last reference: runs the connection's contexts down
+  }
+
+  // A call that never reaches the procedures: it is answered with `fault`.
+  void refuse_call(Call& call, uint32_t fault) {
+    call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
+    call.conn->send_reply(fault_frame(wire::load_u32(call.body.data()), fault));
+    call = Call{};
   }
 
   Uuid new_context_uuid() {
@@ -526,15 +736,29 @@ class SocketRpcRuntime final : public RpcRuntime {
     out.u32(0);
     try {
       if (proc == 0) {
-        ContextObject object = nullptr;
         {
+          // A slot is taken before the procedure runs, so that opens running at once cannot
+          // pass the bound together.
+          std::lock_guard<std::mutex> g(c.ctx_m);
+          if (c.contexts.size() + c.contexts_opening >= limits_.max_contexts_per_connection) {
+            return fault_frame(call_id, kRpcOutOfResources);
+          }
+          ++c.contexts_opening;
+        }
+        ContextObject object = nullptr;
+        try {
           ClockAttachment attach(clock_);
           object = dispatch->open_context();
+        } catch (...) {
+          std::lock_guard<std::mutex> g(c.ctx_m);
+          --c.contexts_opening;
+          throw;
         }
         ContextHandleWire handle;
         handle.uuid = new_context_uuid();
         {
           std::lock_guard<std::mutex> g(c.ctx_m);
+          --c.contexts_opening;
           c.contexts[handle.uuid] = {object, dispatch};
         }
         out.context(handle);
@@ -602,6 +826,7 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
   Clock& clock_;
+  SocketRuntimeLimits limits_;
   std::mutex stop_m_;
   std::mutex m_;
   std::condition_variable state_cv_;
@@ -619,6 +844,11 @@ class SocketRpcRuntime final : public RpcRuntime {
   int epoll_fd_ = -1;
   int wake_fd_ = -1;
   int work_fd_ = -1;
+  int rest_fd_ = -1;  // timer that ends a rest of the listener
+  std::mutex spare_m_;
+  int spare_fd_ = -1;  // under spare_m_ (while serving): see refuse_with_spare
+  std::atomic<bool> listener_resting_{false};
+  std::atomic<size_t> live_connections_{0};
   // Under m_: calls read but not started, the runtime's threads, those not in a call (they
   // poll or are about to) and the calls running.
   std::deque<Call> queue_;
@@ -633,7 +863,11 @@ class SocketRpcRuntime final : public RpcRuntime {
 }  // namespace
 
 std::unique_ptr<RpcRuntime> make_socket_rpc_runtime(Clock& clock) {
-  return std::make_unique<SocketRpcRuntime>(clock);
+  return make_socket_rpc_runtime(clock, SocketRuntimeLimits{});
+}
+
+std::unique_ptr<RpcRuntime> make_socket_rpc_runtime(Clock& clock, SocketRuntimeLimits limits) {
+  return std::make_unique<SocketRpcRuntime>(clock, std::move(limits));
 }
 
 }  // namespace zaltor::platform

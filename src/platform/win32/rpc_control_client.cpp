@@ -32,6 +32,8 @@ namespace zaltor::platform {
 namespace {
 
 constexpr uint32_t kRpcZeroDivide = 1767;  // RPC_S_ZERO_DIVIDE
+// The range of QueryArray's count in the interface definition.
+constexpr int32_t kMaxQueryArrayCount = 4096;
 
 using WireBytes = std::array<uint8_t, 20>;
 
@@ -214,8 +216,10 @@ class RpcControlClient final : public ControlClient {
 
   uint32_t query_array(const ContextHandleWire& wire, int32_t command, int32_t count,
                        int32_t& status, std::vector<int32_t>& values) override {
-    // A negative count cannot size the caller's array: refused here as the runtime would.
-    if (count < 0) return kRpcInvalidBound;
+    // A count outside 0..4096 is refused here with the code the server stub gives it
+    // (the interface declares the range): no buffer is sized from it, and no server can
+    // write past one.
+    if (count < 0 || count > kMaxQueryArrayCount) return kRpcInvalidBound;
     std::vector<LONG> out(static_cast<size_t>(count) + 1, 0);  // +1: never a null pointer
     ValueCall c{};
     c.command = command;

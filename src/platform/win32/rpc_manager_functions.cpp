@@ -20,7 +20,8 @@
 namespace zaltor::platform::win32 {
 namespace {
 
-// Largest element count a QueryArray call may ask for (the Linux runtime's limit too).
+// Largest element count a QueryArray call may ask for (the Linux runtime's limit too). The
+// server stub refuses a count outside the range before it allocates; this is a second guard.
 constexpr LONG kMaxArrayCount = 4096;
 constexpr uint32_t kErrorOutOfMemory = 14;
 

@@ -3,6 +3,8 @@
 // clock that their calls run attached to. One interface registration per process, as the
 // runtime has.
 
+#include <cstddef>
+
 #include "platform/clock.h"
 #include "platform/rpc_runtime.h"
 
@@ -14,5 +16,10 @@ void set_rpc_server_target(RpcDispatch* dispatch, Clock* clock);
 
 // The dispatch now set, or null.
 RpcDispatch* rpc_server_dispatch();
+
+// The largest block the stubs have asked MIDL_user_allocate for since the last reset: what
+// a refused call cost the server (the control interface's tests read it).
+size_t largest_stub_allocation();
+void reset_largest_stub_allocation();
 
 }  // namespace zaltor::platform::win32

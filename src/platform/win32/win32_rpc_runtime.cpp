@@ -186,6 +186,11 @@ class Win32RpcRuntime final : public RpcRuntime {
                        uint32_t max_calls, uint32_t max_rpc_size,
                        const SecurityDescriptor* sd) override {
     if (!is_stub_interface(id)) return kRpcUnknownIf;
+    // Calls on one context run at the same time, as on Linux. The server stub's context
+    // descriptions carry the no-serialise flag; this is the runtime's own switch for the
+    // same (process-wide, and this process serves only this interface). Wine ignores both
+    // and serialises the calls of one context.
+    RpcSsDontSerializeContext();
     // The auto-listen flag may start calls before the registration returns.
     RpcDispatch* previous = rpc_server_dispatch();
     set_rpc_server_target(&dispatch, &clock_);
