@@ -4,7 +4,8 @@
 #   - a Condition on each "Environment" line's component, so that only the ZALTOR_*
 #     properties given to msiexec become lines (as -install records only the set ones);
 #   - those properties in SecureCustomProperties, so that they reach the elevated part of
-#     a managed installation.
+#     a managed installation;
+#   - the maker's folder as the folder that the RemoveFolder element removes.
 #
 # -D WIXL=... MSIBUILD=... WXS=... STAGE=... OUTPUT=... VERSION=x.y.z
 #    SERVICE=... CTL=... CONF=... (the files of the package)
@@ -43,6 +44,11 @@ foreach(_pair "EnvironmentPlatform=ZALTOR_PLATFORM" "EnvironmentScenario=ZALTOR_
   list(APPEND _queries -q
        "UPDATE `Component` SET `Condition` = '${_property}' WHERE `Component` = '${_component}'")
 endforeach()
+# wixl files CreateFolder and RemoveFolder under their component's directory, whatever
+# Directory says: the maker's folder is added here.
+list(APPEND _queries -q
+     "UPDATE `RemoveFile` SET `DirProperty` = 'ZaltorFolder' WHERE `FileKey` = 'RemoveZaltorFolder'"
+     -q "INSERT INTO `CreateFolder` (`Directory_`, `Component_`) VALUES ('ZaltorFolder', 'VersionKey')")
 execute_process(COMMAND ${MSIBUILD} ${OUTPUT} ${_queries} RESULT_VARIABLE _rc ERROR_VARIABLE _err)
 if(_rc EQUAL 0)
   # Quoted as one argument: the value's ";" is no list separator here.
