@@ -2,10 +2,11 @@
 # .wxs (wixl looks the File sources up in its working directory), runs wixl, then fills in
 # with msibuild what wixl's element set cannot say but the MSI tables can:
 #   - a Condition on each "Environment" line's component, so that only the ZALTOR_*
-#     properties given to msiexec become lines (as -install records only the set ones);
-#   - those properties in SecureCustomProperties, so that they reach the elevated part of
-#     a managed installation;
-#   - the maker's folder as the folder that the RemoveFolder element removes.
+#     properties given to msiexec become lines (as -install records only the set ones), and
+#     on the component that writes back a registered configuration version;
+#   - those properties and the registered version in SecureCustomProperties, so that they
+#     reach the elevated part of a managed installation;
+#   - the maker's folder for the CreateFolder and RemoveFolder elements.
 #
 # -D WIXL=... MSIBUILD=... WXS=... STAGE=... OUTPUT=... VERSION=x.y.z
 #    SERVICE=... CTL=... CONF=... (the files of the package)
@@ -37,7 +38,8 @@ endif()
 
 set(_queries "")
 foreach(_pair "EnvironmentPlatform=ZALTOR_PLATFORM" "EnvironmentScenario=ZALTOR_SIM_SCENARIO"
-              "EnvironmentEndpoint=ZALTOR_RPC_ENDPOINT")
+              "EnvironmentEndpoint=ZALTOR_RPC_ENDPOINT"
+              "KeptConfigVersion=ZALTOR_REGISTERED_CONFIG_VERSION")
   string(REPLACE "=" ";" _pair "${_pair}")
   list(GET _pair 0 _component)
   list(GET _pair 1 _property)
@@ -54,7 +56,7 @@ if(_rc EQUAL 0)
   # Quoted as one argument: the value's ";" is no list separator here.
   execute_process(
     COMMAND ${MSIBUILD} ${OUTPUT} -q
-            "UPDATE `Property` SET `Value` = 'WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED;ZALTOR_PLATFORM;ZALTOR_SIM_SCENARIO;ZALTOR_RPC_ENDPOINT' WHERE `Property` = 'SecureCustomProperties'"
+            "UPDATE `Property` SET `Value` = 'WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED;ZALTOR_PLATFORM;ZALTOR_SIM_SCENARIO;ZALTOR_RPC_ENDPOINT;ZALTOR_REGISTERED_CONFIG_VERSION' WHERE `Property` = 'SecureCustomProperties'"
     RESULT_VARIABLE _rc ERROR_VARIABLE _err)
 endif()
 if(NOT _rc EQUAL 0)

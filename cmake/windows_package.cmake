@@ -67,5 +67,15 @@ if(ZALTOR_BUILD_TESTS)
   zaltor_windows_msi(${ZALTOR_WINDOWS_UPGRADE_MSI} ${ZALTOR_WINDOWS_UPGRADE_VERSION}
                      ${CMAKE_BINARY_DIR}/tests/upgrade/msi-stage
                      ${ZALTOR_WINDOWS_UPGRADE_CONFIG_VERSION})
-  add_custom_target(zaltor_windows_upgrade_msi ALL DEPENDS ${ZALTOR_WINDOWS_UPGRADE_MSI})
+  # And the version after it, without a configuration version: an upgrade to it keeps the
+  # one that the service registered.
+  math(EXPR _zaltor_next_patch "${PROJECT_VERSION_PATCH} + 2")
+  set(ZALTOR_WINDOWS_UPGRADE2_VERSION
+      ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}.${_zaltor_next_patch})
+  set(ZALTOR_WINDOWS_UPGRADE2_MSI
+      ${CMAKE_BINARY_DIR}/tests/upgrade/ZaltorMultiAntenna-${ZALTOR_WINDOWS_UPGRADE2_VERSION}-x64.msi)
+  zaltor_windows_msi(${ZALTOR_WINDOWS_UPGRADE2_MSI} ${ZALTOR_WINDOWS_UPGRADE2_VERSION}
+                     ${CMAKE_BINARY_DIR}/tests/upgrade/msi-stage2 "")
+  add_custom_target(zaltor_windows_upgrade_msi ALL
+    DEPENDS ${ZALTOR_WINDOWS_UPGRADE_MSI} ${ZALTOR_WINDOWS_UPGRADE2_MSI})
 endif()

@@ -5,14 +5,15 @@
 # service as -install does (with those properties in its "Environment" value) and starts it;
 # the installed antennactl.exe reaches it over ncalrpc; the next version's package upgrades
 # it in place (one product afterwards, the service running again, the configuration version
-# of its ver.txt registered); msiexec /x ... /qn takes the service, the files and the key
-# away again (under Wine: see the note at the uninstall), and once more for a stopped
-# service, when every file goes.
+# of its ver.txt registered), and the package after it keeps that registered version;
+# msiexec /x ... /qn takes the service, the files and the key away again (under Wine: see
+# the note at the uninstall), and once more for a stopped service, when every file goes.
 #
-# Usage: wine_msi_test.sh MSI UPGRADE_MSI UPGRADE_CONFIG_VERSION WINE_RUN
+# Usage: wine_msi_test.sh MSI UPGRADE_MSI UPGRADE_CONFIG_VERSION UPGRADE2_MSI WINE_RUN
 #   MSI                     build-windows/ZaltorMultiAntenna-<version>-x64.msi
 #   UPGRADE_MSI             the same files under the next version, with a ver.txt
 #   UPGRADE_CONFIG_VERSION  the configuration version in that ver.txt
+#   UPGRADE2_MSI            the same files under the version after it, without a ver.txt
 #   WINE_RUN                scripts/wine-run.sh
 #
 # The service name is fixed, so this test must not run alongside another one that installs
@@ -21,7 +22,8 @@ set -u -o pipefail
 msi=$(realpath "$1")
 upgrade_msi=$(realpath "$2")
 upgrade_config_version=$3
-wine_run=$4
+upgrade2_msi=$(realpath "$4")
+wine_run=$5
 name=ZaltorMultiAntennaSvc
 product_name='ZALTOR Multi Antenna Service'
 version_key='HKLM\SOFTWARE\ZALTOR\ZALTOR MultiAntenna'
@@ -214,8 +216,22 @@ fi
 [ ! -e "$(install_dir_unix)/ver.txt" ] && pass "ver.txt is gone once registered" ||
   fail "ver.txt is still there"
 
+# The old product's removal takes the key; a package without a ver.txt writes back the
+# version that was registered.
+if msiexec /i "$(winpath "$upgrade2_msi")" /qn "${sim_properties[@]}"; then
+  pass "msiexec /i of the package after it, without a ver.txt, upgrades"
+else
+  fail "msiexec /i (second upgrade): <<$(cat "$work/msiexec.out")>>"
+fi
+check_running_and_answering "after the second upgrade"
+if registered; then
+  pass "the registered configuration version $upgrade_config_version is kept"
+else
+  fail "ConfigVersion after the second upgrade: <<$(wine_tool reg query "$version_key" /v ConfigVersion)>>"
+fi
+
 # --- uninstall of the running service ----------------------------------------------------
-if msiexec /x "$(winpath "$upgrade_msi")" /qn; then
+if msiexec /x "$(winpath "$upgrade2_msi")" /qn; then
   pass "msiexec /x ... /qn uninstalls"
 else
   fail "msiexec /x: <<$(cat "$work/msiexec.out")>>"
