@@ -154,8 +154,12 @@ dir=$(install_dir_unix)
 for f in ZaltorMultiAntennaSvc.exe antennactl.exe Conf.bin; do
   [ -s "$dir/$f" ] && pass "$f is in $install_dir" || fail "$f is not in $dir"
 done
-[ ! -e "$dir/ver.txt" ] && pass "a build without a configuration version ships no ver.txt" ||
-  fail "ver.txt was installed by a build without a configuration version"
+# The build's own configuration version (ZALTOR_CONFIG_VERSION; ctest passes it on).
+build_config_version=${ZALTOR_TEST_MSI_CONFIG_VERSION:-}
+if [ -z "$build_config_version" ]; then
+  [ ! -e "$dir/ver.txt" ] && pass "a build without a configuration version ships no ver.txt" ||
+    fail "ver.txt was installed by a build without a configuration version"
+fi
 wine_tool reg query "$version_key" >/dev/null && pass "the key $version_key exists" ||
   fail "the key $version_key is missing"
 
@@ -187,6 +191,14 @@ case "$env_value" in
 esac
 
 check_running_and_answering "after the install"
+if [ -n "$build_config_version" ]; then
+  version_is() {
+    wine_tool reg query "$version_key" /v ConfigVersion | grep -q "REG_SZ *$1\$"
+  }
+  wait_until 30 version_is "$build_config_version" &&
+    pass "the service registered the build's configuration version $build_config_version" ||
+    fail "ConfigVersion: <<$(wine_tool reg query "$version_key" /v ConfigVersion)>>"
+fi
 grep -q "^lines=" "$work/lines.txt" 2>/dev/null &&
   pass "the service runs the simulated notebook of the given scenario" ||
   fail "no switch lines from the service's notebook"
