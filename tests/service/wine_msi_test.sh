@@ -5,7 +5,8 @@
 # service as -install does (with those properties in its "Environment" value) and starts it;
 # the installed antennactl.exe reaches it over ncalrpc; the next version's package upgrades
 # it in place (one product afterwards, the service running again, the configuration version
-# of its ver.txt registered), and the package after it keeps that registered version;
+# of its ver.txt registered), and the package after it keeps that registered version; an
+# older version's package is refused;
 # msiexec /x ... /qn takes the service, the files and the key away again (under Wine: see
 # the note at the uninstall), and once more for a stopped service, when every file goes.
 #
@@ -170,6 +171,8 @@ reg_value() { wine_tool reg query "$service_key" /v "$1" | sed -n "s/^ *$1 *\(RE
   fail "Start: <<$(reg_value Start)>>"
 [ "$(reg_value ErrorControl)" = "REG_DWORD 0x1" ] && pass "a start failure is a normal error" ||
   fail "ErrorControl: <<$(reg_value ErrorControl)>>"
+[ "$(reg_value ObjectName)" = "REG_SZ LocalSystem" ] && pass "the service runs as LocalSystem" ||
+  fail "ObjectName: <<$(reg_value ObjectName)>>"
 [ "$(reg_value DisplayName)" = "REG_SZ $product_name" ] && pass "the display name is \"$product_name\"" ||
   fail "DisplayName: <<$(reg_value DisplayName)>>"
 case "$(reg_value Description)" in
@@ -241,6 +244,17 @@ if registered; then
 else
   fail "ConfigVersion after the second upgrade: <<$(wine_tool reg query "$version_key" /v ConfigVersion)>>"
 fi
+
+# An older version's package does not install over a newer one.
+newest=$(installed_products)
+if msiexec /i "$(winpath "$msi")" /qn "${sim_properties[@]}"; then
+  fail "the older package installed over the newer one"
+else
+  pass "msiexec /i of an older version's package fails"
+fi
+[ "$(installed_products)" = "$newest" ] && state_is RUNNING &&
+  pass "the newer product stays installed and its service running" ||
+  fail "after the refused downgrade: products <<$(installed_products)>>, state <<$(service_state)>>"
 
 # --- uninstall of the running service ----------------------------------------------------
 if msiexec /x "$(winpath "$upgrade2_msi")" /qn; then
