@@ -6,7 +6,7 @@ want=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libb
       nlohmann-json3-dev libssl-dev clang-format)
 for arg in "$@"; do
   case "$arg" in
-    --windows) want+=(g++-mingw-w64-x86-64 mingw-w64-tools) ;;
+    --windows) want+=(g++-mingw-w64-x86-64 mingw-w64-tools wixl msitools) ;;
     --wine) want+=(wine wine64) ;;
   esac
 done

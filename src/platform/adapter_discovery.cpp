@@ -12,6 +12,11 @@ std::string CounterInstanceName(const std::string& description) {
   for (char& c : name) {
     if (c == ')') c = ']';
   }
+  // The network interface counters publish "#", "/" and "\\" as "_" too: a path cannot hold
+  // them inside an instance name, and a second adapter of a kind is named "... #2".
+  for (char& c : name) {
+    if (c == '#' || c == '/' || c == '\\') c = '_';
+  }
   return name;
 }
 

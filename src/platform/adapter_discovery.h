@@ -21,8 +21,9 @@ constexpr int64_t kBluetoothSettleMs = 2000;
 // CountConnectedBtDevices: the Bluetooth device list could not be had.
 constexpr Status kBtListUnavailable = 0xFFFFFFFF;
 
-// The performance counter instance name of an interface description: every "(" becomes
-// "[" and every ")" becomes "]".
+// The performance counter instance name of an interface description, as Windows names the
+// network interface instances: every "(" becomes "[", every ")" becomes "]", and every
+// "#", "/" and "\\" becomes "_".
 std::string CounterInstanceName(const std::string& description);
 
 class AdapterDiscovery {

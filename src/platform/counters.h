@@ -14,6 +14,12 @@ class CounterQuery {
   virtual ~CounterQuery() = default;
   // 0 and the counter, or a PDH error code (the counter stays 0).
   virtual uint32_t add_counter(const std::string& path, CounterId& counter) = 0;
+  // The same for a path of English object and counter names, which a Windows of another
+  // language publishes under translated ones (PdhAddEnglishCounterW). A backend without
+  // translated names adds it as it stands.
+  virtual uint32_t add_english_counter(const std::string& path, CounterId& counter) {
+    return add_counter(path, counter);
+  }
   // Takes one sample of every counter of the query; 0 or a PDH error code.
   virtual uint32_t collect() = 0;
   // The counter's value of the last sample as a 64-bit integer; 0 or a PDH error code.

@@ -39,19 +39,23 @@ void SignalCounters::SetUpCounters(const std::string& instance_name) {
     c.rssi_per_antenna.store(false, std::memory_order_relaxed);
     return;
   }
-  auto add = [&](const std::string& path, CounterId& id, uint8_t level) {
+  // The network interface counters are Windows' own and translated with it, so their fixed
+  // English paths are added as English ones; the Wi-Fi driver's RSSI counter set has only
+  // the names it is published under.
+  auto add = [&](const std::string& path, CounterId& id, uint8_t level, bool english) {
     id = 0;
-    const uint32_t e = c.query->add_counter(path, id);
+    const uint32_t e =
+        english ? c.query->add_english_counter(path, id) : c.query->add_counter(path, id);
     if (e != 0) {
       id = 0;
       log_.write(level, "PdhAddCounter %s failed with 0x%x\n", path.c_str(), e);
     }
   };
-  add(throughput_path, c.throughput, kLogInfo);
-  add(speed_path, c.link_speed, kLogInfo);
+  add(throughput_path, c.throughput, kLogInfo, true);
+  add(speed_path, c.link_speed, kLogInfo, true);
   c.throughput_available.store(c.throughput != 0 && c.link_speed != 0, std::memory_order_relaxed);
   for (size_t i = 0; i < c.rssi.size(); ++i) {
-    add(state_.switches.counter_path[i], c.rssi[i], kLogWarning);
+    add(state_.switches.counter_path[i], c.rssi[i], kLogWarning, false);
   }
   c.rssi_per_antenna.store(c.rssi[0] != 0, std::memory_order_relaxed);
   c.query->collect();  // rate counters need a first sample

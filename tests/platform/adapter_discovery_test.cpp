@@ -79,6 +79,17 @@ TEST_F(AdapterTest, NoDeviceListGivesAnEmptyList) {
   EXPECT_TRUE(log.lines.empty());
 }
 
+TEST_F(AdapterTest, HashSlashAndBackslashBecomeUnderscoresInTheInstanceName) {
+  EXPECT_EQ(CounterInstanceName("Wireless AX (R2) #2"), "Wireless AX [R2] _2");
+  EXPECT_EQ(CounterInstanceName("a/b\\c#"), "a_b_c_");
+  // The second adapter of a kind: its interface is found and named as its counters are.
+  Nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2) #2", ""}});
+  wlan->interfaces = {{kGuidA, "Wireless AX (R2) #2", kWlanConnected}};
+  std::string instance;
+  EXPECT_EQ(discovery.FindWifiInterface(instance), SWITCH_OK);
+  EXPECT_EQ(instance, "Wireless AX [R2] _2");
+}
+
 TEST_F(AdapterTest, ParenthesesBecomeBracketsInTheInstanceNameOnly) {
   EXPECT_EQ(CounterInstanceName("Wireless AX (R2)"), "Wireless AX [R2]");
   EXPECT_EQ(CounterInstanceName(")x("), "]x[");

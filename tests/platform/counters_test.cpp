@@ -66,6 +66,15 @@ TEST_F(CountersTest, SetUpAddsEveryCounterInOrderAndTakesAFirstSample) {
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{4, "Counter Path: " + kThroughput + "\n"}}));
 }
 
+TEST_F(CountersTest, NetworkInterfaceCountersAreAddedByTheirEnglishNamesRssiAsPublished) {
+  // A Windows in another language translates the network interface counters' names, not the
+  // Wi-Fi driver's RSSI counter set.
+  counters.SetUpCounters("Wireless AX [R2]");
+  ASSERT_NE(fake.query, nullptr);
+  EXPECT_EQ(fake.query->added_english, (std::vector<std::string>{kThroughput, kSpeed}));
+  EXPECT_EQ(fake.query->added, (std::vector<std::string>{kThroughput, kSpeed, kA, kB, kC}));
+}
+
 TEST_F(CountersTest, FailedQueryOpenAddsNothingAndClearsTheRssiFlag) {
   fake.open_error = 0xC0000BB8;
   state.counters.rssi_per_antenna = true;

@@ -185,6 +185,10 @@ class FakeCounterQuery final : public platform::CounterQuery {
     ids[path] = counter;
     return 0;
   }
+  uint32_t add_english_counter(const std::string& path, platform::CounterId& counter) override {
+    added_english.push_back(path);
+    return add_counter(path, counter);
+  }
   uint32_t collect() override {
     ++collects;
     if (!collect_results.empty()) {
@@ -220,6 +224,7 @@ class FakeCounterQuery final : public platform::CounterQuery {
     int count;  // how many formats of this path fail from now
   };
   std::vector<std::string> added;
+  std::vector<std::string> added_english;  // the paths added by their English names
   std::map<std::string, platform::CounterId> ids;
   std::map<std::string, uint32_t> add_errors;
   std::map<std::string, int64_t> values;

@@ -98,6 +98,16 @@ TEST_F(SimCounters, LinkRateFollowsTheModeTheSwitchesForm) {
   }
 }
 
+TEST_F(SimCounters, ASecondAdapterOfAKindIsPublishedWithAnUnderscore) {
+  make(R"({"wlan": {"interfaces": [{"description": "Wireless AX (R2) #2",
+            "guid": "{6A1B2C3D-1111-2222-3333-444455556666}", "connected": true, "channel": 36}]}})");
+  const CounterId bytes = add("\\Network Interface(Wireless AX [R2] _2)\\Bytes Total/sec");
+  const CounterId bw = add("\\Network Interface(Wireless AX [R2] _2)\\Current Bandwidth");
+  ASSERT_EQ(query_->collect(), 0u);
+  EXPECT_GT(read(bytes), 0);
+  EXPECT_GT(read(bw), 0);
+}
+
 TEST_F(SimCounters, ADisconnectedInterfaceCarriesNothing) {
   make(R"({"wlan": {"interfaces": [{"description": "Wireless AX (R2) 160MHz",
             "guid": "{6A1B2C3D-1111-2222-3333-444455556666}", "connected": false, "channel": 36}]}})");

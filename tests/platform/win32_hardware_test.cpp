@@ -4,6 +4,8 @@
 #if defined(_WIN32)
 #include <gtest/gtest.h>
 #include <windows.h>
+// windows.h first: objbase.h builds on its types (and WIN32_LEAN_AND_MEAN leaves COM out).
+#include <objbase.h>
 
 #include <atomic>
 #include <cstring>
@@ -181,6 +183,55 @@ TEST(WmiBoardQuery, SessionsNestOnOneThread) {
   EXPECT_EQ(first->connect("ROOT\\CIMV2"), 0);
 }
 
+// The board query as the worker's start-up runs it, on a thread whose COM is already set up.
+int32_t IdentifyBoard(std::string& model) {
+  auto query = make_wmi_board_query();
+  auto console = make_win32_console();
+  BoardIdentification board(*query, *console);
+  if (const int32_t r = board.ConnectWmi(); r != 0) return r;
+  if (const int32_t r = board.QueryBaseBoard(); r != 0) return r;
+  return board.ReadModelName(model);
+}
+
+TEST(WmiBoardQuery, AThreadInTheMultithreadedApartmentIdentifiesTheBoardAndKeepsItsCom) {
+  // A pool thread that another user of the pool put into the multithreaded apartment:
+  // CoInitialize answers RPC_E_CHANGED_MODE there.
+  std::thread([] {
+    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    {
+      auto query = make_wmi_board_query();
+      int32_t hr = -1;
+      auto session = query->open(hr);
+      ASSERT_NE(session, nullptr) << std::hex << hr;
+      EXPECT_EQ(hr, S_FALSE) << "COM is usable on this thread already";
+      EXPECT_EQ(session->create_locator(), 0);
+      EXPECT_EQ(session->connect("ROOT\\CIMV2"), 0);
+    }
+    std::string model = "stale";
+    EXPECT_EQ(IdentifyBoard(model), 0) << "a supported notebook stays supported";
+    EXPECT_NE(model, "stale");
+    // The sessions uninitialised nothing: this thread's own initialisation still stands.
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
+    CoUninitialize();
+    CoUninitialize();
+  }).join();
+}
+
+TEST(WmiBoardQuery, AThreadThatInitialisedComItselfKeepsItsInitialisation) {
+  std::thread([] {
+    ASSERT_EQ(CoInitialize(nullptr), S_OK);
+    std::string model = "stale";
+    EXPECT_EQ(IdentifyBoard(model), 0);
+    EXPECT_NE(model, "stale");
+    // The session gave back only its own reference (S_FALSE), not the thread's.
+    EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
+    CoUninitialize();
+    CoUninitialize();
+    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "and nothing more";
+    CoUninitialize();
+  }).join();
+}
+
 // ---- device lists (setup API) -----------------------------------------------------------
 
 void ExpectFiniteList(DeviceLists& lists, DeviceClass cls, const char* enumerator) {
@@ -288,6 +339,33 @@ TEST(PdhCounters, AProcessorCounterCollectsAndFormatsAsALargeInteger) {
   int64_t up = -1;
   ASSERT_EQ(query->formatted_large(uptime, up), 0u);
   EXPECT_GT(up, 0) << "the system has been up for some seconds";
+}
+
+TEST(PdhCounters, CountersAddedByEnglishNamesShareTheQueryWithPublishedOnes) {
+  // Wine's names are the English ones: both ways of adding find the same counters, and
+  // their handles number on in one query.
+  auto counters = make_pdh_counters();
+  uint32_t error = 0;
+  auto query = counters->open_query(error);
+  ASSERT_NE(query, nullptr) << error;
+  CounterId published = 0;
+  ASSERT_EQ(query->add_counter("\\System\\System Up Time", published), 0u);
+  CounterId english = 0;
+  ASSERT_EQ(query->add_english_counter("\\Processor(_Total)\\% Processor Time", english), 0u);
+  EXPECT_NE(english, 0u);
+  EXPECT_NE(english, published);
+  ASSERT_EQ(query->collect(), 0u);
+  ASSERT_EQ(query->collect(), 0u);
+  int64_t value = -1;
+  ASSERT_EQ(query->formatted_large(english, value), 0u);
+  EXPECT_GE(value, 0);
+  EXPECT_LE(value, 100);
+  CounterId missing = 77;
+  EXPECT_EQ(query->add_english_counter("\\Network Interface(Wireless AX [R2])\\Bytes Total/sec",
+                                       missing) &
+                0xFFFFF000u,
+            0xC0000000u);
+  EXPECT_EQ(missing, 0u);
 }
 
 TEST(PdhCounters, TheWifiDriversRssiCounterDoesNotExistHere) {

@@ -31,9 +31,9 @@ std::string counter_instance_name(const std::string& description) {
   std::string name = description;
   for (char& c : name) {
     if (c == '(') c = '[';
-  }
-  for (char& c : name) {
     if (c == ')') c = ']';
+    // Windows publishes these as "_" in a network interface's instance name.
+    if (c == '#' || c == '/' || c == '\\') c = '_';
   }
   return name;
 }

@@ -1,4 +1,5 @@
-// Performance counters through PDH: one real-time query, counters added by their full path.
+// Performance counters through PDH: one real-time query, counters added by their full path
+// (as published, or by English names).
 #include <windows.h>
 // windows.h first: the PDH headers build on its types.
 #include <pdh.h>
@@ -20,13 +21,13 @@ class PdhCounterQuery final : public CounterQuery {
   PdhCounterQuery& operator=(const PdhCounterQuery&) = delete;
 
   uint32_t add_counter(const std::string& path, CounterId& counter) override {
-    counter = 0;
-    PDH_HCOUNTER handle = nullptr;
-    const PDH_STATUS st = PdhAddCounterW(query_, win32::wide(path).c_str(), 0, &handle);
-    if (st != ERROR_SUCCESS) return static_cast<uint32_t>(st);
-    counters_.push_back(handle);
-    counter = static_cast<CounterId>(counters_.size());
-    return 0;
+    return add(PdhAddCounterW, path, counter);
+  }
+
+  // Windows' own counter sets are translated: PdhAddCounterW would not find the English
+  // names on a Windows of another language, PdhAddEnglishCounterW does on every one.
+  uint32_t add_english_counter(const std::string& path, CounterId& counter) override {
+    return add(PdhAddEnglishCounterW, path, counter);
   }
 
   uint32_t collect() override { return static_cast<uint32_t>(PdhCollectQueryData(query_)); }
@@ -47,6 +48,18 @@ class PdhCounterQuery final : public CounterQuery {
   }
 
  private:
+  using AddFunction = PDH_STATUS(WINAPI*)(PDH_HQUERY, LPCWSTR, DWORD_PTR, PDH_HCOUNTER*);
+
+  uint32_t add(AddFunction add_function, const std::string& path, CounterId& counter) {
+    counter = 0;
+    PDH_HCOUNTER handle = nullptr;
+    const PDH_STATUS st = add_function(query_, win32::wide(path).c_str(), 0, &handle);
+    if (st != ERROR_SUCCESS) return static_cast<uint32_t>(st);
+    counters_.push_back(handle);
+    counter = static_cast<CounterId>(counters_.size());
+    return 0;
+  }
+
   PDH_HQUERY query_;
   std::vector<PDH_HCOUNTER> counters_;
 };

@@ -20,8 +20,10 @@ namespace zaltor::platform {
 std::unique_ptr<ControlDevice> make_win32_control_device();
 
 // WMI: CoInitialize per session (balanced by CoUninitialize when the session ends on the
-// thread that made it), the WbemLocator, ConnectServer, CoSetProxyBlanket, a forward-only
-// WQL query and the "Product" property of each object as UTF-8 text.
+// thread that made it; a thread already in the multithreaded apartment, RPC_E_CHANGED_MODE,
+// is used as it is, reported as S_FALSE and not uninitialised), the WbemLocator, ConnectServer,
+// CoSetProxyBlanket, a forward-only WQL query and the "Product" property of each object as UTF-8
+// text.
 std::unique_ptr<BoardQuery> make_wmi_board_query();
 
 // SetupDiGetClassDevsW (present devices of a class and an enumerator), registry properties

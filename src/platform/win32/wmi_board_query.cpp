@@ -38,14 +38,16 @@ void release(T*& p) {
 
 class WmiBoardSession final : public BoardSession {
  public:
-  WmiBoardSession() : thread_(GetCurrentThreadId()) {}
+  // `owns_com`: the session's CoInitialize took a reference on this thread's COM (S_OK or
+  // S_FALSE) that it gives back when it ends.
+  explicit WmiBoardSession(bool owns_com) : thread_(GetCurrentThreadId()), owns_com_(owns_com) {}
   ~WmiBoardSession() override {
     release(enumerator_);
     release(services_);
     release(locator_);
     // COM is initialised per thread: only the thread that initialised it can end it. A
     // session dropped elsewhere leaves that thread's apartment as it is.
-    if (GetCurrentThreadId() == thread_) CoUninitialize();
+    if (owns_com_ && GetCurrentThreadId() == thread_) CoUninitialize();
   }
   WmiBoardSession(const WmiBoardSession&) = delete;
   WmiBoardSession& operator=(const WmiBoardSession&) = delete;
@@ -110,6 +112,7 @@ class WmiBoardSession final : public BoardSession {
 
  private:
   DWORD thread_;
+  bool owns_com_;
   IWbemLocator* locator_ = nullptr;
   IWbemServices* services_ = nullptr;
   IEnumWbemClassObject* enumerator_ = nullptr;
@@ -120,8 +123,16 @@ class WmiBoardQuery final : public BoardQuery {
   std::unique_ptr<BoardSession> open(int32_t& hr) override {
     hr = CoInitialize(nullptr);
     // S_FALSE (already initialised on this thread) is a success that must be balanced too.
+    const bool owns_com = SUCCEEDED(hr);
+    if (hr == RPC_E_CHANGED_MODE) {
+      // The thread is in the multithreaded apartment already (a pool thread that another
+      // user of the pool initialised): COM is usable, and WMI works from there. Nothing
+      // was initialised here, so the session must not uninitialise; to the caller this is
+      // COM that was already initialised.
+      hr = S_FALSE;
+    }
     if (FAILED(hr)) return nullptr;
-    return std::make_unique<WmiBoardSession>();
+    return std::make_unique<WmiBoardSession>(owns_com);
   }
 };
 
