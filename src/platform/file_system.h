@@ -8,6 +8,12 @@
 
 namespace zaltor::platform {
 
+// The largest input file read whole: configuration files ("Conf.bin", "Conf.ini", a console
+// configuration, "ver.txt") and scenario files. They hold kilobytes; a file beyond 64 MiB is
+// refused unread (as a failed allocation, where the reader has one) instead of being held
+// in memory, so that a stray huge file cannot exhaust the service's memory at start.
+inline constexpr uint64_t kMaxInputFileBytes = uint64_t{64} << 20;
+
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
