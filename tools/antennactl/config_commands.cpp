@@ -109,6 +109,7 @@ class ScratchDirectoryFiles final : public zaltor::platform::FileSystem {
     return inner_.join(d, n);
   }
   bool exists(const std::string& p) override { return inner_.exists(p); }
+  int check_input_file(const std::string& p) override { return inner_.check_input_file(p); }
   uint32_t remove(const std::string& p) override { return inner_.remove(p); }
   int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
     return inner_.read_binary(p, d, s);
