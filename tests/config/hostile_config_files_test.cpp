@@ -74,16 +74,5 @@ TEST(HostileConfigFiles, AHugeConsoleConfigurationIsNamedAndNeverRead) {
   EXPECT_TRUE(f.log.has("Invalid or missing major target version.\n")) << f.log.text();
 }
 
-TEST(HostileConfigFiles, APlainFileJustUnderTheLimitStillLoads) {
-  LoadFixture f;
-  // The minimal configuration followed by blank space up to the limit.
-  std::string text = testing::kMinimalIni;
-  text.resize(static_cast<size_t>(platform::kMaxInputFileBytes) - 16, '\n');
-  f.dir.write("Conf.ini", text);
-  Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), SWITCH_OK) << f.log.text();
-  EXPECT_EQ(cfg.settings.RSSICollectCount[0], 3);
-}
-
 }  // namespace
 }  // namespace zaltor::config
