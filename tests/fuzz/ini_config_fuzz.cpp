@@ -31,12 +31,20 @@ class NullConsole final : public Console {
   void write(std::string_view) override {}
 };
 
-// A directory of this process's own, made once.
+// A directory of this process's own, made once and removed when the run ends. Its name
+// lives in a plain array, which outlives every exit handler.
+char g_dir[] = "/tmp/zaltor-ini-fuzz-XXXXXX";
+char g_file[sizeof g_dir + 16] = {};
+
 const std::string& program_dir() {
   static const std::string dir = [] {
-    char name[] = "/tmp/zaltor-ini-fuzz-XXXXXX";
-    if (::mkdtemp(name) == nullptr) std::abort();
-    return std::string(name);
+    if (::mkdtemp(g_dir) == nullptr) std::abort();
+    std::snprintf(g_file, sizeof g_file, "%s/Conf.ini", g_dir);
+    std::atexit([] {
+      std::remove(g_file);
+      ::rmdir(g_dir);
+    });
+    return std::string(g_dir);
   }();
   return dir;
 }
