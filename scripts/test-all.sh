@@ -36,6 +36,9 @@ run cmake --preset asan "${configure_flags[@]}"
 run cmake --build --preset asan -j"$jobs" --target zaltor_tests
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run ctest --preset asan
 
+# The libFuzzer targets, about a minute each, two at a time (clang; see scripts/fuzz.sh).
+run scripts/fuzz.sh
+
 run cmake --preset tsan "${configure_flags[@]}"
 # shellcheck disable=SC2086 # one word per target
 run cmake --build --preset tsan -j"$jobs" --target $tsan_targets

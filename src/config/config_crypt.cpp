@@ -120,6 +120,12 @@ bool decrypt_config_file(platform::FileSystem& files, platform::Crypto& crypto, 
     console.print("**** Error 0x%x %s seek failed\n", static_cast<unsigned>(err), kCipherLabel);
     return false;
   }
+  // A buffer that cannot be had (the file is larger than any configuration, or memory ran
+  // out) is reported and the steps carry on without it: the decryption then fails.
+  if (err != 0 && step == platform::FileSystem::ReadStep::kAllocate) {
+    console.print("**** memory allocation failed\n");
+    cipher.clear();
+  }
   // A failed read carries on with what was read; the decryption then fails.
   std::vector<uint8_t> plain;
   if (!decrypt_config_bytes(crypto, console, cipher, plain)) return false;

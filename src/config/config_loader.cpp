@@ -1,5 +1,7 @@
 #include "config/config_loader.h"
 
+#include <cerrno>
+
 #include "config/config_crypt.h"
 #include "config/config_sets.h"
 #include "config/settings_reader.h"
@@ -18,6 +20,23 @@ constexpr int32_t kTargetMinor = 0;
 
 bool is_digit(char16_t c) {
   return c >= u'0' && c <= u'9';
+}
+
+// False, after naming the file in the log, when the plain file is there but cannot be read
+// as a configuration: a directory, or larger than kMaxInputFileBytes. A missing file is
+// left to the version check, as before.
+bool plain_file_is_readable(platform::FileSystem& files, Log& log, const std::string& path) {
+  const int kind = files.check_input_file(path);
+  if (kind == EISDIR) {
+    log.write(kLogError, "Config file %s cannot be read: it is a directory\n", path.c_str());
+    return false;
+  }
+  if (kind == EFBIG) {
+    log.write(kLogError, "Config file %s cannot be read: it is larger than %llu bytes\n",
+              path.c_str(), static_cast<unsigned long long>(platform::kMaxInputFileBytes));
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -61,10 +80,17 @@ Status load_configuration(const LoadContext& ctx, const std::string& model, int3
   };
 
   platform::ProfileReader& profiles = *ctx.profiles;
-  const auto major = static_cast<int32_t>(
-      profiles.read_int("Version", "TargetVersionMajor", kAbsentInt, plain_path));
-  const auto minor = static_cast<int32_t>(
-      profiles.read_int("Version", "TargetVersionMinor", kAbsentInt, plain_path));
+  // A directory or a file beyond any configuration is an unreadable file: the profile
+  // functions then find no key, which the version check reports. It is named here and
+  // never handed to the reader, which would hold it whole in memory.
+  int32_t major = kAbsentInt;
+  int32_t minor = kAbsentInt;
+  if (plain_file_is_readable(files, log, plain_path)) {
+    major = static_cast<int32_t>(
+        profiles.read_int("Version", "TargetVersionMajor", kAbsentInt, plain_path));
+    minor = static_cast<int32_t>(
+        profiles.read_int("Version", "TargetVersionMinor", kAbsentInt, plain_path));
+  }
   // Version failures leave a decrypted file in place; the next start uses it as it is.
   if (major == kAbsentInt) {
     log.write(kLogError, "Invalid or missing major target version.\n");

@@ -8,6 +8,12 @@
 
 namespace zaltor::platform {
 
+// The largest input file read whole: configuration files ("Conf.bin", "Conf.ini", a console
+// configuration, "ver.txt") and scenario files. They hold kilobytes; a file beyond 64 MiB is
+// refused unread (as a failed allocation, where the reader has one) instead of being held
+// in memory, so that a stray huge file cannot exhaust the service's memory at start.
+inline constexpr uint64_t kMaxInputFileBytes = uint64_t{64} << 20;
+
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
@@ -21,9 +27,19 @@ class FileSystem {
   // 0, or the system's error code.
   virtual uint32_t remove(const std::string& path) = 0;
 
+  // Whether `path` can be read whole as an input file: 0 for a regular file of at most
+  // kMaxInputFileBytes; EISDIR for a directory or anything else that is not a plain file;
+  // EFBIG for a larger file; else the error number of examining it (ENOENT: not there).
+  // The default serves file systems held in memory, whose files are all readable.
+  virtual int check_input_file(const std::string& path) {
+    (void)path;
+    return 0;
+  }
+
   // Reads a whole file in binary mode. 0, or the C runtime's error number, with the step
-  // that failed.
-  enum class ReadStep { kOpen, kSeek, kRead };
+  // that failed. A directory fails to open (EISDIR); a file larger than kMaxInputFileBytes,
+  // or one whose buffer cannot be allocated, fails at kAllocate (ENOMEM) with nothing read.
+  enum class ReadStep { kOpen, kSeek, kAllocate, kRead };
   virtual int read_binary(const std::string& path, std::vector<uint8_t>& data,
                           ReadStep& failed) = 0;
   // Writes `text` to a new or truncated file in text mode ("w": on Windows each line feed
@@ -33,7 +49,8 @@ class FileSystem {
   // Appends UTF-8 text in text mode, writing a byte-order mark first when the file is new
   // or empty ("a+, ccs=UTF-8"). 0, or the error number when the file cannot be opened.
   virtual int append_utf8_text(const std::string& path, std::string_view text) = 0;
-  // Reads a UTF-8 text file ("r, ccs=UTF-8"; a leading byte-order mark is dropped).
+  // Reads a UTF-8 text file ("r, ccs=UTF-8"; a leading byte-order mark is dropped). A
+  // directory fails with EISDIR, a file larger than kMaxInputFileBytes with EFBIG.
   virtual int read_utf8_text(const std::string& path, std::string& text) = 0;
 };
 

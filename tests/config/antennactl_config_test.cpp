@@ -85,6 +85,33 @@ TEST_F(AntennactlConfig, MissingFileIsAClearFailure) {
   EXPECT_NE(d.output.find("cannot read"), std::string::npos) << d.output;
 }
 
+TEST_F(AntennactlConfig, ADirectoryIsAFileThatCannotBeRead) {
+  std::filesystem::create_directory(dir_.file("d.ini"));
+  for (const std::string& cmd :
+       {"config check " + q(dir_.file("d.ini")) + " --model AB12XY --switches 2",
+        "config decrypt " + q(dir_.file("d.ini")) + " " + q(dir_.file("o.ini")),
+        "config encrypt " + q(dir_.file("d.ini")) + " " + q(dir_.file("o.bin"))}) {
+    const ToolRun r = antennactl(cmd);
+    EXPECT_EQ(r.exit_code, 1) << cmd << "\n" << r.output;
+    EXPECT_EQ(r.output, "antennactl: cannot read " + dir_.file("d.ini") + ": Is a directory\n")
+        << cmd;
+  }
+}
+
+TEST_F(AntennactlConfig, AHugeFileIsRefusedUnread) {
+  const std::string path = dir_.file("huge.bin");
+  { std::ofstream create(path); }
+  std::filesystem::resize_file(path, uintmax_t{3} << 30);  // sparse
+  for (const std::string& cmd : {"config check " + q(path) + " --model AB12XY --switches 2",
+                                 "config decrypt " + q(path) + " " + q(dir_.file("o.ini")),
+                                 "config encrypt " + q(path) + " " + q(dir_.file("o.bin"))}) {
+    const ToolRun r = antennactl(cmd);
+    EXPECT_EQ(r.exit_code, 1) << cmd << "\n" << r.output;
+    EXPECT_EQ(r.output, "antennactl: cannot read " + path + ": larger than 67108864 bytes\n")
+        << cmd;
+  }
+}
+
 TEST_F(AntennactlConfig, TruncatedCiphertextIsRefused) {
   std::string bin = testing::read_text_file(testing::bin_dir() + "/Conf.bin");
   bin.resize(bin.size() - 7);

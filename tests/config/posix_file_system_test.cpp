@@ -46,6 +46,40 @@ TEST(PosixFileSystem, ReadBinaryNamesTheFailingStep) {
   EXPECT_EQ(data, (std::vector<uint8_t>{1, 2, 3, 0, 255}));
 }
 
+TEST(PosixFileSystem, ADirectoryIsAFileThatCannotBeOpened) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  std::vector<uint8_t> data;
+  platform::FileSystem::ReadStep step = platform::FileSystem::ReadStep::kRead;
+  EXPECT_EQ(files->read_binary(dir.path(), data, step), EISDIR);
+  EXPECT_EQ(step, platform::FileSystem::ReadStep::kOpen);
+  EXPECT_TRUE(data.empty());
+  std::string text = "left over";
+  EXPECT_EQ(files->read_utf8_text(dir.path(), text), EISDIR);
+  EXPECT_TRUE(text.empty());
+  EXPECT_EQ(files->check_input_file(dir.path()), EISDIR);
+  EXPECT_EQ(files->check_input_file(dir.file("none")), ENOENT);
+}
+
+TEST(PosixFileSystem, AFileBeyondTheLimitFailsAsAnAllocationWithNothingRead) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  const std::string path = dir.file("huge");
+  { std::ofstream create(path); }
+  std::filesystem::resize_file(path, uintmax_t{3} << 30);  // sparse
+  std::vector<uint8_t> data;
+  platform::FileSystem::ReadStep step = platform::FileSystem::ReadStep::kRead;
+  EXPECT_EQ(files->read_binary(path, data, step), ENOMEM);
+  EXPECT_EQ(step, platform::FileSystem::ReadStep::kAllocate);
+  EXPECT_TRUE(data.empty());
+  std::string text;
+  EXPECT_EQ(files->read_utf8_text(path, text), EFBIG);
+  EXPECT_TRUE(text.empty());
+  EXPECT_EQ(files->check_input_file(path), EFBIG);
+  std::filesystem::resize_file(path, platform::kMaxInputFileBytes);
+  EXPECT_EQ(files->check_input_file(path), 0);
+}
+
 TEST(PosixFileSystem, WriteTextRemoveAndExists) {
   TempDir dir;
   auto files = platform::make_posix_file_system();

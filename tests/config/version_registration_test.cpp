@@ -187,6 +187,35 @@ TEST(StateDirRegistry, OddDataSizeKeepsTheWholeString) {
   EXPECT_FALSE(std::filesystem::exists(state.path() + "/A/C"));  // never created
 }
 
+TEST_F(VersionRegistrationTest, AHugeVersionFileCannotBeOpenedAndStays) {
+  make_key();
+  const std::string path = program_.file("ver.txt");
+  { std::ofstream create(path); }
+  std::filesystem::resize_file(path, uintmax_t{2} << 30);  // sparse: gigabytes of nothing
+  EXPECT_EQ(run(), STATUS_VERSION_FILE_OPEN);
+  ASSERT_EQ(log_.lines.size(), 1u);
+  EXPECT_EQ(log_.lines[0].text, "Version file open failed.\n");
+  EXPECT_TRUE(program_.exists("ver.txt"));
+  EXPECT_FALSE(std::filesystem::exists(value_path()));
+}
+
+TEST_F(VersionRegistrationTest, AVersionFileThatIsADirectoryCannotBeOpened) {
+  make_key();
+  std::filesystem::create_directory(program_.file("ver.txt"));
+  EXPECT_EQ(run(), STATUS_VERSION_FILE_OPEN);
+  ASSERT_EQ(log_.lines.size(), 1u);
+  EXPECT_EQ(log_.lines[0].text, "Version file open failed.\n");
+}
+
+TEST_F(VersionRegistrationTest, AHugeRegisteredValueIsMoreDataNotMemory) {
+  make_key();
+  { std::ofstream create(value_path()); }
+  std::filesystem::resize_file(value_path(), uintmax_t{2} << 30);
+  EXPECT_EQ(run(), STATUS_VERSION_REG_READ);
+  ASSERT_EQ(log_.lines.size(), 1u);
+  EXPECT_EQ(log_.lines[0].text, "Regkey read error 234\n");
+}
+
 }  // namespace
 }  // namespace zaltor::config
 #endif

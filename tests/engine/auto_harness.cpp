@@ -87,6 +87,9 @@ class TempDirFiles final : public platform::FileSystem {
     return inner_->join(dir, name);
   }
   bool exists(const std::string& path) override { return inner_->exists(Place(path)); }
+  int check_input_file(const std::string& path) override {
+    return inner_->check_input_file(Place(path));
+  }
   uint32_t remove(const std::string& path) override { return inner_->remove(Place(path)); }
   int read_binary(const std::string& path, std::vector<uint8_t>& data, ReadStep& failed) override {
     return inner_->read_binary(Place(path), data, failed);

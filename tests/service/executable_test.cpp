@@ -71,6 +71,16 @@ TEST(ServiceExecutable, ABadScenarioIsRefusedAtStartNamingTheMember) {
   EXPECT_NE(r.err.find("radio.rssi[0]"), std::string::npos) << r.err;
 }
 
+TEST(ServiceExecutable, AScenarioTheJsonReaderRejectsEndsWithExitOneAndTheFileNamed) {
+  TempDir dir;
+  write_file(dir.file("overflow.json"), R"({"stopAfter": 1e999})");
+  const auto r =
+      run_service(dir.path(), {"ZALTOR_SIM_SCENARIO=" + dir.file("overflow.json")}, {"-console"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err.rfind("scenario: not valid JSON: ", 0), 0u) << r.err;
+  EXPECT_NE(r.err.find("(in " + dir.file("overflow.json") + ")\n"), std::string::npos) << r.err;
+}
+
 TEST(ServiceExecutable, HandStartWithoutArgumentsFailsInTheDispatcher) {
   TempDir dir;
   const auto r = run_service(dir.path(), {"-NOTIFY_SOCKET"}, {});

@@ -25,6 +25,7 @@ class ProgramDirFiles : public platform::FileSystem {
     return inner_->join(d, n);
   }
   bool exists(const std::string& p) override { return inner_->exists(p); }
+  int check_input_file(const std::string& p) override { return inner_->check_input_file(p); }
   uint32_t remove(const std::string& p) override {
     removed.push_back(p);
     return inner_->remove(p);

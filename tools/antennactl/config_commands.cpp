@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -36,11 +37,22 @@ void config_usage() {
 
 #if !defined(_WIN32)
 
+// Reads a whole input file as the service reads its configuration: a directory cannot be
+// read and a file beyond kMaxInputFileBytes is refused unread. False after saying why.
 bool read_file(const std::string& path, std::vector<uint8_t>& data) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
+  auto files = zaltor::platform::make_posix_file_system();
+  if (files->check_input_file(path) == EFBIG) {
+    std::fprintf(stderr, "antennactl: cannot read %s: larger than %llu bytes\n", path.c_str(),
+                 static_cast<unsigned long long>(zaltor::platform::kMaxInputFileBytes));
+    return false;
+  }
+  zaltor::platform::FileSystem::ReadStep step = zaltor::platform::FileSystem::ReadStep::kOpen;
+  const int err = files->read_binary(path, data, step);
+  if (err != 0) {
+    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", path.c_str(), std::strerror(err));
+    return false;
+  }
+  return true;
 }
 
 bool write_file(const std::string& path, const std::vector<uint8_t>& data) {
@@ -109,6 +121,7 @@ class ScratchDirectoryFiles final : public zaltor::platform::FileSystem {
     return inner_.join(d, n);
   }
   bool exists(const std::string& p) override { return inner_.exists(p); }
+  int check_input_file(const std::string& p) override { return inner_.check_input_file(p); }
   uint32_t remove(const std::string& p) override { return inner_.remove(p); }
   int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
     return inner_.read_binary(p, d, s);
@@ -130,10 +143,7 @@ class ScratchDirectoryFiles final : public zaltor::platform::FileSystem {
 
 int encrypt_command(const std::string& in_path, const std::string& out_path) {
   std::vector<uint8_t> plain;
-  if (!read_file(in_path, plain)) {
-    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", in_path.c_str(), std::strerror(errno));
-    return kExitRefused;
-  }
+  if (!read_file(in_path, plain)) return kExitRefused;
   auto crypto = zaltor::platform::make_openssl_crypto();
   std::vector<uint8_t> cipher;
   const uint32_t st = zaltor::config::encrypt_config_bytes(*crypto, plain, cipher);
@@ -150,10 +160,7 @@ int encrypt_command(const std::string& in_path, const std::string& out_path) {
 
 int decrypt_command(const std::string& in_path, const std::string& out_path) {
   std::vector<uint8_t> cipher;
-  if (!read_file(in_path, cipher)) {
-    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", in_path.c_str(), std::strerror(errno));
-    return kExitRefused;
-  }
+  if (!read_file(in_path, cipher)) return kExitRefused;
   auto crypto = zaltor::platform::make_openssl_crypto();
   StderrConsole console;
   std::vector<uint8_t> plain;
@@ -182,10 +189,7 @@ std::filesystem::path make_scratch_directory() {
 
 int check_command(const std::string& path, const std::string& model, int switches) {
   std::vector<uint8_t> data;
-  if (!read_file(path, data)) {
-    std::fprintf(stderr, "antennactl: cannot read %s: %s\n", path.c_str(), std::strerror(errno));
-    return kExitRefused;
-  }
+  if (!read_file(path, data)) return kExitRefused;
   const bool plain = looks_like_text(data);
   const std::filesystem::path dir = make_scratch_directory();
   if (dir.empty()) {
@@ -228,9 +232,7 @@ int check_command(const std::string& path, const std::string& model, int switche
 
 #endif
 
-}  // namespace
-
-int run_config_command(int argc, char** argv) {
+int run_config_command_unguarded(int argc, char** argv) {
   if (argc < 2) {
     config_usage();
     return kExitUsage;
@@ -275,6 +277,20 @@ int run_config_command(int argc, char** argv) {
   config_usage();
   return kExitUsage;
 #endif
+}
+
+}  // namespace
+
+int run_config_command(int argc, char** argv) {
+  // Every refusal is a message and exit code 1, also one the commands did not foresee.
+  try {
+    return run_config_command_unguarded(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "antennactl: out of memory\n");
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "antennactl: %s\n", e.what());
+  }
+  return kExitRefused;
 }
 
 }  // namespace antennactl

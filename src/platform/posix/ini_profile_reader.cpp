@@ -11,14 +11,31 @@
 // key of a name. A value in matching single or double quotes loses them. A UTF-8 byte-order
 // mark is skipped and UTF-16 files with a byte-order mark are read; text without a mark is
 // taken as UTF-8 (Windows would use the ANSI code page; the configuration is ASCII).
+//
+// A configuration load asks for hundreds of keys: the file is read and parsed once and the
+// parsed file is kept, with an index of its sections and keys, for as long as the file
+// stays the same. "The same" is judged as Windows' own profile cache does, by the file's
+// identity and times: device, inode, size, modification and change time. A file changed
+// within the file system's timestamp granularity of being read could keep all of these, so
+// while its times are that close to the read the bytes are compared as well.
+//
+// A file that is not a plain file (a directory) or is larger than kMaxInputFileBytes reads
+// as an empty file, as an unreadable file does on Windows: every lookup gets its default.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <ctime>
 #include <mutex>
+#include <new>
 #include <optional>
-#include <sstream>
 #include <string>
+#include <unordered_map>
 #include <vector>
+
+#include "platform/file_system.h"
 
 #include "platform/posix/posix_backends.h"
 #include "platform/utf16.h"
@@ -34,7 +51,39 @@ struct IniKey {
 struct IniSection {
   std::u16string name;
   std::vector<IniKey> keys;
+  // Case-folded key name -> its first key: the first key of a name is the one found.
+  std::unordered_map<std::u16string, size_t> key_index;
 };
+
+// A parsed file with the first section of each case-folded name.
+struct IniFile {
+  std::vector<IniSection> sections;
+  std::unordered_map<std::u16string, size_t> section_index;
+};
+
+// What identifies one content of a file without reading it.
+struct FileStamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  int64_t modified_ns = 0;
+  int64_t changed_ns = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+
+// File times can lag the moment of a write by the file system's timestamp granularity
+// (a kernel tick, up to 10 ms); twice that and more is taken as settled.
+constexpr int64_t kTimestampMarginNs = 50'000'000;
+
+int64_t to_ns(const timespec& t) {
+  return static_cast<int64_t>(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+int64_t wall_now_ns() {
+  timespec t{};
+  ::clock_gettime(CLOCK_REALTIME, &t);
+  return to_ns(t);
+}
 
 bool is_blank(char16_t c) {
   return (c >= 0x09 && c <= 0x0d) || c == 0x1a || c == 0x20;
@@ -44,12 +93,11 @@ char16_t fold(char16_t c) {
   return (c >= 'A' && c <= 'Z') ? static_cast<char16_t>(c + 32) : c;
 }
 
-bool same_name(const std::u16string& a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (fold(a[i]) != fold(b[i])) return false;
-  }
-  return true;
+// Names compare without regard to the case of ASCII letters: the index holds them folded.
+std::u16string folded(std::u16string_view s) {
+  std::u16string out(s);
+  for (char16_t& c : out) c = fold(c);
+  return out;
 }
 
 std::u16string_view trim(std::u16string_view s) {
@@ -78,7 +126,7 @@ std::u16string decode(const std::string& bytes) {
   return utf8_to_utf16(bytes);
 }
 
-std::vector<IniSection> parse(const std::string& bytes) {
+std::vector<IniSection> parse_sections(const std::string& bytes) {
   std::vector<IniSection> sections(1);  // the unnamed section before the first header
   const std::u16string text = decode(bytes);
   size_t pos = 0;
@@ -92,7 +140,7 @@ std::vector<IniSection> parse(const std::string& bytes) {
     if (line.front() == u'[') {
       const size_t close = line.rfind(u']');
       if (close != std::u16string_view::npos && close > 0) {
-        sections.push_back(IniSection{std::u16string(trim(line.substr(1, close - 1))), {}});
+        sections.push_back(IniSection{std::u16string(trim(line.substr(1, close - 1))), {}, {}});
         continue;
       }
     }
@@ -111,6 +159,58 @@ std::vector<IniSection> parse(const std::string& bytes) {
     }
   }
   return sections;
+}
+
+IniFile parse(const std::string& bytes) {
+  IniFile file;
+  file.sections = parse_sections(bytes);
+  for (size_t i = 0; i < file.sections.size(); ++i) {
+    IniSection& section = file.sections[i];
+    file.section_index.emplace(folded(section.name), i);  // keeps the first of a name
+    for (size_t k = 0; k < section.keys.size(); ++k) {
+      section.key_index.emplace(folded(section.keys[k].name), k);
+    }
+  }
+  return file;
+}
+
+// The stamp of the plain file at `path`; false when it cannot be read as one (missing, not
+// a plain file, or larger than kMaxInputFileBytes).
+bool stamp_of(const std::string& path, FileStamp& stamp) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+  if (static_cast<uint64_t>(st.st_size) > kMaxInputFileBytes) return false;
+  stamp.device = st.st_dev;
+  stamp.inode = st.st_ino;
+  stamp.size = st.st_size;
+  stamp.modified_ns = to_ns(st.st_mtim);
+  stamp.changed_ns = to_ns(st.st_ctim);
+  return true;
+}
+
+// The whole file, at most kMaxInputFileBytes of it; false when it cannot be read.
+bool read_bytes(const std::string& path, std::string& bytes) {
+  bytes.clear();
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  bool ok = true;
+  try {
+    char buf[65536];
+    size_t n = 0;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) {
+      bytes.append(buf, n);
+      if (bytes.size() > kMaxInputFileBytes) {  // it grew while being read
+        ok = false;
+        break;
+      }
+    }
+    if (std::ferror(f) != 0) ok = false;
+  } catch (const std::bad_alloc&) {
+    ok = false;
+  }
+  std::fclose(f);
+  if (!ok) bytes.clear();
+  return ok;
 }
 
 // lstrcpyn: at most size - 1 characters.
@@ -153,8 +253,8 @@ class IniProfileReader final : public ProfileReader {
     std::u16string def = utf8_to_utf16(default_value);
     // Trailing spaces of the default are dropped (all but a first character).
     while (def.size() > 1 && def.back() == u' ') def.pop_back();
-    const std::vector<IniSection>& sections = load(path);
-    const IniKey* found = find(sections, utf8_to_utf16(section), utf8_to_utf16(key));
+    const IniFile& file = load(path);
+    const IniKey* found = find(file, utf8_to_utf16(section), utf8_to_utf16(key));
     const std::u16string out =
         copy_entry(found != nullptr && found->value ? *found->value : def, size);
     value = utf16_to_utf8(out);
@@ -165,10 +265,10 @@ class IniProfileReader final : public ProfileReader {
     names.clear();
     if (size <= 1) return 0;
     const std::lock_guard<std::mutex> hold(mutex_);
-    const std::vector<IniSection>& sections = load(path);
+    const IniFile& file = load(path);
     std::u16string buf;
     uint32_t room = size - 1;  // one character stays for the list's final zero
-    for (const IniSection& s : sections) {
+    for (const IniSection& s : file.sections) {
       if (s.name.empty()) continue;
       const auto need = static_cast<uint32_t>(s.name.size() + 1);
       if (need >= room) {
@@ -216,43 +316,70 @@ class IniProfileReader final : public ProfileReader {
     return minus ? 0u - total : total;
   }
 
-  static const IniKey* find(const std::vector<IniSection>& sections, const std::u16string& section,
+  static const IniKey* find(const IniFile& file, const std::u16string& section,
                             const std::u16string& key) {
-    const std::u16string_view sec = trim(section);
-    const std::u16string_view k = trim(key);
-    for (const IniSection& s : sections) {
-      if (!same_name(s.name, sec)) continue;
-      for (const IniKey& entry : s.keys) {
-        if (same_name(entry.name, k)) return &entry;
-      }
-      return nullptr;  // only the first section of a name is searched
-    }
-    return nullptr;
+    // Only the first section of a name is searched.
+    const auto s = file.section_index.find(folded(trim(section)));
+    if (s == file.section_index.end()) return nullptr;
+    const IniSection& sec = file.sections[s->second];
+    const auto k = sec.key_index.find(folded(trim(key)));
+    return k == sec.key_index.end() ? nullptr : &sec.keys[k->second];
   }
 
-  // The parsed file, reused while its bytes stay the same.
-  const std::vector<IniSection>& load(const std::string& path) {
+  // The parsed file, reused while it stays the same (see the top of this file).
+  const IniFile& load(const std::string& path) {
+    static const IniFile kUnreadable = parse("");
+    FileStamp stamp;
+    if (!stamp_of(path, stamp)) {
+      cached_ = false;
+      return kUnreadable;
+    }
+    const int64_t read_at = wall_now_ns();
+    if (cached_ && path == cached_path_ && stamp == cached_stamp_) {
+      if (!settled()) {
+        // Times this close to the last read prove nothing: compare the bytes.
+        std::string bytes;
+        if (read_bytes(path, bytes) && bytes == cached_bytes_) {
+          cached_read_at_ = read_at;
+          if (settled()) cached_bytes_ = std::string();
+          return cached_file_;
+        }
+        return reparse(path, stamp, read_at, std::move(bytes));
+      }
+      return cached_file_;
+    }
     std::string bytes;
-    std::ifstream in(path, std::ios::binary);
-    if (in) {
-      std::ostringstream all;
-      all << in.rdbuf();
-      bytes = all.str();
+    if (!read_bytes(path, bytes)) {
+      cached_ = false;
+      return kUnreadable;
     }
-    if (!cached_ || path != cached_path_ || bytes != cached_bytes_) {
-      cached_sections_ = parse(bytes);
-      cached_path_ = path;
-      cached_bytes_ = std::move(bytes);
-      cached_ = true;
-    }
-    return cached_sections_;
+    return reparse(path, stamp, read_at, std::move(bytes));
+  }
+
+  const IniFile& reparse(const std::string& path, const FileStamp& stamp, int64_t read_at,
+                         std::string bytes) {
+    cached_file_ = parse(bytes);
+    cached_path_ = path;
+    cached_stamp_ = stamp;
+    cached_read_at_ = read_at;
+    cached_ = true;
+    cached_bytes_ = settled() ? std::string() : std::move(bytes);
+    return cached_file_;
+  }
+
+  // Whether a change after the last read would have changed the file's times.
+  bool settled() const {
+    const int64_t latest = std::max(cached_stamp_.modified_ns, cached_stamp_.changed_ns);
+    return latest + kTimestampMarginNs < cached_read_at_;
   }
 
   std::mutex mutex_;  // guards the cache: the reader may be shared between threads
   bool cached_ = false;
   std::string cached_path_;
-  std::string cached_bytes_;
-  std::vector<IniSection> cached_sections_;
+  FileStamp cached_stamp_;
+  int64_t cached_read_at_ = 0;  // wall time just before the bytes were read
+  std::string cached_bytes_;    // kept only while the stamp is not yet settled
+  IniFile cached_file_;
 };
 
 }  // namespace

@@ -1,10 +1,13 @@
 // Files on Linux. Text mode writes line feeds unchanged; the program directory comes from
-// /proc/self/exe.
+// /proc/self/exe. A directory opens as a stream on Linux (and reports a size of 2^63 - 1 at
+// its end): every whole-file read examines what it opened first, so that a directory is an
+// unreadable file and a huge file is refused before its buffer is allocated.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <vector>
 
 #include "platform/posix/posix_backends.h"
@@ -13,6 +16,16 @@ namespace zaltor::platform {
 namespace {
 
 constexpr char kBom[] = "\xEF\xBB\xBF";
+
+// 0 when the open stream is a regular file of at most kMaxInputFileBytes; else EISDIR for
+// anything that is not a plain file, EFBIG for a larger one, or the error of fstat.
+int check_open_file(std::FILE* f) {
+  struct stat st {};
+  if (::fstat(::fileno(f), &st) != 0) return errno != 0 ? errno : EIO;
+  if (!S_ISREG(st.st_mode)) return EISDIR;
+  if (static_cast<uint64_t>(st.st_size) > kMaxInputFileBytes) return EFBIG;
+  return 0;
+}
 
 class PosixFileSystem final : public FileSystem {
  public:
@@ -41,6 +54,14 @@ class PosixFileSystem final : public FileSystem {
     return 0;
   }
 
+  int check_input_file(const std::string& path) override {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return errno != 0 ? errno : EIO;
+    if (!S_ISREG(st.st_mode)) return EISDIR;
+    if (static_cast<uint64_t>(st.st_size) > kMaxInputFileBytes) return EFBIG;
+    return 0;
+  }
+
   int read_binary(const std::string& path, std::vector<uint8_t>& data, ReadStep& failed) override {
     data.clear();
     std::FILE* f = std::fopen(path.c_str(), "rb");
@@ -48,14 +69,23 @@ class PosixFileSystem final : public FileSystem {
       failed = ReadStep::kOpen;
       return errno;
     }
+    const int kind = check_open_file(f);
+    if (kind == EISDIR) {
+      std::fclose(f);
+      failed = ReadStep::kOpen;
+      return EISDIR;
+    }
     int err = 0;
     long size = 0;
     if (std::fseek(f, 0, SEEK_END) != 0 || (size = std::ftell(f)) < 0) {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
+    } else if (kind == EFBIG || !allocate(data, static_cast<size_t>(size))) {
+      // Too large to hold: what a failed allocation of its buffer would do.
+      failed = ReadStep::kAllocate;
+      err = ENOMEM;
     } else {
       std::rewind(f);
-      data.resize(static_cast<size_t>(size));
       if (size > 0 && std::fread(data.data(), 1, data.size(), f) != data.size()) {
         failed = ReadStep::kRead;
         err = errno != 0 ? errno : EIO;
@@ -88,10 +118,21 @@ class PosixFileSystem final : public FileSystem {
     text.clear();
     std::FILE* f = std::fopen(path.c_str(), "r");
     if (f == nullptr) return errno;
+    if (const int kind = check_open_file(f); kind != 0) {
+      std::fclose(f);
+      return kind;
+    }
     char buf[4096];
     size_t n = 0;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
-    const int err = std::ferror(f) != 0 ? (errno != 0 ? errno : EIO) : 0;
+    int err = 0;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) {
+      text.append(buf, n);
+      if (text.size() > kMaxInputFileBytes) {  // it grew while being read
+        err = EFBIG;
+        break;
+      }
+    }
+    if (err == 0 && std::ferror(f) != 0) err = errno != 0 ? errno : EIO;
     std::fclose(f);
     if (err != 0) {
       text.clear();
@@ -99,6 +140,16 @@ class PosixFileSystem final : public FileSystem {
     }
     if (text.compare(0, 3, kBom) == 0) text.erase(0, 3);
     return 0;
+  }
+
+ private:
+  static bool allocate(std::vector<uint8_t>& data, size_t size) {
+    try {
+      data.resize(size);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
   }
 };
 

@@ -35,7 +35,17 @@ class StateDirKey final : public RegistryKey {
     std::string text;
     char buf[4096];
     size_t n = 0;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    // A value longer than the buffer can take is more data however long it is: stop
+    // reading once no UTF-8 text of this length fits (each character is at most three bytes
+    // per UTF-16 unit), rather than hold a huge file in memory.
+    const size_t enough = static_cast<size_t>(buffer_bytes) * 2 + 4;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) {
+      text.append(buf, n);
+      if (text.size() > enough) {
+        std::fclose(f);
+        return kRegistryMoreData;
+      }
+    }
     const bool failed = std::ferror(f) != 0;
     std::fclose(f);
     if (failed) return kGenFailure;

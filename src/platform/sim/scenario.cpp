@@ -6,12 +6,16 @@
 #include <cctype>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <set>
 
 namespace zaltor::platform::sim {
 namespace {
 
 using nlohmann::json;
+
+// Scenarios nest a handful of levels; far deeper documents are refused.
+constexpr size_t kMaxNesting = 64;
 
 std::string join(const std::string& path, const std::string& key) {
   return path.empty() ? key : path + "." + key;
@@ -374,27 +378,44 @@ bool parse(Checker& c, const json& doc, Scenario& s) {
   return timeline != nullptr && parse_timeline(c, *timeline, s);
 }
 
-}  // namespace
-
-bool parse_scenario(const nlohmann::json& doc, Scenario& out, std::string& error) {
-  Checker c;
-  Scenario s;
-  if (!parse(c, doc, s)) {
-    error = c.error;
-    return false;
+// The deepest nesting of arrays and objects in `text`, brackets inside strings not
+// counted; stops counting once `limit` is passed.
+size_t nesting_depth(const std::string& text, size_t limit) {
+  size_t depth = 0;
+  size_t deepest = 0;
+  bool in_string = false;
+  for (size_t i = 0; i < text.size() && deepest <= limit; ++i) {
+    const char ch = text[i];
+    if (in_string) {
+      if (ch == '\\') {
+        ++i;
+      } else if (ch == '"') {
+        in_string = false;
+      }
+    } else if (ch == '"') {
+      in_string = true;
+    } else if (ch == '[' || ch == '{') {
+      deepest = std::max(deepest, ++depth);
+    } else if ((ch == ']' || ch == '}') && depth > 0) {
+      --depth;
+    }
   }
-  out = std::move(s);
-  return true;
+  return deepest;
 }
 
-bool load_scenario(const std::string& text, nlohmann::json& doc, Scenario& out,
-                   std::string& error) {
+bool load_checked(const std::string& text, json& doc, Scenario& out, std::string& error) {
   json merged = json::parse(default_scenario_text());
   if (!text.empty()) {
+    // Merging and copying walk the document recursively: refuse nesting that no scenario
+    // needs before it can exhaust the stack.
+    if (nesting_depth(text, kMaxNesting) > kMaxNesting) {
+      error = "scenario: nested deeper than " + std::to_string(kMaxNesting) + " levels";
+      return false;
+    }
     json file;
     try {
       file = json::parse(text);
-    } catch (const json::parse_error& e) {
+    } catch (const json::exception& e) {
       error = std::string("scenario: not valid JSON: ") + e.what();
       return false;
     }
@@ -402,7 +423,13 @@ bool load_scenario(const std::string& text, nlohmann::json& doc, Scenario& out,
       error = "scenario: expected an object at the top level";
       return false;
     }
+    // The timeline and the stop are a scenario's own story: a file that leaves them out
+    // has no timed changes and runs until it is ended. Everything else it leaves out
+    // takes the default's value.
+    merged["timeline"] = json::array();
+    merged.erase("stopAfter");
     merged.merge_patch(file);
+    if (!merged.contains("timeline")) merged["timeline"] = json::array();  // given as null
   }
   Scenario s;
   if (!parse_scenario(merged, s, error)) return false;
@@ -427,6 +454,40 @@ bool load_scenario(const std::string& text, nlohmann::json& doc, Scenario& out,
   doc = std::move(merged);
   out = std::move(s);
   return true;
+}
+
+}  // namespace
+
+bool parse_scenario(const nlohmann::json& doc, Scenario& out, std::string& error) {
+  Checker c;
+  Scenario s;
+  try {
+    if (!parse(c, doc, s)) {
+      error = c.error;
+      return false;
+    }
+  } catch (const json::exception& e) {
+    // The checks come before every conversion; this only keeps a slip from ending the
+    // process.
+    error = std::string("scenario: ") + e.what();
+    return false;
+  }
+  out = std::move(s);
+  return true;
+}
+
+bool load_scenario(const std::string& text, nlohmann::json& doc, Scenario& out,
+                   std::string& error) {
+  // Nothing the JSON library throws (a number beyond a double, a type or range problem)
+  // may leave here: a scenario is refused with a message, never with an exception.
+  try {
+    return load_checked(text, doc, out, error);
+  } catch (const json::exception& e) {
+    error = std::string("scenario: not valid JSON: ") + e.what();
+  } catch (const std::bad_alloc&) {
+    error = "scenario: too large to hold in memory";
+  }
+  return false;
 }
 
 }  // namespace zaltor::platform::sim

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/file_system.h"
 #include "platform/sim/notebook_core.h"
 #include "platform/sim/sim_clocks.h"
 #include "platform/sim/sim_seams.h"
@@ -132,17 +133,37 @@ std::unique_ptr<SimNotebook> make_sim_notebook(const std::string& scenario_path_
                                                std::string& error) {
   if (scenario_path_or_empty.empty()) return make_sim_notebook_from_text("", error);
   const std::u8string u8(scenario_path_or_empty.begin(), scenario_path_or_empty.end());
-  std::ifstream in(std::filesystem::path(u8), std::ios::binary);
+  const std::filesystem::path path(u8);
+  const std::string cannot_read = "scenario: cannot read " + scenario_path_or_empty;
+  // A directory opens as a stream on Linux and reads as nothing: refuse it as unreadable
+  // rather than run the default. A file far beyond any scenario is refused unread.
+  std::error_code ec;
+  const auto status = std::filesystem::status(path, ec);
+  if (!ec && std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    error = cannot_read;
+    return nullptr;
+  }
+  if (!ec && std::filesystem::is_regular_file(status)) {
+    const uintmax_t size = std::filesystem::file_size(path, ec);
+    if (!ec && size > kMaxInputFileBytes) {
+      error = cannot_read + ": larger than " + std::to_string(kMaxInputFileBytes) + " bytes";
+      return nullptr;
+    }
+  }
+  std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   if (in) text << in.rdbuf();
   if (!in) {
-    error = "scenario: cannot read " + scenario_path_or_empty;
+    error = cannot_read;
     return nullptr;
   }
   // An empty file still means a scenario: an empty object takes every default.
   std::string body = text.str();
   if (body.find_first_not_of(" \t\r\n") == std::string::npos) body = "{}";
-  return make_sim_notebook_from_text(body, error);
+  auto notebook = make_sim_notebook_from_text(body, error);
+  // The message names the member at fault; the file it is in goes at the end.
+  if (!notebook) error += " (in " + scenario_path_or_empty + ")";
+  return notebook;
 }
 
 }  // namespace zaltor::platform::sim

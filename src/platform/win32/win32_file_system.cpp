@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cwchar>
+#include <new>
 #include <vector>
 
 #include "platform/win32/wide_text.h"
@@ -47,6 +48,17 @@ class Win32FileSystem final : public FileSystem {
     return 0;
   }
 
+  int check_input_file(const std::string& path) override {
+    WIN32_FILE_ATTRIBUTE_DATA info{};
+    if (!GetFileAttributesExW(win32::wide(path).c_str(), GetFileExInfoStandard, &info)) {
+      const DWORD e = GetLastError();
+      return e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND ? ENOENT : EACCES;
+    }
+    if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return EISDIR;
+    const uint64_t size = (uint64_t{info.nFileSizeHigh} << 32) | info.nFileSizeLow;
+    return size > kMaxInputFileBytes ? EFBIG : 0;
+  }
+
   int read_binary(const std::string& path, std::vector<uint8_t>& data, ReadStep& failed) override {
     data.clear();
     errno = 0;
@@ -60,9 +72,13 @@ class Win32FileSystem final : public FileSystem {
     if (std::fseek(f, 0, SEEK_END) != 0 || (size = std::ftell(f)) < 0) {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
+    } else if (static_cast<uint64_t>(size) > kMaxInputFileBytes ||
+               !allocate(data, static_cast<size_t>(size))) {
+      // Too large to hold: what a failed allocation of its buffer would do.
+      failed = ReadStep::kAllocate;
+      err = ENOMEM;
     } else {
       std::rewind(f);
-      data.resize(static_cast<size_t>(size));
       if (size > 0 && std::fread(data.data(), 1, data.size(), f) != data.size()) {
         failed = ReadStep::kRead;
         err = errno != 0 ? errno : EIO;
@@ -99,14 +115,35 @@ class Win32FileSystem final : public FileSystem {
     std::FILE* f = _wfopen(win32::wide(path).c_str(), L"r, ccs=UTF-8");
     if (f == nullptr) return errno != 0 ? errno : EIO;
     // The stream drops the byte-order mark, decodes UTF-8 and turns CR LF into line feeds.
+    if (check_input_file(path) == EFBIG) {
+      std::fclose(f);
+      return EFBIG;
+    }
     std::wstring all;
     wchar_t buf[1024];
-    while (std::fgetws(buf, 1024, f) != nullptr) all.append(buf);
-    const int err = std::ferror(f) != 0 ? (errno != 0 ? errno : EIO) : 0;
+    int err = 0;
+    while (std::fgetws(buf, 1024, f) != nullptr) {
+      all.append(buf);
+      if (all.size() > kMaxInputFileBytes) {  // it grew while being read
+        err = EFBIG;
+        break;
+      }
+    }
+    if (err == 0 && std::ferror(f) != 0) err = errno != 0 ? errno : EIO;
     std::fclose(f);
     if (err != 0) return err;
     text = win32::narrow(all);
     return 0;
+  }
+
+ private:
+  static bool allocate(std::vector<uint8_t>& data, size_t size) {
+    try {
+      data.resize(size);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
   }
 };
 
