@@ -100,6 +100,33 @@ TEST(ModeChangeRaces, TogglingBetweenFixedModesAndAutoHoldsFewThreads) {
   EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
 }
 
+TEST(ModeChangeRaces, LeavingAutoAfterTheUsersChoiceLeavesTheUsersMode) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  const auto period = WorkerTestAccess::AutoArg(h.worker());
+  ASSERT_NE(period, nullptr);
+  ASSERT_EQ(h.worker().SetUserMode(3), 0u);
+  // The period's auto thread, its run count just run out, leaves Auto late.
+  EXPECT_EQ(h.worker().LeaveAuto(*period, 1), 0u);
+  EXPECT_EQ(h.worker().userMode(), 3u);
+  EXPECT_EQ(h.notebook().mode(), 3);
+}
+
+TEST(ModeChangeRaces, LeavingAutoOfTheRunningPeriodSetsTheMode) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  const auto period = WorkerTestAccess::AutoArg(h.worker());
+  ASSERT_NE(period, nullptr);
+  EXPECT_EQ(h.worker().LeaveAuto(*period, 2), 0u);
+  EXPECT_EQ(h.worker().userMode(), 2u);
+  EXPECT_EQ(h.notebook().mode(), 2);
+  EXPECT_FALSE(period->keepRunning.load()) << "the period is stopped";
+}
+
 // The text of the n-th (from 0) "Avg RSSI: " line, or empty.
 std::string AvgLine(const AutoHarness& h, size_t n) {
   for (const auto& e : h.Entries()) {
