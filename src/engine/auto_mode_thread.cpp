@@ -17,6 +17,13 @@
 //   loop never overrides the fixed mode the user has just chosen.
 // - A failed allocation of the sample buffers also clears the worker's autoThread, so that
 //   Auto mode can be chosen again later.
+// - A pass takes its config set and what it reads from it once, when it begins to measure
+//   (see pass_parameters.h); the sleep after it reads the growth settings of the set in force
+//   then.
+// - The loop writes a mode only while keepRunning holds, tested under the device lock: once
+//   the user's fixed mode has stopped the loop, nothing of the loop lands after it.
+// - Leaving Auto at the end (run count, or no buffers) goes through LeaveAuto: a user's
+//   choice made meanwhile stands.
 #include <array>
 #include <memory>
 
@@ -24,6 +31,7 @@
 #include "engine/determine_mode.h"
 #include "engine/loop_checks.h"
 #include "engine/measure_mode.h"
+#include "engine/pass_parameters.h"
 #include "engine/sample_buffers.h"
 #include "engine/worker.h"
 #include "engine/worker_threads.h"
@@ -54,9 +62,11 @@ class AutoLoop {
  private:
   int32_t DefaultMode() const { return w_.settings().DefaultMode[w_.activeSet()]; }
 
+  // A stopped loop writes nothing; the next checkpoint ends it.
   void SetDeviceMode(int32_t mode) {
     std::array<Status, platform::kMaxPorts> results{};
-    w_.sw.SetMode(mode, results);
+    w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
+                    results);
   }
 
   // One pass; kEnd ends the thread, anything else begins the next pass.
@@ -95,7 +105,8 @@ class AutoLoop {
   // Measures every mode and lets the determinator choose: the mode to set in `chosen`.
   LoopCheck Evaluate(int32_t& chosen) {
     const int32_t modeCount = w_.modeCount();
-    log_.write(kLogDetail, "Using Config Set: %d\n", static_cast<int>(w_.activeConfigSet()));
+    const PassParameters pass = PassParameters::Of(w_);
+    log_.write(kLogDetail, "Using Config Set: %d\n", static_cast<int>(pass.set));
     int32_t mode = kModeUnknown;
     w_.sw.GetCurrentMode(mode);
     int32_t currentIndex = mode - 1;
@@ -106,7 +117,8 @@ class AutoLoop {
     if (currentKnown) {
       counts_[static_cast<size_t>(currentIndex)] = 0;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", currentIndex + 1);
-      MeasureMode(w_, arg_, *buffers_, currentIndex, counts_[static_cast<size_t>(currentIndex)]);
+      MeasureMode(w_, arg_, pass, *buffers_, currentIndex,
+                  counts_[static_cast<size_t>(currentIndex)]);
     }
 
     for (int32_t i = 0; i < modeCount; ++i) {
@@ -114,12 +126,10 @@ class AutoLoop {
       const auto at = static_cast<size_t>(i);
       counts_[at] = 0;
       if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
-      const size_t set = w_.activeSet();
-      if (w_.settings().DisableMode[set][at] != 0) {
+      if (w_.settings().DisableMode[pass.set][at] != 0) {
         log_.write(kLogDetail, "RSSI for mode %d: <DISABLED>\n", i + 1);
-        const int32_t n = w_.settings().RSSICollectCount[set];
-        const auto rssi = buffers_->RssiRow(i, n);
-        const auto rate = buffers_->RateRow(i, n);
+        const auto rssi = buffers_->RssiRow(i, pass.collectCount);
+        const auto rate = buffers_->RateRow(i, pass.collectCount);
         if (!rssi.empty()) rssi[0] = kNoRssiValue;
         if (!rate.empty()) rate[0] = 0.0;
         counts_[at] = 1;
@@ -127,21 +137,21 @@ class AutoLoop {
       }
       SetDeviceMode(i + 1);
       if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
-      const int64_t steps = WaitSteps(w_.state.TimeToWaitForRssiStable());
+      const int64_t steps = WaitSteps(pass.waitForStable);
       for (int64_t s = 0; s < steps; ++s) {
         w_.clock().sleep_ms(kLoopStepMs);
         if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
       }
       if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", i + 1);
-      MeasureMode(w_, arg_, *buffers_, i, counts_[at]);
+      MeasureMode(w_, arg_, pass, *buffers_, i, counts_[at]);
       if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
     }
 
     // The mode the device stands in now, for the determinator's record.
     if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
     mode = kModeUnknown;
-    const int32_t fallbackIndex = DefaultMode() - 1;
+    const int32_t fallbackIndex = pass.defaultMode - 1;
     if (w_.sw.GetCurrentMode(mode) != 0) {
       w_.WriteEvent(kLogWarning, "Error while getting current mode! \n");
       currentIndex = fallbackIndex;
@@ -158,11 +168,10 @@ class AutoLoop {
       currentIndex = fallbackIndex;
     }
 
-    DetermineInput in{
-        w_.settings(), w_.activeSet(), w_.modeCount(), w_.switchCount(), w_.labels, w_.rssiHistory,
-        log_};
+    DetermineInput in{w_.settings(),  pass.set, w_.modeCount(), w_.switchCount(), w_.labels,
+                      w_.rssiHistory, log_};
     determined_ = DetermineMode(in, *buffers_, counts_, currentIndex, rssi_, fallback_);
-    chosen = ModeToApply(determined_, w_.settings(), w_.activeSet());
+    chosen = ModeToApply(determined_, w_.settings(), pass.set);
     return Checkpoint(w_, arg_);
   }
 
@@ -214,7 +223,7 @@ void AutoModeThread(std::shared_ptr<AutoSwitchingWorkerArg> arg) {
   auto buffers = SampleBuffers::Create(w.settings().MaxRSSICollectCount);
   if (!buffers) {
     log.write(kLogCritical, "Out of Memory!\n");
-    w.SetUserMode(w.settings().DefaultMode[w.activeSet()]);
+    w.LeaveAuto(*arg, w.settings().DefaultMode[w.activeSet()]);
     w.clearAutoThread();
     return;
   }
@@ -231,7 +240,7 @@ void AutoModeThread(std::shared_ptr<AutoSwitchingWorkerArg> arg) {
   if (w.initialised()) w.autoState.store(kAutoEnded, std::memory_order_relaxed);
   if (runsExhausted) {
     log.write(kLogInfo, "Exiting auto mode...\n");
-    w.SetUserMode(w.settings().DefaultMode[w.activeSet()]);
+    w.LeaveAuto(*arg, w.settings().DefaultMode[w.activeSet()]);
   }
   w.clearAutoThread();
   log.write(kLogInfo, "Auto mode thread ended.\n");

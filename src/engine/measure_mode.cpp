@@ -51,8 +51,9 @@ bool ReadSample(AntennaSwitchWorkerObj& worker, int32_t modeIndex, int32_t& samp
 }
 
 // The wait between two attempts; false when a stop or a request cut it short.
-bool WaitBetweenAttempts(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg) {
-  const int64_t steps = WaitSteps(worker.state.RssiCollectInterval());
+bool WaitBetweenAttempts(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
+                         int32_t intervalMs) {
+  const int64_t steps = WaitSteps(intervalMs);
   for (int64_t s = 0; s < steps; ++s) {
     worker.clock().sleep_ms(kLoopStepMs);
     if (StopOrRequestPending(worker, arg)) return false;
@@ -64,8 +65,14 @@ bool WaitBetweenAttempts(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg&
 
 void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
                  SampleBuffers& buffers, int32_t modeIndex, uint32_t& successCount) {
+  MeasureMode(worker, arg, PassParameters::Of(worker), buffers, modeIndex, successCount);
+}
+
+void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
+                 const PassParameters& pass, SampleBuffers& buffers, int32_t modeIndex,
+                 uint32_t& successCount) {
   Log& log = worker.log();
-  const int32_t n = worker.settings().RSSICollectCount[worker.activeSet()];
+  const int32_t n = pass.collectCount;
   const auto rssiRow = buffers.RssiRow(modeIndex, n);
   const auto rateRow = buffers.RateRow(modeIndex, n);
   uint32_t successes = 0;
@@ -97,7 +104,7 @@ void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
       log.write(kLogDetail, "(%.1lfM), ", rate);
       if (successes - 1 < rateRow.size()) rateRow[successes - 1] = rate;
     }
-    if (a < n - 1 && !WaitBetweenAttempts(worker, arg)) {
+    if (a < n - 1 && !WaitBetweenAttempts(worker, arg, pass.collectInterval)) {
       allRan = false;
       break;
     }

@@ -3,12 +3,13 @@
 
 #include <cstdint>
 
+#include "engine/pass_parameters.h"
 #include "engine/sample_buffers.h"
 #include "engine/worker.h"
 
 namespace zaltor::engine {
 
-// Takes up to RSSICollectCount (N, of the config set in force) samples of mode index
+// Takes up to RSSICollectCount (N, of the pass's config set `pass`) samples of mode index
 // `modeIndex`, which the caller has already set on the device, into the mode's rows of
 // `buffers`; `successCount` receives the number of samples that have both an RSSI and a
 // link rate.
@@ -22,7 +23,8 @@ namespace zaltor::engine {
 // stop or re-evaluation request comes. (On the simulated notebook's virtual clock, where
 // time moves only while every thread waits, such retries hold simulated time still until a
 // stop or request arrives from outside.) Between attempts it waits RSSICollectInterval in
-// one-second steps, looking for a stop or a request after each step.
+// one-second steps (RSSICollectInterval of the pass's set), looking for a stop or a request
+// after each step.
 //
 // A stop (keepRunning cleared) or a re-evaluation request ends the measurement early,
 // without the closing "Avg: ..." line; the request is left for the loop to consume. Only
@@ -32,6 +34,11 @@ namespace zaltor::engine {
 // Each successful RSSI read is also recorded as the automatic sweep result that the
 // all-ports sweep reports in automatic mode: antenna p reads port p with its switch in the
 // position that bit p of `modeIndex` gives.
+void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
+                 const PassParameters& pass, SampleBuffers& buffers, int32_t modeIndex,
+                 uint32_t& successCount);
+
+// The same with the parameters of the config set in force now.
 void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
                  SampleBuffers& buffers, int32_t modeIndex, uint32_t& successCount);
 

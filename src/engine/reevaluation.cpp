@@ -1,10 +1,6 @@
-// Requests for a new decision from other threads, and the remembered worker that the WLAN
-// callback acts on.
-#include <atomic>
+#include "engine/reevaluation.h"
 
 #include "engine/loop_hold.h"
-#include "engine/system_events.h"
-#include "engine/worker_threads.h"
 
 namespace zaltor::engine {
 
@@ -12,42 +8,84 @@ namespace {
 std::atomic<AntennaSwitchWorkerObj*> g_remembered{nullptr};
 }  // namespace
 
-AntennaSwitchWorkerObj* RememberedWorker() {
+void Reevaluation::Raise() {
+  LoopHold hold(loopMutex());
+  requested_.store(true, std::memory_order_relaxed);
+}
+
+void Reevaluation::RaiseWithRecompute(const std::function<uint32_t()>& select) {
+  LoopHold hold(loopMutex());
+  requested_.store(true, std::memory_order_relaxed);
+  const uint32_t set = select();
+  const uint64_t active = activeSet_.load(std::memory_order_relaxed);
+  if (set != active) {
+    log_.write(kLogInfo, "CONFIG changed! %u -> %u\n", static_cast<uint32_t>(active), set);
+    changePending_.store(true, std::memory_order_relaxed);
+  } else {
+    // The situation went back to the set in force before anyone took the earlier change
+    // (the lid closed and opened again): that change no longer applies.
+    changePending_.store(false, std::memory_order_relaxed);
+  }
+  pending_.store(set, std::memory_order_relaxed);
+}
+
+bool Reevaluation::Consume() {
+  LoopHold hold(loopMutex());
+  if (!requested_.load(std::memory_order_relaxed)) return false;
+  if (changePending_.load(std::memory_order_relaxed)) {
+    activeSet_.store(pending_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    changePending_.store(false, std::memory_order_relaxed);
+  }
+  requested_.store(false, std::memory_order_relaxed);
+  return true;
+}
+
+bool Reevaluation::Peek() {
+  LoopHold hold(loopMutex());
+  return requested_.load(std::memory_order_relaxed);
+}
+
+void Reevaluation::NewPeriod() {
+  auto fresh = clock_.make_mutex();
+  {
+    std::lock_guard<std::mutex> g(mutexesLock_);
+    current_.store(fresh.get(), std::memory_order_release);
+    mutexes_.push_back(std::move(fresh));
+  }
+  changePending_.store(false, std::memory_order_relaxed);
+  requested_.store(false, std::memory_order_relaxed);
+}
+
+void Reevaluation::SetInForce(uint64_t set) {
+  LoopHold hold(loopMutex());
+  activeSet_.store(set, std::memory_order_relaxed);
+  pending_.store(set, std::memory_order_relaxed);
+}
+
+void Reevaluation::MakePending(uint64_t set) {
+  LoopHold hold(loopMutex());
+  pending_.store(set, std::memory_order_relaxed);
+  changePending_.store(true, std::memory_order_relaxed);
+}
+
+void Reevaluation::Clear() {
+  std::lock_guard<std::mutex> g(mutexesLock_);
+  current_.store(nullptr, std::memory_order_release);
+  mutexes_.clear();
+}
+
+AntennaSwitchWorkerObj* Reevaluation::Remembered() {
   return g_remembered.load(std::memory_order_acquire);
 }
 
-void RememberWorker(AntennaSwitchWorkerObj* worker) {
+void Reevaluation::Remember(AntennaSwitchWorkerObj* worker) {
   if (worker == nullptr) return;
   AntennaSwitchWorkerObj* none = nullptr;
   g_remembered.compare_exchange_strong(none, worker, std::memory_order_acq_rel);
 }
 
-void ForgetRememberedWorker() {
+void Reevaluation::Forget() {
   g_remembered.store(nullptr, std::memory_order_release);
-}
-
-void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute) {
-  LoopHold hold(worker.loopMutex());
-  worker.reevaluateRequested.store(true, std::memory_order_relaxed);
-  if (!recompute) return;
-  const uint32_t set = worker.adapters.SelectConfigSet();
-  const uint64_t active = worker.activeConfigSet();
-  if (set != active) {
-    worker.log().write(kLogInfo, "CONFIG changed! %u -> %u\n", static_cast<uint32_t>(active), set);
-    worker.configChangePending.store(true, std::memory_order_relaxed);
-    worker.pendingConfigSet.store(set, std::memory_order_relaxed);
-  } else {
-    // The situation went back to the set in force before anyone took the earlier change
-    // (the lid closed and opened again): that change no longer applies.
-    worker.configChangePending.store(false, std::memory_order_relaxed);
-    worker.pendingConfigSet.store(set, std::memory_order_relaxed);
-  }
-}
-
-void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute) {
-  if (worker == nullptr) return;
-  RememberWorker(worker);
-  RaiseReevaluationLocked(*worker, recompute);
 }
 
 }  // namespace zaltor::engine

@@ -4,8 +4,8 @@
 //
 // The remembered worker: the WLAN callback acts on the worker that the first
 // RequestReevaluation, the first power-source change or a monitor trigger remembered, not
-// on its registration context. It is process-wide and atomic, since the WLAN service's
-// thread reads it while the event window and monitor threads may set it.
+// on its registration context. Reevaluation keeps it (process-wide and atomic, since the
+// WLAN service's thread reads it while the event window and monitor threads may set it).
 
 #include <cstdint>
 
@@ -15,15 +15,21 @@
 namespace zaltor::engine {
 
 // The remembered worker (null: none yet).
-AntennaSwitchWorkerObj* RememberedWorker();
+inline AntennaSwitchWorkerObj* RememberedWorker() {
+  return Reevaluation::Remembered();
+}
 // Remembers `worker` unless one is remembered already (a null worker is never remembered).
-void RememberWorker(AntennaSwitchWorkerObj* worker);
+inline void RememberWorker(AntennaSwitchWorkerObj* worker) {
+  Reevaluation::Remember(worker);
+}
 // Forgets the remembered worker (tests, and before the worker goes away).
-void ForgetRememberedWorker();
+inline void ForgetRememberedWorker() {
+  Reevaluation::Forget();
+}
 
-// Under the worker's loop mutex: sets reevaluateRequested and, with `recompute`, selects
-// the config set and makes it pending ("CONFIG changed! %u -> %u\n") when it differs from
-// the active one. The selection, with its Bluetooth settle, runs with the mutex held.
+// Under the worker's loop mutex: raises the request and, with `recompute`, selects the
+// config set and makes it pending when it differs from the active one (Reevaluation's
+// RaiseWithRecompute). The selection, with its Bluetooth settle, runs with the mutex held.
 void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute);
 
 // How many event window threads run now (tests wait for theirs to end before the worker

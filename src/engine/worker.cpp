@@ -17,10 +17,12 @@ constexpr const char* kLogFileName = "rflog.txt";
 }  // namespace
 
 AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
-    : sw(state, log_),
+    : sw(state, log_, platform.clock->make_mutex()),
       counters(state, sw, *platform.counters, *platform.clock, log_),
       adapters(state, *platform.devices, *platform.clock, log_),
-      platform_(platform) {}
+      reevaluation(*platform.clock, state.active_config_set, log_),
+      platform_(platform),
+      modeLock_(platform.clock->make_mutex()) {}
 
 AntennaSwitchWorkerObj::~AntennaSwitchWorkerObj() {
   StopAndJoinAutoThreads();
@@ -110,12 +112,26 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
 }
 
 Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
+  platform::MutexHold hold(*modeLock_);
+  return SetUserModeLocked(mode);
+}
+
+Status AntennaSwitchWorkerObj::LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode) {
+  platform::MutexHold hold(*modeLock_);
+  // Only the mode lock's holders clear keepRunning: cleared, the user has chosen since.
+  if (!arg.keepRunning.load(std::memory_order_relaxed)) return SWITCH_OK;
+  return SetUserModeLocked(mode);
+}
+
+Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
   if (!initialised()) return SWITCH_ERR_NOT_READY;
   if (mode < 0 || mode > modeCount()) return SWITCH_ERR_INVALID_MODE;
   if (static_cast<uint32_t>(mode) == userMode()) return SWITCH_OK;
   state.user_mode.store(static_cast<uint32_t>(mode), std::memory_order_relaxed);
 
   if (mode >= 1) {
+    // The stop comes first: a loop that tests keepRunning under the device lock before it
+    // writes then cannot put its mode on the lines after this one.
     {
       std::lock_guard<std::mutex> g(autoLock_);
       if (autoArg_) {
@@ -134,21 +150,12 @@ Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
 }
 
 Status AntennaSwitchWorkerObj::StartAuto() {
+  ReapEndedThreads();
   if (autoThreadRunning()) return SWITCH_OK;
 
   // A new loop mutex per Auto period; the earlier ones stay until teardown.
-  {
-    auto fresh = platform_.clock->make_mutex();
-    std::lock_guard<std::mutex> g(autoLock_);
-    loopMutex_.store(fresh.get(), std::memory_order_release);
-    loopMutexes_.push_back(std::move(fresh));
-  }
-  configChangePending.store(false, std::memory_order_relaxed);
-  reevaluateRequested.store(false, std::memory_order_relaxed);
-
-  const uint32_t set = adapters.SelectConfigSet();
-  state.active_config_set.store(set, std::memory_order_relaxed);
-  pendingConfigSet.store(set, std::memory_order_relaxed);
+  reevaluation.NewPeriod();
+  reevaluation.SetInForce(adapters.SelectConfigSet());
 
   auto arg = std::make_shared<AutoSwitchingWorkerArg>();
   arg->worker = this;
@@ -164,34 +171,38 @@ Status AntennaSwitchWorkerObj::StartAuto() {
   }
 
   autoThread_.store(true, std::memory_order_release);
-  auto autoThread = platform_.clock->start_thread("auto mode", [arg] { AutoModeThread(arg); });
-  auto monitor = platform_.clock->start_thread("monitor", [arg] { MonitorThread(arg); });
-  std::lock_guard<std::mutex> g(autoLock_);
-  threads_.push_back(std::move(autoThread));
-  threads_.push_back(std::move(monitor));
+  StartHeldThread("auto mode", [arg] { AutoModeThread(arg); });
+  StartHeldThread("monitor", [arg] { MonitorThread(arg); });
   return SWITCH_OK;
 }
 
-bool AntennaSwitchWorkerObj::ConsumeReevaluation() {
-  LoopHold hold(loopMutex());
-  if (!reevaluateRequested.load(std::memory_order_relaxed)) return false;
-  if (configChangePending.load(std::memory_order_relaxed)) {
-    state.active_config_set.store(pendingConfigSet.load(std::memory_order_relaxed),
-                                  std::memory_order_relaxed);
-    configChangePending.store(false, std::memory_order_relaxed);
+void AntennaSwitchWorkerObj::StartHeldThread(const char* name, std::function<void()> body) {
+  auto ended = std::make_shared<std::atomic<bool>>(false);
+  auto thread = platform_.clock->start_thread(name, [body = std::move(body), ended] {
+    body();
+    ended->store(true, std::memory_order_release);
+  });
+  std::lock_guard<std::mutex> g(autoLock_);
+  threads_.push_back({std::move(thread), std::move(ended)});
+}
+
+void AntennaSwitchWorkerObj::ReapEndedThreads() {
+  std::vector<HeldThread> ended;
+  {
+    std::lock_guard<std::mutex> g(autoLock_);
+    std::vector<HeldThread> running;
+    for (auto& t : threads_) {
+      (t.ended->load(std::memory_order_acquire) ? ended : running).push_back(std::move(t));
+    }
+    threads_.swap(running);
   }
-  reevaluateRequested.store(false, std::memory_order_relaxed);
-  return true;
+  // Their bodies have returned: each join waits for no more than the thread's exit.
+  for (auto& t : ended) t.thread->join();
 }
 
-bool AntennaSwitchWorkerObj::ReevaluationRequested() {
-  LoopHold hold(loopMutex());
-  return reevaluateRequested.load(std::memory_order_relaxed);
-}
-
-void AntennaSwitchWorkerObj::RaiseReevaluation() {
-  LoopHold hold(loopMutex());
-  reevaluateRequested.store(true, std::memory_order_relaxed);
+size_t AntennaSwitchWorkerObj::heldThreads() {
+  std::lock_guard<std::mutex> g(autoLock_);
+  return threads_.size();
 }
 
 void AntennaSwitchWorkerObj::WriteEvent(uint8_t level, const char* line) {
@@ -199,8 +210,10 @@ void AntennaSwitchWorkerObj::WriteEvent(uint8_t level, const char* line) {
 }
 
 void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {
-  std::vector<std::unique_ptr<platform::Thread>> threads;
+  std::vector<HeldThread> threads;
   {
+    // Not across the joins: an auto thread that leaves Auto takes the mode lock.
+    platform::MutexHold hold(*modeLock_);
     std::lock_guard<std::mutex> g(autoLock_);
     if (autoArg_) {
       autoArg_->keepRunning.store(false, std::memory_order_relaxed);
@@ -208,18 +221,14 @@ void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {
     }
     threads.swap(threads_);
   }
-  for (auto& t : threads) t->join();
+  for (auto& t : threads) t.thread->join();
 }
 
 void AntennaSwitchWorkerObj::Teardown() {
   state.counters.query.reset();
   logFile_.mutex = nullptr;
   logMutex_.reset();
-  {
-    std::lock_guard<std::mutex> g(autoLock_);
-    loopMutex_.store(nullptr, std::memory_order_release);
-    loopMutexes_.clear();
-  }
+  reevaluation.Clear();
   if (state.wlan) {
     state.wlan->register_notification(platform::kWlanSourceNone, nullptr);
     state.wlan.reset();

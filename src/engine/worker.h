@@ -7,12 +7,20 @@
 // Threads that touch it: the service thread (Init, teardown), the control interface's
 // threads (SetUserMode and reads), the auto-mode and monitor threads, the event window
 // thread and the WLAN notification thread. Fields shared without a lock are atomics.
-// loopMutex guards reevaluateRequested, configChangePending, activeConfigSet and
-// pendingConfigSet, and is held only for a flag test or update, never across a
-// measurement or a sleep.
+//
+// Locks, in the order in which they may be taken:
+// - the mode lock: held across the whole of SetUserMode, so that mode changes from the
+//   control interface and from the auto thread (leaving Auto when its run count runs out)
+//   happen one after the other, start and stop of an Auto period included;
+// - the loop mutex (see reevaluation.h): the re-evaluation request, the pending config set
+//   and the active config set index;
+// - the device lock of the switch (see antenna_switch.h): each write sequence on the lines.
+// The mode lock is never held while waiting for a thread that might want it: only threads
+// that have ended are joined under it. All three are mutexes of the platform's clock.
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -20,6 +28,7 @@
 #include <vector>
 
 #include "config/configuration.h"
+#include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
 #include "engine/switch_labels.h"
 #include "platform/adapter_discovery.h"
@@ -85,13 +94,15 @@ class AntennaSwitchWorkerObj {
   // 41 Auto on a build that needs per-antenna RSSI, or the first failing switch's status.
   Status SetUserMode(int32_t mode);
 
-  // Takes loopMutex; when a re-evaluation is requested, consumes it (a pending config set
-  // becomes active) and returns true.
-  bool ConsumeReevaluation();
-  // Takes loopMutex and tells whether a re-evaluation is requested, without consuming it.
-  bool ReevaluationRequested();
-  // Sets reevaluateRequested under loopMutex.
-  void RaiseReevaluation();
+  // The auto thread of the period `arg` leaves Auto for `mode` (its run count ran out, or
+  // its buffers could not be had): SetUserMode(mode), unless the period was stopped already
+  // (the user's later choice stands), under the same mode lock.
+  Status LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode);
+
+  // The re-evaluation request (see reevaluation.h): consume, peek, raise.
+  bool ConsumeReevaluation() { return reevaluation.Consume(); }
+  bool ReevaluationRequested() { return reevaluation.Peek(); }
+  void RaiseReevaluation() { reevaluation.Raise(); }
 
   // Writes one finished line straight to the service's log-entry operation (the event
   // log), without line assembly and without the log file. Dropped before Init.
@@ -107,6 +118,11 @@ class AntennaSwitchWorkerObj {
   // Stops the Auto threads of the current period and waits for every thread the worker
   // started except the detached event window thread (tests and orderly shutdown).
   void StopAndJoinAutoThreads();
+
+  // How many Auto threads the worker holds (running, or ended and not yet joined). Ended
+  // threads are joined at the next start of Auto mode and by StopAndJoinAutoThreads, so
+  // that switching between fixed modes and Auto does not pile them up.
+  size_t heldThreads();
 
   // --- Read access (control interface, loops).
   bool initialised() const { return state.ready.load(std::memory_order_relaxed); }
@@ -131,9 +147,6 @@ class AntennaSwitchWorkerObj {
   config::Configuration config;
   std::atomic<bool> rssiPaRequested{false};
   std::atomic<uint32_t> autoState{kAutoEnded};
-  std::atomic<uint64_t> pendingConfigSet{0};
-  std::atomic<bool> configChangePending{false};
-  std::atomic<bool> reevaluateRequested{false};
   std::atomic<uint32_t> powerSource{0};
   RssiHistory rssiHistory;  // the auto-mode thread's only
   SwitchLabels labels = DefaultSwitchLabels();
@@ -144,9 +157,9 @@ class AntennaSwitchWorkerObj {
   platform::SignalCounters counters;
   platform::AdapterDiscovery adapters;
 
-  // loopMutex: a new one is made at every start of Auto mode; earlier ones are kept (not
-  // closed) until teardown, since threads of an earlier period may still use them.
-  platform::Mutex* loopMutex() const { return loopMutex_.load(std::memory_order_acquire); }
+  // The request flag, the pending config set, the loop mutex of the current Auto period.
+  Reevaluation reevaluation;
+  platform::Mutex* loopMutex() const { return reevaluation.loopMutex(); }
 
   // The auto-mode thread: non-null while it runs (autoThread); it clears it when it ends.
   bool autoThreadRunning() const { return autoThread_.load(std::memory_order_acquire); }
@@ -154,7 +167,16 @@ class AntennaSwitchWorkerObj {
 
  private:
   friend class WorkerTestAccess;
+  // A thread of an Auto period and whether its body has returned.
+  struct HeldThread {
+    std::unique_ptr<platform::Thread> thread;
+    std::shared_ptr<std::atomic<bool>> ended;
+  };
+  Status SetUserModeLocked(int32_t mode);
   Status StartAuto();
+  void StartHeldThread(const char* name, std::function<void()> body);
+  // Joins the held threads whose bodies have returned (no wait on a running one).
+  void ReapEndedThreads();
 
   platform::Platform& platform_;
   log::LogContext logContext_;
@@ -163,14 +185,13 @@ class AntennaSwitchWorkerObj {
   std::unique_ptr<platform::Mutex> logMutex_;
   std::unique_ptr<platform::BoardIdentification> board_;
 
-  std::atomic<platform::Mutex*> loopMutex_{nullptr};
-  std::vector<std::unique_ptr<platform::Mutex>> loopMutexes_;
+  std::unique_ptr<platform::Mutex> modeLock_;
 
-  std::mutex
-      autoLock_;  // guards autoArg_ and threads_: plain bookkeeping, never held across a wait
+  // Guards autoArg_ and threads_: plain bookkeeping, never held across a wait.
+  std::mutex autoLock_;
   std::shared_ptr<AutoSwitchingWorkerArg> autoArg_;
   std::atomic<bool> autoThread_{false};
-  std::vector<std::unique_ptr<platform::Thread>> threads_;
+  std::vector<HeldThread> threads_;
 };
 
 }  // namespace zaltor::engine

@@ -1,6 +1,7 @@
 #include "platform/antenna_switch.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace zaltor::platform {
 namespace {
@@ -28,7 +29,22 @@ bool LineMatches(int32_t table_value, int32_t level) {
   return (table_value == 0 || table_value == 1) && table_value == level;
 }
 
+// The device lock of a switch built without a clock.
+class PlainRecursiveMutex final : public Mutex {
+ public:
+  void lock() override { m_.lock(); }
+  void unlock() override { m_.unlock(); }
+
+ private:
+  std::recursive_mutex m_;
+};
+
 }  // namespace
+
+AntennaSwitch::AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> deviceLock)
+    : state_(state),
+      log_(log),
+      deviceLock_(deviceLock ? std::move(deviceLock) : std::make_unique<PlainRecursiveMutex>()) {}
 
 std::vector<uint8_t> EncodeStatusRequest() {
   return Request("DSTS", 4);
@@ -90,6 +106,11 @@ Status AntennaSwitch::GetControlBit(int32_t id, int32_t& level, int32_t offset) 
 }
 
 Status AntennaSwitch::SetControlBit(int32_t id, int32_t level, int32_t offset) {
+  MutexHold hold(*deviceLock_);
+  return SetControlBitLocked(id, level, offset);
+}
+
+Status AntennaSwitch::SetControlBitLocked(int32_t id, int32_t level, int32_t offset) {
   uint32_t word = 0;
   if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   const int32_t count = static_cast<int32_t>((word >> 8) & 0xFF);
@@ -130,6 +151,11 @@ Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
 }
 
 Status AntennaSwitch::SetSwitchPosition(int32_t sw, int32_t position) {
+  MutexHold hold(*deviceLock_);
+  return SetSwitchPositionLocked(sw, position);
+}
+
+Status AntennaSwitch::SetSwitchPositionLocked(int32_t sw, int32_t position) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
   if (sw < 0 || sw >= SwitchLimit()) return SWITCH_ERR_INDEX;
   if (position < 0 || position >= kPositionCount) return SWITCH_ERR_INVALID_POSITION;
@@ -141,13 +167,26 @@ Status AntennaSwitch::SetSwitchPosition(int32_t sw, int32_t position) {
   const int32_t offsets[2] = {kLineX, kLineY};
   for (size_t line = 0; line < 2; ++line) {
     if (xy[line] != 0 && xy[line] != 1) continue;  // not driven
-    const Status s = SetControlBit(id, xy[line], offsets[line]);
+    const Status s = SetControlBitLocked(id, xy[line], offsets[line]);
     if (first == SWITCH_OK) first = s;
   }
   return first;
 }
 
 void AntennaSwitch::SetMode(int32_t mode, std::array<Status, kMaxPorts>& results) {
+  MutexHold hold(*deviceLock_);
+  SetModeLocked(mode, results);
+}
+
+bool AntennaSwitch::SetModeIf(const std::function<bool()>& wanted, int32_t mode,
+                              std::array<Status, kMaxPorts>& results) {
+  MutexHold hold(*deviceLock_);
+  if (!wanted()) return false;
+  SetModeLocked(mode, results);
+  return true;
+}
+
+void AntennaSwitch::SetModeLocked(int32_t mode, std::array<Status, kMaxPorts>& results) {
   if (!state_.ready.load(std::memory_order_relaxed)) {
     results.fill(SWITCH_ERR_NOT_READY);
     return;
@@ -162,7 +201,7 @@ void AntennaSwitch::SetMode(int32_t mode, std::array<Status, kMaxPorts>& results
   const int32_t n = SwitchLimit();
   for (int32_t i = 0; i < n; ++i) {
     results[static_cast<size_t>(i)] =
-        SetSwitchPosition(i, static_cast<int32_t>((pattern >> i) & 1u));
+        SetSwitchPositionLocked(i, static_cast<int32_t>((pattern >> i) & 1u));
   }
 }
 

@@ -29,12 +29,20 @@
 // switch number before it is ready. The switch and mode operations (GetSwitchPosition,
 // SetSwitchPosition, SetMode, GetCurrentMode) return 2 until the worker is ready.
 //
-// No operation takes a lock: each request is self-contained; callers serialise mode changes.
+// The device lock: every write sequence (SetControlBit's read, write and read-back,
+// SetSwitchPosition's two lines, SetMode's switches) runs under one lock of the switch, so
+// that writers from the control interface, the auto loop and the worker's mode changes never
+// interleave their read-modify-write steps (an interleaving loses line updates and ends in 7).
+// The lock is recursive, as the sequences nest. Reads take no lock: a reader may see a switch
+// half-way between positions (mode 99) while a write is under way.
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/device_state.h"
 #include "platform/log.h"
 #include "platform/status.h"
@@ -60,7 +68,10 @@ Status OpenControlDevice(ControlDevice& devices, DeviceState& state, Log& log);
 
 class AntennaSwitch {
  public:
-  AntennaSwitch(DeviceState& state, Log& log) : state_(state), log_(log) {}
+  // `deviceLock` comes from the clock that the callers' threads wait on (make_mutex), so
+  // that a wait for it takes part in a virtual clock's schedule; without one (tests of the
+  // device logic alone) the switch uses a plain recursive mutex.
+  AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> deviceLock = nullptr);
 
   // The raw status word ("DSTS"): 0, or 4 when the device is not open or the request failed.
   Status ReadStatusWord(uint32_t& word);
@@ -83,6 +94,12 @@ class AntennaSwitch {
   // beyond SwitchCount are left alone). A mode outside 1..ModeCount logs
   // "Invalid Mode: %d.\n" (level 2) and sets every slot to 28; not ready sets every slot to 2.
   void SetMode(int32_t mode, std::array<Status, kMaxPorts>& results);
+  // SetMode only if `wanted` still holds once the device lock is taken: false (nothing
+  // written, `results` untouched) when it does not. A writer that may have been overtaken
+  // (the auto loop, once the user chose a fixed mode) tests its stop flag here, so that its
+  // write can never land after the one that overtook it.
+  bool SetModeIf(const std::function<bool()>& wanted, int32_t mode,
+                 std::array<Status, kMaxPorts>& results);
 
   // The mode the switches stand in: 1 + sum(position_i << i). SwitchCount 0 reads as 1.
   // A switch in "Off" logs "No valid mode for %s OFF.\n" (level 3, port name) and a switch
@@ -94,9 +111,13 @@ class AntennaSwitch {
   // One request; false when the device is not open or the request failed.
   bool Transact(const std::vector<uint8_t>& request, uint32_t& result);
   int32_t SwitchLimit() const;
+  Status SetControlBitLocked(int32_t id, int32_t level, int32_t offset);
+  Status SetSwitchPositionLocked(int32_t sw, int32_t position);
+  void SetModeLocked(int32_t mode, std::array<Status, kMaxPorts>& results);
 
   DeviceState& state_;
   Log& log_;
+  std::unique_ptr<Mutex> deviceLock_;
 };
 
 }  // namespace zaltor::platform

@@ -1,5 +1,6 @@
 #include "engine/auto_harness.h"
 
+#include <cstring>
 #include <filesystem>
 #include <random>
 #include <regex>
@@ -153,6 +154,39 @@ class ScriptedQuery final : public platform::CounterQuery {
   platform::CounterId linkSpeed_ = 0;
 };
 
+class ScriptedDeviceHandle final : public platform::ControlDeviceHandle {
+ public:
+  ScriptedDeviceHandle(std::unique_ptr<platform::ControlDeviceHandle> inner, ScriptedDevice& owner)
+      : inner_(std::move(inner)), owner_(owner) {}
+  bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
+                  uint32_t out_capacity, uint32_t& returned) override {
+    // The value this thread wrote last and has not yet read back.
+    thread_local bool checkPending = false;
+    thread_local uint32_t written = 0;
+    const bool write = in_len >= 16 && std::memcmp(in, "DEVS", 4) == 0;
+    if (write) {
+      ++owner_.writes;
+      if (owner_.beforeWrite) owner_.beforeWrite();
+    }
+    const bool ok = inner_->io_control(code, in, in_len, out, out_capacity, returned);
+    if (write) {
+      checkPending = ok;
+      written = ReadU32(in + 12);
+    } else if (checkPending && in_len >= 4 && std::memcmp(in, "DSTS", 4) == 0) {
+      checkPending = false;
+      if (ok && returned >= 4 && ReadU32(out) != written) ++owner_.verifyMismatches;
+    }
+    return ok;
+  }
+
+ private:
+  static uint32_t ReadU32(const uint8_t* p) {
+    return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
+  }
+  std::unique_ptr<platform::ControlDeviceHandle> inner_;
+  ScriptedDevice& owner_;
+};
+
 // A new directory of its own under the system's temporary directory.
 std::string MakeTempDir() {
   std::random_device random;
@@ -241,6 +275,13 @@ std::string ConfIni(const Keys& keys, const std::string& extraSections, const st
   return text;
 }
 
+std::unique_ptr<platform::ControlDeviceHandle> ScriptedDevice::open(const std::string& path,
+                                                                    uint32_t& error) {
+  auto inner = inner_.open(path, error);
+  if (!inner) return nullptr;
+  return std::make_unique<ScriptedDeviceHandle>(std::move(inner), *this);
+}
+
 std::unique_ptr<platform::CounterQuery> ScriptedCounters::open_query(uint32_t& error) {
   auto inner = inner_.open_query(error);
   if (!inner) return nullptr;
@@ -266,12 +307,15 @@ AutoHarness::AutoHarness(HarnessOptions options) : dir_(MakeTempDir()) {
   notebook_->clock().attach_current_thread();
 
   scripted_ = std::make_unique<ScriptedCounters>(notebook_->counters());
+  device_ = std::make_unique<ScriptedDevice>(notebook_->control_device());
   writer_ = std::make_unique<RecordingWriter>(notebook_->clock(), options.keepLog);
   consoleFlag_.store(options.consoleMode);
 
   platform_.clock = &notebook_->clock();
   platform_.console = console_.get();
-  platform_.control_device = &notebook_->control_device();
+  platform_.control_device = options.scriptedDevice
+                                 ? static_cast<platform::ControlDevice*>(device_.get())
+                                 : &notebook_->control_device();
   platform_.board = &notebook_->board();
   platform_.devices = &notebook_->devices();
   platform_.wlan = &notebook_->wlan();

@@ -99,12 +99,31 @@ class ScriptedCounters final : public platform::Counters {
   platform::Counters& inner_;
 };
 
+// A control device that passes every request to the notebook's. It counts the control
+// writes and those whose read-back by the same thread differs from the value written
+// (another writer came between the write and its check: the write ends in 7), and can call
+// a hook before each control write (to act while a write sequence is under way).
+class ScriptedDevice final : public platform::ControlDevice {
+ public:
+  explicit ScriptedDevice(platform::ControlDevice& inner) : inner_(inner) {}
+  std::unique_ptr<platform::ControlDeviceHandle> open(const std::string& path,
+                                                      uint32_t& error) override;
+
+  std::atomic<int> writes{0};
+  std::atomic<int> verifyMismatches{0};
+  std::function<void()> beforeWrite;  // set before the worker starts
+
+ private:
+  platform::ControlDevice& inner_;
+};
+
 struct HarnessOptions {
   Keys keys;                         // over BaseKeys
   std::string extraSections;         // appended to the configuration file
   std::string scenarioPatch = "{}";  // JSON merge patch over the test notebook
   bool consoleMode = false;
   bool scriptedCounters = false;  // put ScriptedCounters between the worker and the notebook
+  bool scriptedDevice = false;    // put ScriptedDevice between the worker and the notebook
   std::string gpio;               // the switch mapping section; empty: TwoSwitchGpio()
   bool keepLog = true;            // false: only the "Sleep: " lines are counted
   bool startNotebook = false;     // run the notebook's timeline and WLAN service
@@ -126,6 +145,7 @@ class AutoHarness {
   platform::sim::SimNotebook& notebook() { return *notebook_; }
   platform::Clock& clock() { return notebook_->clock(); }
   ScriptedCounters& scripted() { return *scripted_; }
+  ScriptedDevice& device() { return *device_; }
   const std::string& dir() const { return dir_; }
 
   // Lets the worker's threads run for `ms` of virtual time.
@@ -165,6 +185,7 @@ class AutoHarness {
   std::unique_ptr<Console> console_;
   std::unique_ptr<platform::sim::SimNotebook> notebook_;
   std::unique_ptr<ScriptedCounters> scripted_;
+  std::unique_ptr<ScriptedDevice> device_;
   std::unique_ptr<RecordingWriter> writer_;
   log::LineBuffer lines_;
   std::atomic<bool> consoleFlag_{false};

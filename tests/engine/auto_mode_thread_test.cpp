@@ -147,11 +147,7 @@ TEST(AutoModeLoop, ConfigSetChangeDoesNotAlterTheBaseSleepOfARunningThread) {
 
   // What the event handling does when the lid closes: a pending set and a request.
   const int64_t asked = h.clock().now_ms();
-  {
-    platform::MutexHold hold(*h.worker().loopMutex());
-    h.worker().pendingConfigSet = 3;
-    h.worker().configChangePending = true;
-  }
+  h.worker().reevaluation.MakePending(3);
   h.worker().RaiseReevaluation();
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 3; }, kLimitMs));
 

@@ -60,7 +60,7 @@ TEST(EventsLid, ClosingAndOpeningBeforeTheRequestIsTakenKeepsTheBandSet) {
   ASSERT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
   nb.Patch(R"({"lid": {"open": true}})");
   nb.Sleep(100);
-  EXPECT_FALSE(nb.worker().configChangePending.load());
+  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "the lid is open again: no lid-closed set";
 }
@@ -155,7 +155,7 @@ TEST(EventsWlan, DisconnectionAsksForADecisionWithoutRecomputing) {
   EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_disconnected\n"), std::string::npos);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().configChangePending.load());
+  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
 }
 
 TEST(EventsWlan, AdapterRemovalAsksForADecisionOtherSourcesAndCodesAreIgnored) {
@@ -226,7 +226,7 @@ TEST(EventsPower, ChangedValueAsksForADecisionWithoutRecomputingTheSet) {
   EXPECT_EQ(nb.worker().powerSource.load(), 1u);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().configChangePending.load());
+  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   EXPECT_EQ(RememberedWorker(), &nb.worker()) << "the first power change remembers the worker";
 }
 
@@ -236,14 +236,14 @@ TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) 
   const size_t before = nb.LogCount("CONFIG changed!");
   RequestReevaluation(&nb.worker(), true);  // still set 1
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().configChangePending.load());
+  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   EXPECT_TRUE(nb.worker().ConsumeReevaluation());
 
   nb.worker().state.lid_open.store(false);
   RequestReevaluation(&nb.worker(), true);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
-  EXPECT_TRUE(nb.worker().configChangePending.load());
-  EXPECT_EQ(nb.worker().pendingConfigSet.load(), 3u);
+  EXPECT_TRUE(nb.worker().reevaluation.configChangePending());
+  EXPECT_EQ(nb.worker().reevaluation.pendingConfigSet(), 3u);
   RequestReevaluation(nullptr, true);  // nothing happens for an empty worker
 }
 

@@ -201,13 +201,12 @@ TEST(MonitorSleep, PendingRequestIsConsumedWhileSleepingWithItsConfigSet) {
   ASSERT_EQ(nb.Init(), 0);
   MonitorRun monitor(nb);
   nb.SleepUntil(2000);
-  nb.worker().pendingConfigSet.store(3);
-  nb.worker().configChangePending.store(true);
+  nb.worker().reevaluation.MakePending(3);
   nb.worker().RaiseReevaluation();
   nb.SleepUntil(3500);  // the next one-second step (at 3010) consumes it
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
-  EXPECT_FALSE(nb.worker().configChangePending.load());
+  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
 }
 
 TEST(MonitorSleep, StopIsSeenWithinOneStep) {

@@ -1,10 +1,13 @@
 // The device logic is called from the RPC, automatic-mode, monitor and event threads at
-// once without a lock of its own. This runs such a mix (under ThreadSanitizer in the tsan
-// build) over a firmware that, like the real device, handles one request at a time. Mode
-// changes come from one thread, as the callers serialise them; readers may see a switch
-// half-way between positions, which reads as mode 99 and never fails.
+// once. This runs such a mix (under ThreadSanitizer in the tsan build) over a firmware that,
+// like the real device, handles one request at a time. Readers may see a switch half-way
+// between positions, which reads as mode 99 and never fails; writers from several threads
+// are serialised by the switch's device lock, so no write sequence loses another's line or
+// ends in 7.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
 #include <mutex>
 #include <thread>
 
@@ -26,8 +29,14 @@ class SerialHandle final : public ControlDeviceHandle {
   explicit SerialHandle(FakeFirmware& fw) : inner_(fw) {}
   bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
                   uint32_t out_capacity, uint32_t& returned) override {
-    std::lock_guard<std::mutex> g(m_);
-    return inner_.io_control(code, in, in_len, out, out_capacity, returned);
+    bool ok = false;
+    {
+      std::lock_guard<std::mutex> g(m_);
+      ok = inner_.io_control(code, in, in_len, out, out_capacity, returned);
+    }
+    // Between two requests another thread may come in, as on the real device.
+    std::this_thread::yield();
+    return ok;
   }
 
  private:
@@ -79,6 +88,76 @@ TEST(SwitchConcurrency, ModesAndReadsFromSeveralThreads) {
   // Afterwards the switches stand in one of the modes, and it reads back as itself.
   std::array<Status, kMaxPorts> results{};
   sw.SetMode(2, results);
+  int32_t mode = 0;
+  EXPECT_EQ(sw.GetCurrentMode(mode), SWITCH_OK);
+  EXPECT_EQ(mode, 2);
+}
+
+TEST(SwitchConcurrency, WritersOnSeveralThreadsNeitherLoseLinesNorEndIn7) {
+  FakeFirmware fw;
+  DeviceState state;
+  state.device = std::make_unique<SerialHandle>(fw);
+  state.ready = true;
+  state.switch_count = 2;
+  state.mode_count = 4;
+  RecordingLog log;
+  AntennaSwitch sw(state, log);
+
+  std::atomic<int> bad{0};
+  auto modes = [&](int first) {
+    for (int i = 0; i < 300; ++i) {
+      std::array<Status, kMaxPorts> results{};
+      sw.SetMode(1 + (first + i) % 4, results);
+      for (Status s : results) {
+        if (s != SWITCH_OK) ++bad;
+      }
+    }
+  };
+  auto positions = [&](int sw_index) {
+    for (int i = 0; i < 300; ++i) {
+      if (sw.SetSwitchPosition(sw_index, i % 2) != SWITCH_OK) ++bad;
+    }
+  };
+  auto lines = [&] {
+    for (int i = 0; i < 300; ++i) {
+      if (sw.SetControlBit(i % 2, i % 3 == 0 ? 1 : 0, (i % 4) < 2 ? kLineX : kLineY) != SWITCH_OK) {
+        ++bad;
+      }
+    }
+  };
+  std::thread a(modes, 0), b(modes, 1), c(positions, 0), d(positions, 1), e(lines);
+  a.join();
+  b.join();
+  c.join();
+  d.join();
+  e.join();
+  EXPECT_EQ(bad.load(), 0) << "every write read back what it wrote";
+
+  std::array<Status, kMaxPorts> results{};
+  sw.SetMode(3, results);
+  int32_t mode = 0;
+  EXPECT_EQ(sw.GetCurrentMode(mode), SWITCH_OK);
+  EXPECT_EQ(mode, 3);
+}
+
+TEST(SwitchConcurrency, ConditionalModeWritesNothingOnceItsConditionFails) {
+  FakeFirmware fw;
+  DeviceState state;
+  state.device = std::make_unique<FakeDeviceHandle>(fw);
+  state.ready = true;
+  state.switch_count = 2;
+  state.mode_count = 4;
+  RecordingLog log;
+  AntennaSwitch sw(state, log);
+
+  std::array<Status, kMaxPorts> results{};
+  results.fill(99);
+  EXPECT_FALSE(sw.SetModeIf([] { return false; }, 2, results));
+  EXPECT_EQ(fw.control_requests(), 0u);
+  EXPECT_EQ(results[0], 99u) << "the results are left alone";
+  EXPECT_TRUE(sw.SetModeIf([] { return true; }, 2, results));
+  EXPECT_EQ(results[0], SWITCH_OK);
+  EXPECT_EQ(results[1], SWITCH_OK);
   int32_t mode = 0;
   EXPECT_EQ(sw.GetCurrentMode(mode), SWITCH_OK);
   EXPECT_EQ(mode, 2);

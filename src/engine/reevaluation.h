@@ -1,0 +1,88 @@
+#pragma once
+// The re-evaluation protocol: how the monitor, the event handlers and the WLAN callback ask
+// the auto loop to abandon its cycle and decide again, and how a config set computed by the
+// event handling comes into force.
+//
+// It owns the request flag, the pending config set with its change flag, the loop mutex
+// that guards them and the active config set index, and the worker that the WLAN callback
+// acts on. The rules, each in one place:
+// - Raise: set the request.
+// - RaiseWithRecompute: set the request and compute the config set, with the loop mutex held
+//   (the computation's Bluetooth settle included); a set other than the active one is logged
+//   ("CONFIG changed! %u -> %u\n") and made pending, the active one again withdraws an
+//   earlier pending change.
+// - Consume: whoever finds the request set takes it; a pending set becomes active.
+// - Peek: look at the request without taking it (the measurement leaves it for the loop).
+// - NewPeriod: every start of Auto mode makes a new loop mutex and clears both flags; the
+//   earlier mutexes stay until Clear, since threads of an earlier period may still hold one.
+// - Remember: the first worker remembered stays; the WLAN callback acts on it.
+//
+// The loop mutex is held only for a flag test or update (and the computation above), never
+// across a measurement, a switch or a sleep. Before the first Auto period there is no loop
+// mutex and the flags are updated without one. Lock order: a thread that holds the worker's
+// mode lock may take the loop mutex, never the other way round.
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace zaltor::engine {
+
+class AntennaSwitchWorkerObj;
+
+class Reevaluation {
+ public:
+  // `activeSet` is the worker's index of the config set in force (the device logic reads it
+  // too); `log` takes the "CONFIG changed!" line.
+  Reevaluation(platform::Clock& clock, std::atomic<uint64_t>& activeSet, Log& log)
+      : clock_(clock), activeSet_(activeSet), log_(log) {}
+  Reevaluation(const Reevaluation&) = delete;
+  Reevaluation& operator=(const Reevaluation&) = delete;
+
+  void Raise();
+  // `select` gives the config set for the present situation; it runs with the mutex held.
+  void RaiseWithRecompute(const std::function<uint32_t()>& select);
+  // True when a request was taken (a pending set became active).
+  bool Consume();
+  bool Peek();
+
+  // A new Auto period: a fresh loop mutex, both flags cleared.
+  void NewPeriod();
+  // The config set selected at the start of a period: in force and pending.
+  void SetInForce(uint64_t set);
+  // Makes `set` pending without a request and without a log line (what the event handling
+  // leaves behind, for tests).
+  void MakePending(uint64_t set);
+
+  uint64_t pendingConfigSet() const { return pending_.load(std::memory_order_relaxed); }
+  bool configChangePending() const { return changePending_.load(std::memory_order_relaxed); }
+  // The loop mutex of the current period (null before the first one).
+  platform::Mutex* loopMutex() const { return current_.load(std::memory_order_acquire); }
+  // Teardown: every loop mutex goes (no thread of any period runs any more).
+  void Clear();
+
+  // The worker that the WLAN callback acts on: the first one remembered (null: none yet;
+  // a null worker is never remembered). Process-wide, as the callback has no context.
+  static AntennaSwitchWorkerObj* Remembered();
+  static void Remember(AntennaSwitchWorkerObj* worker);
+  static void Forget();
+
+ private:
+  platform::Clock& clock_;
+  std::atomic<uint64_t>& activeSet_;
+  Log& log_;
+  std::atomic<uint64_t> pending_{0};
+  std::atomic<bool> changePending_{false};
+  std::atomic<bool> requested_{false};
+  std::atomic<platform::Mutex*> current_{nullptr};
+  std::mutex mutexesLock_;  // guards mutexes_: bookkeeping only, never held across a wait
+  std::vector<std::unique_ptr<platform::Mutex>> mutexes_;
+};
+
+}  // namespace zaltor::engine

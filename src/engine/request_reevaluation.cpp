@@ -1,0 +1,21 @@
+// Requests for a new decision from the event handlers and the WLAN callback.
+#include "engine/system_events.h"
+#include "engine/worker_threads.h"
+
+namespace zaltor::engine {
+
+void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute) {
+  if (!recompute) {
+    worker.reevaluation.Raise();
+    return;
+  }
+  worker.reevaluation.RaiseWithRecompute([&worker] { return worker.adapters.SelectConfigSet(); });
+}
+
+void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute) {
+  if (worker == nullptr) return;
+  Reevaluation::Remember(worker);
+  RaiseReevaluationLocked(*worker, recompute);
+}
+
+}  // namespace zaltor::engine

@@ -1,0 +1,171 @@
+// Mode changes that meet each other, in virtual time: a fixed mode while Auto is starting,
+// Auto twice around it, the user's fixed mode while the loop is inside a write, Auto toggled
+// many times, and a config set brought into force by the monitor in the middle of a pass.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "engine/auto_harness.h"
+
+namespace zaltor::engine::autotest {
+namespace {
+
+// Virtual time that every test below gives the loop to reach a state.
+constexpr int64_t kLimitMs = 120000;
+
+// The Auto start's config set selection waits 2000 ms for Bluetooth to settle when a device
+// change is pending: a window in which other requests arrive.
+void MakeTheNextAutoStartSettle(AutoHarness& h) {
+  h.worker().state.device_change_pending.store(true);
+}
+
+TEST(ModeChangeRaces, FixedModeWhileAutoIsStartingLeavesNoLoopRunning) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  MakeTheNextAutoStartSettle(h);
+  std::atomic<uint32_t> fixed{99};
+  auto user = h.After(500, [&] { fixed = h.worker().SetUserMode(3); });
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  user->join();
+  EXPECT_EQ(fixed.load(), 0u);
+  EXPECT_EQ(h.worker().userMode(), 3u);
+  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 3000))
+      << "the loop that the start began was stopped by the fixed mode";
+  h.RunFor(60000);
+  EXPECT_TRUE(h.Sleeps().empty()) << "no evaluation ran under the fixed mode";
+  EXPECT_EQ(h.notebook().mode(), 3);
+}
+
+TEST(ModeChangeRaces, AutoAgainAfterAFixedModeDuringTheStartStartsNoSecondPeriod) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  MakeTheNextAutoStartSettle(h);
+  auto fixedMode = h.After(500, [&] { h.worker().SetUserMode(3); });
+  auto autoAgain = h.After(1000, [&] { h.worker().SetUserMode(0); });
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  fixedMode->join();
+  autoAgain->join();
+  EXPECT_LE(WorkerTestAccess::ThreadsStarted(h.worker()), 2u)
+      << "one auto loop and one monitor at most";
+  h.worker().StopAndJoinAutoThreads();
+  EXPECT_LE(h.Count(kLogInfo, "Auto mode thread ended.\n"), 1);
+}
+
+TEST(ModeChangeRaces, UsersFixedModeIsTheLastOnTheLinesWhenTheLoopIsInsideAWrite) {
+  HarnessOptions o;
+  o.scriptedDevice = true;
+  AutoHarness h(o);
+  std::atomic<bool> armed{false};
+  std::atomic<bool> userStarted{false};
+  std::atomic<uint32_t> result{99};
+  std::unique_ptr<platform::Thread> user;
+  h.device().beforeWrite = [&] {
+    if (!armed.exchange(false)) return;
+    // The loop is inside a write sequence: the user's fixed mode arrives now, while the
+    // write takes its time.
+    user = h.After(0, [&] { result = h.worker().SetUserMode(4); });
+    userStarted = true;
+    h.clock().sleep_ms(50);
+  };
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, kLimitMs));
+  ASSERT_NE(h.notebook().mode(), 1) << "the next pass switches to mode 1 first";
+  armed = true;
+  h.worker().RaiseReevaluation();
+  ASSERT_TRUE(h.RunUntil([&] { return userStarted.load(); }, 5000));
+  user->join();
+  EXPECT_EQ(result.load(), 0u);
+  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 5000));
+  h.RunFor(30000);
+  EXPECT_EQ(h.notebook().mode(), 4) << "nothing of the stopped loop lands after the user's mode";
+  EXPECT_EQ(h.device().verifyMismatches.load(), 0);
+}
+
+TEST(ModeChangeRaces, TogglingBetweenFixedModesAndAutoHoldsFewThreads) {
+  HarnessOptions o;
+  o.keepLog = false;
+  AutoHarness h(o);
+  ASSERT_EQ(h.Init(), 0);
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+    h.RunFor(1500);
+    ASSERT_EQ(h.worker().SetUserMode(1 + i % 4), 0u);
+    h.RunFor(1500);  // the stopped threads see their flag within a second
+    ASSERT_LE(WorkerTestAccess::ThreadsStarted(h.worker()), 4u) << "after " << i + 1 << " periods";
+  }
+  h.worker().StopAndJoinAutoThreads();
+  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
+}
+
+TEST(ModeChangeRaces, LeavingAutoAfterTheUsersChoiceLeavesTheUsersMode) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  const auto period = WorkerTestAccess::AutoArg(h.worker());
+  ASSERT_NE(period, nullptr);
+  ASSERT_EQ(h.worker().SetUserMode(3), 0u);
+  // The period's auto thread, its run count just run out, leaves Auto late.
+  EXPECT_EQ(h.worker().LeaveAuto(*period, 1), 0u);
+  EXPECT_EQ(h.worker().userMode(), 3u);
+  EXPECT_EQ(h.notebook().mode(), 3);
+}
+
+TEST(ModeChangeRaces, LeavingAutoOfTheRunningPeriodSetsTheMode) {
+  AutoHarness h;
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  const auto period = WorkerTestAccess::AutoArg(h.worker());
+  ASSERT_NE(period, nullptr);
+  EXPECT_EQ(h.worker().LeaveAuto(*period, 2), 0u);
+  EXPECT_EQ(h.worker().userMode(), 2u);
+  EXPECT_EQ(h.notebook().mode(), 2);
+  EXPECT_FALSE(period->keepRunning.load()) << "the period is stopped";
+}
+
+// The text of the n-th (from 0) "Avg RSSI: " line, or empty.
+std::string AvgLine(const AutoHarness& h, size_t n) {
+  for (const auto& e : h.Entries()) {
+    const auto at = e.line.find("Avg RSSI: ");
+    if (at == std::string::npos) continue;
+    if (n-- == 0) return e.line.substr(at, e.line.find('\n', at) - at);
+  }
+  return "";
+}
+
+TEST(ModeChangeRaces, ASetBroughtIntoForceMidPassLeavesThePassOnItsOwnSet) {
+  HarnessOptions o;
+  o.scriptedCounters = true;
+  o.keys = {{"RSSICollectCount", "2"}};
+  // The lid-closed set takes twice as many samples: its rows lie further apart.
+  o.extraSections = "\n[Settings.AB12.3]\nRSSICollectCount=4\n";
+  o.scenarioPatch = R"({"radio":{"rssi":[{"Main":-55,"Div":-62},{"Main":-70,"Div":-58}]}})";
+  AutoHarness h(o);
+  std::atomic<bool> armed{false};
+  h.scripted().onCollect = [&](int) {
+    if (h.worker().autoState.load() != kAutoMeasuring || !armed.exchange(false)) return;
+    // What the monitor does when it takes a request with the lid-closed set pending between
+    // two of the loop's looks at the request: the set is in force, no request is left.
+    h.worker().state.active_config_set.store(3);
+  };
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, kLimitMs));
+  const std::string first = AvgLine(h, 0);
+  ASSERT_FALSE(first.empty());
+  armed = true;
+  h.worker().RaiseReevaluation();
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 2; }, kLimitMs));
+  EXPECT_FALSE(armed.load()) << "the set came into force during the second pass";
+  EXPECT_EQ(AvgLine(h, 1), first) << "the second pass measured and decided on its own set";
+  EXPECT_EQ(h.worker().activeConfigSet(), 3u);
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 3; }, kLimitMs));
+  EXPECT_GE(h.TimeOf("Using Config Set: 3\n"), 0) << "the next pass takes the new set";
+}
+
+}  // namespace
+}  // namespace zaltor::engine::autotest

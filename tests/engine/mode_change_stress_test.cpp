@@ -1,0 +1,162 @@
+// Mode changes from several clients at once, against the auto loop, the monitor and the
+// notebook's lid, power, Bluetooth, WLAN and radio events, on the scaled clock with real
+// threads (the tsan build runs it under ThreadSanitizer). The clients switch between fixed
+// modes and Auto through the control interface's view of the worker as fast as they can
+// for a few seconds; then every client stops and one last fixed mode is chosen, which must
+// be what the lines show.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "engine/auto_harness.h"
+#include "service/worker_control_target.h"
+
+namespace zaltor::engine::autotest {
+namespace {
+
+// The notebook's clock runs this many times faster than real time, so that the loop's
+// one-second steps take 10 ms.
+constexpr int kSpeed = 100;
+// Simulated milliseconds of the stress: 3 s of wall time.
+constexpr int64_t kStressMs = 3000 * kSpeed;
+constexpr int kClients = 4;
+
+// Threads of this process now (-1 where the system does not tell).
+int TaskCount() {
+#if defined(__linux__)
+  int n = 0;
+  std::error_code ec;
+  for (auto it = std::filesystem::directory_iterator("/proc/self/task", ec);
+       !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
+    ++n;
+  }
+  return ec ? -1 : n;
+#else
+  return -1;
+#endif
+}
+
+// The notebook's events in turn: lid, power source, Bluetooth, band, connection, radio.
+std::vector<nlohmann::json> EventPatches() {
+  auto wlan = [](bool connected, int channel) {
+    return nlohmann::json{{"wlan",
+                           {{"interfaces",
+                             {{{"description", "Wireless AX (R2) 160MHz"},
+                               {"guid", "{6A1B2C3D-1111-2222-3333-444455556666}"},
+                               {"connected", connected},
+                               {"channel", channel}}}}}}};
+  };
+  auto headset = [](bool connected) {
+    return nlohmann::json{{"bluetooth",
+                           {{"BTHENUM",
+                             {{{"hardwareId", "BTHENUM\\Dev_001122334455"},
+                               {"description", "Headset"},
+                               {"friendlyName", "Headset"},
+                               {"connected", connected}}}}}}};
+  };
+  auto radio = [](int main0) {
+    return nlohmann::json{
+        {"radio", {{"rssi", {{{"Main", main0}, {"Div", -62}}, {{"Main", -70}, {"Div", -58}}}}}}};
+  };
+  return {
+      {{"lid", {{"open", false}}}},
+      {{"power", {{"source", 1}}}},
+      headset(true),
+      wlan(true, 36),
+      radio(-85),
+      {{"lid", {{"open", true}}}},
+      wlan(false, 36),
+      {{"power", {{"source", 0}}}},
+      headset(false),
+      wlan(true, 6),
+      radio(-55),
+  };
+}
+
+TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
+  HarnessOptions o;
+  o.scenarioPatch = R"({"clock":{"mode":"scaled","speed":100}})";
+  o.keepLog = false;
+  o.scriptedDevice = true;
+  o.startNotebook = true;
+  o.keys = {{"BaseSleepIntervalBetweenEval", "3000"}, {"WifiStatMonitorInterval", "2000"}};
+  AutoHarness h(o);
+  ASSERT_EQ(h.Init(), 0);
+  service::WorkerControlTarget target(h.worker());
+  h.RunFor(2000);  // the notebook's timeline thread ends at once on an empty timeline
+  const int tasksBefore = TaskCount();
+  ASSERT_EQ(target.SetUserMode(0), 0u);
+
+  std::atomic<bool> stop{false};
+  std::atomic<int> calls{0};
+  std::atomic<int> failed{0};
+  std::atomic<int> verifyFailed{0};
+  std::atomic<size_t> mostHeld{0};
+  auto client = [&](unsigned seed) {
+    std::mt19937 random(seed);
+    while (!stop.load()) {
+      const auto mode = static_cast<int32_t>(random() % 5);  // Auto or one of the four modes
+      const Status s = target.SetUserMode(mode);
+      ++calls;
+      if (s != 0) ++failed;
+      if (s == SWITCH_ERR_VERIFY) ++verifyFailed;
+      int32_t current = 0;
+      target.GetCurrentMode(current);
+      const size_t held = WorkerTestAccess::ThreadsStarted(h.worker());
+      size_t most = mostHeld.load();
+      while (held > most && !mostHeld.compare_exchange_weak(most, held)) {
+      }
+    }
+  };
+  auto events = [&] {
+    const auto patches = EventPatches();
+    for (size_t i = 0; !stop.load(); ++i) {
+      std::string error;
+      EXPECT_TRUE(h.notebook().apply_patch(patches[i % patches.size()], error)) << error;
+      h.clock().sleep_ms(700);  // 7 ms of wall time
+    }
+  };
+
+  std::vector<std::thread> threads;
+  for (int c = 0; c < kClients; ++c) threads.emplace_back(client, 1000u + static_cast<unsigned>(c));
+  threads.emplace_back(events);
+  h.RunFor(kStressMs);
+  stop = true;
+  for (auto& t : threads) t.join();
+
+  // Every client has stopped: one last fixed mode, other than the user's mode now.
+  const int32_t last = h.worker().userMode() == 2 ? 3 : 2;
+  ASSERT_EQ(target.SetUserMode(last), 0u);
+  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 10 * 1000 * kSpeed));
+  h.RunFor(5000);  // what a stopped loop could still do, it has had the time for
+
+  std::printf("stress: %d calls, %d writes, at most %zu threads held\n", calls.load(),
+              h.device().writes.load(), mostHeld.load());
+  EXPECT_GT(calls.load(), 100) << "the clients ran";
+  EXPECT_EQ(failed.load(), 0) << verifyFailed.load() << " of them with 7";
+  EXPECT_EQ(h.device().verifyMismatches.load(), 0) << "no write was overtaken before its check";
+  EXPECT_EQ(h.worker().userMode(), static_cast<uint32_t>(last));
+  EXPECT_EQ(h.notebook().mode(), last);
+  int32_t current = 0;
+  EXPECT_EQ(target.GetCurrentMode(current), 0u);
+  EXPECT_EQ(current, last);
+  EXPECT_LE(mostHeld.load(), 16u) << "ended threads are joined as periods come and go";
+
+  h.worker().StopAndJoinAutoThreads();
+  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
+  if (tasksBefore >= 0) {
+    EXPECT_LE(TaskCount(), tasksBefore) << "no thread of the stress is left";
+  }
+}
+
+}  // namespace
+}  // namespace zaltor::engine::autotest
