@@ -18,15 +18,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/zaltor-wine-console.XXXXXX")
 . "$(dirname "$0")/wine_session.sh"
 trap 'wine_session_end; rm -rf "$work"' EXIT
 wine_session_begin "$wine_run" "$work"
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-pass() { echo "ok: $*"; }
-
-# A Unix path as Wine's Z: drive sees it.
-winpath() { printf 'Z:%s' "${1//\//\\}"; }
+. "$(dirname "$0")/wine_test_lib.sh"
 
 # The settings come from this environment only (none from an installed service's key).
 unset ZALTOR_RPC_ENDPOINT ZALTOR_SIM_SCENARIO

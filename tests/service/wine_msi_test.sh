@@ -33,28 +33,11 @@ uninstall_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall'
 install_dir='C:\Program Files\ZALTOR\MultiAntenna'
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zaltor-wine-msi.XXXXXX")
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-pass() { echo "ok: $*"; }
-winpath() { printf 'Z:%s' "${1//\//\\}"; }
-
-# Wine's own tools, with their CR LF line ends removed. No ZALTOR_* settings reach them, so
-# that the service manager (started by the first of them) has none either: the service gets
-# its settings only from the package's properties.
-wine_tool() {
-  env -u ZALTOR_PLATFORM -u ZALTOR_SIM_SCENARIO -u ZALTOR_RPC_ENDPOINT \
-    "$wine_run" "$@" 2>/dev/null | tr -d '\r'
-}
+. "$(dirname "$0")/wine_test_lib.sh"
 msiexec() {
   env -u ZALTOR_PLATFORM -u ZALTOR_SIM_SCENARIO -u ZALTOR_RPC_ENDPOINT \
     "$wine_run" msiexec "$@" >"$work/msiexec.out" 2>&1
 }
-service_state() { wine_tool sc query "$name" | sed -n 's/^ *STATE *: *[0-9]* *\([A-Z_]*\).*/\1/p'; }
-state_is() { [ "$(service_state)" = "$1" ]; }
-service_gone() { [ -z "$(wine_tool sc query "$name")" ]; }
 # The product codes of every installed product of this name.
 installed_products() {
   wine_tool reg query "$uninstall_key" | sed -n 's/.*\\\({[0-9A-Fa-f-]*}\)$/\1/p' |
@@ -73,17 +56,6 @@ no_service_process() {
     tr '\0' '\n' <"/proc/$pid/environ" 2>/dev/null | grep -qx "WINEPREFIX=$prefix" && return 1
   done
   return 0
-}
-
-# Polls `check` (a command) up to `seconds`, once a second; true when it succeeded.
-wait_until() {
-  local seconds=$1
-  shift
-  for ((i = 0; i < seconds; i++)); do
-    "$@" && return 0
-    sleep 1
-  done
-  "$@"
 }
 
 . "$(dirname "$0")/wine_session.sh"

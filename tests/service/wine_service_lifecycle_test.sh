@@ -24,22 +24,7 @@ version_key='HKLM\SOFTWARE\ZALTOR\ZALTOR MultiAntenna'
 service_key="HKLM\\SYSTEM\\CurrentControlSet\\Services\\$name"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zaltor-wine-lifecycle.XXXXXX")
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-pass() { echo "ok: $*"; }
-winpath() { printf 'Z:%s' "${1//\//\\}"; }
-
-# Wine's own tools, with their CR LF line ends removed. No ZALTOR_* settings reach them, so
-# that the service manager (started by the first of them) has none either.
-wine_tool() {
-  env -u ZALTOR_PLATFORM -u ZALTOR_SIM_SCENARIO -u ZALTOR_RPC_ENDPOINT \
-    "$wine_run" "$@" 2>/dev/null | tr -d '\r'
-}
-service_state() { wine_tool sc query "$name" | sed -n 's/^ *STATE *: *[0-9]* *\([A-Z_]*\).*/\1/p'; }
-
+. "$(dirname "$0")/wine_test_lib.sh"
 . "$(dirname "$0")/wine_session.sh"
 created_version_key=0
 cleanup() {
@@ -52,19 +37,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Polls `check` (a command) up to `seconds`, once a second; true when it succeeded.
-wait_until() {
-  local seconds=$1
-  shift
-  for ((i = 0; i < seconds; i++)); do
-    "$@" && return 0
-    sleep 1
-  done
-  "$@"
-}
 lines_are() { [ "$(cat "$work/lines.txt" 2>/dev/null)" = "$1" ]; }
-state_is() { [ "$(service_state)" = "$1" ]; }
-service_gone() { [ -z "$(wine_tool sc query "$name")" ]; }
 
 # --- set-up ------------------------------------------------------------------------------
 # One Wine session for the whole test: the service lives as long as the session does.
