@@ -2,6 +2,7 @@
 // Files and the program directory. Paths are UTF-8.
 
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,16 @@ namespace zaltor::platform {
 // refused unread (as a failed allocation, where the reader has one) instead of being held
 // in memory, so that a stray huge file cannot exhaust the service's memory at start.
 inline constexpr uint64_t kMaxInputFileBytes = uint64_t{64} << 20;
+
+// Sizes `data` for a file's bytes; false instead of std::bad_alloc when there is no room.
+inline bool TryResize(std::vector<uint8_t>& data, size_t size) {
+  try {
+    data.resize(size);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
 
 class FileSystem {
  public:

@@ -80,7 +80,7 @@ class PosixFileSystem final : public FileSystem {
     if (std::fseek(f, 0, SEEK_END) != 0 || (size = std::ftell(f)) < 0) {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
-    } else if (kind == EFBIG || !allocate(data, static_cast<size_t>(size))) {
+    } else if (kind == EFBIG || !TryResize(data, static_cast<size_t>(size))) {
       // Too large to hold: what a failed allocation of its buffer would do.
       failed = ReadStep::kAllocate;
       err = ENOMEM;
@@ -140,16 +140,6 @@ class PosixFileSystem final : public FileSystem {
     }
     if (text.compare(0, 3, kBom) == 0) text.erase(0, 3);
     return 0;
-  }
-
- private:
-  static bool allocate(std::vector<uint8_t>& data, size_t size) {
-    try {
-      data.resize(size);
-      return true;
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
   }
 };
 

@@ -73,7 +73,7 @@ class Win32FileSystem final : public FileSystem {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
     } else if (static_cast<uint64_t>(size) > kMaxInputFileBytes ||
-               !allocate(data, static_cast<size_t>(size))) {
+               !TryResize(data, static_cast<size_t>(size))) {
       // Too large to hold: what a failed allocation of its buffer would do.
       failed = ReadStep::kAllocate;
       err = ENOMEM;
@@ -134,16 +134,6 @@ class Win32FileSystem final : public FileSystem {
     if (err != 0) return err;
     text = win32::narrow(all);
     return 0;
-  }
-
- private:
-  static bool allocate(std::vector<uint8_t>& data, size_t size) {
-    try {
-      data.resize(size);
-      return true;
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
   }
 };
 
