@@ -14,6 +14,8 @@ namespace zaltor::engine {
 namespace {
 constexpr uint32_t kWlanClientVersion = 2;
 constexpr const char* kLogFileName = "rflog.txt";
+// How often Auto looks again whether the loop of a stopped period has ended.
+constexpr int64_t kStoppedLoopPollMs = 10;
 }  // namespace
 
 AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
@@ -112,8 +114,23 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
 }
 
 Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
-  platform::MutexHold hold(*modeLock_);
-  return SetUserModeLocked(mode);
+  for (;;) {
+    {
+      platform::MutexHold hold(*modeLock_);
+      if (mode != 0 || !StoppedLoopStillEnding()) return SetUserModeLocked(mode);
+    }
+    // Auto asked for while the loop of a stopped period is still on its way out (it sees
+    // its stop within a step): that loop does not count as running, so Auto waits for it to
+    // end and then starts a period of its own, rather than answering 0 with no loop left.
+    // Not under the mode lock: the ending thread may want it (LeaveAuto).
+    platform_.clock->sleep_ms(kStoppedLoopPollMs);
+  }
+}
+
+bool AntennaSwitchWorkerObj::StoppedLoopStillEnding() {
+  if (userMode() == 0 || !autoThreadRunning()) return false;
+  std::lock_guard<std::mutex> g(autoLock_);
+  return !autoArg_ || !autoArg_->keepRunning.load(std::memory_order_relaxed);
 }
 
 Status AntennaSwitchWorkerObj::LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode) {

@@ -92,6 +92,8 @@ class AntennaSwitchWorkerObj {
 
   // 0 Auto, 1..modeCount a fixed mode. Results: 0, 2 not initialised, 28 out of range,
   // 41 Auto on a build that needs per-antenna RSSI, or the first failing switch's status.
+  // Auto chosen while the loop of a stopped period is still ending waits for it to end
+  // (about a second at most) and then starts a new period.
   Status SetUserMode(int32_t mode);
 
   // The auto thread of the period `arg` leaves Auto for `mode` (its run count ran out, or
@@ -173,6 +175,8 @@ class AntennaSwitchWorkerObj {
     std::shared_ptr<std::atomic<bool>> ended;
   };
   Status SetUserModeLocked(int32_t mode);
+  // A fixed mode (or the run count) stopped the Auto period whose thread has not ended yet.
+  bool StoppedLoopStillEnding();
   Status StartAuto();
   void StartHeldThread(const char* name, std::function<void()> body);
   // Joins the held threads whose bodies have returned (no wait on a running one).

@@ -38,7 +38,7 @@ TEST(ModeChangeRaces, FixedModeWhileAutoIsStartingLeavesNoLoopRunning) {
   EXPECT_EQ(h.notebook().mode(), 3);
 }
 
-TEST(ModeChangeRaces, AutoAgainAfterAFixedModeDuringTheStartStartsNoSecondPeriod) {
+TEST(ModeChangeRaces, AutoAgainAfterAFixedModeDuringTheStartRunsOnePeriodAtATime) {
   AutoHarness h;
   ASSERT_EQ(h.Init(), 0);
   MakeTheNextAutoStartSettle(h);
@@ -47,10 +47,15 @@ TEST(ModeChangeRaces, AutoAgainAfterAFixedModeDuringTheStartStartsNoSecondPeriod
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
   fixedMode->join();
   autoAgain->join();
+  // The period that the fixed mode stopped has ended before the second Auto began its own:
+  // one auto loop and one monitor at a time, and the user's last choice, Auto, runs.
   EXPECT_LE(WorkerTestAccess::ThreadsStarted(h.worker()), 2u)
       << "one auto loop and one monitor at most";
+  EXPECT_EQ(h.worker().userMode(), 0u);
+  EXPECT_TRUE(h.worker().autoThreadRunning());
+  ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, 120000));
   h.worker().StopAndJoinAutoThreads();
-  EXPECT_LE(h.Count(kLogInfo, "Auto mode thread ended.\n"), 1);
+  EXPECT_EQ(h.Count(kLogInfo, "Auto mode thread ended.\n"), 2);
 }
 
 TEST(ModeChangeRaces, UsersFixedModeIsTheLastOnTheLinesWhenTheLoopIsInsideAWrite) {
