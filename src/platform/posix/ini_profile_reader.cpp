@@ -24,6 +24,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -161,7 +162,10 @@ std::vector<IniSection> parse_sections(const std::string& bytes) {
   return sections;
 }
 
+std::atomic<uint64_t> g_files_parsed{0};
+
 IniFile parse(const std::string& bytes) {
+  g_files_parsed.fetch_add(1, std::memory_order_relaxed);
   IniFile file;
   file.sections = parse_sections(bytes);
   for (size_t i = 0; i < file.sections.size(); ++i) {
@@ -339,7 +343,13 @@ class IniProfileReader final : public ProfileReader {
       if (!settled()) {
         // Times this close to the last read prove nothing: compare the bytes.
         std::string bytes;
-        if (read_bytes(path, bytes) && bytes == cached_bytes_) {
+        if (!read_bytes(path, bytes)) {
+          // A failed read (out of descriptors, say) says nothing about the file: kept as
+          // its parse, it would stand for the file until the file changed.
+          cached_ = false;
+          return kUnreadable;
+        }
+        if (bytes == cached_bytes_) {
           cached_read_at_ = read_at;
           if (settled()) cached_bytes_ = std::string();
           return cached_file_;
@@ -386,6 +396,10 @@ class IniProfileReader final : public ProfileReader {
 
 std::unique_ptr<ProfileReader> make_ini_profile_reader() {
   return std::make_unique<IniProfileReader>();
+}
+
+uint64_t ini_files_parsed() {
+  return g_files_parsed.load(std::memory_order_relaxed);
 }
 
 }  // namespace zaltor::platform

@@ -63,6 +63,9 @@ std::unique_ptr<ServiceManager> make_systemd_service_manager(Clock& clock, Syste
 // Files on a POSIX file system (text mode writes line feeds as they are).
 std::unique_ptr<FileSystem> make_posix_file_system();
 std::unique_ptr<ProfileReader> make_ini_profile_reader();
+// How many times the INI readers of this process have parsed a file (tests and benchmarks
+// see the cache at work by it).
+uint64_t ini_files_parsed();
 std::unique_ptr<Crypto> make_openssl_crypto();
 // The registry substitute rooted at ZALTOR_STATE_DIR (default /var/lib/zaltor-multiantenna).
 std::unique_ptr<Registry> make_state_dir_registry();
