@@ -1,6 +1,11 @@
 // The Linux file system backend as the configuration code uses it.
 #if !defined(_WIN32)
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <future>
 
 #include "config_test_support.h"
 
@@ -59,6 +64,39 @@ TEST(PosixFileSystem, ADirectoryIsAFileThatCannotBeOpened) {
   EXPECT_TRUE(text.empty());
   EXPECT_EQ(files->check_input_file(dir.path()), EISDIR);
   EXPECT_EQ(files->check_input_file(dir.file("none")), ENOENT);
+}
+
+TEST(PosixFileSystem, AFifoIsAFileThatCannotBeOpenedAndNoReadWaitsForAWriter) {
+  TempDir dir;
+  auto files = platform::make_posix_file_system();
+  const std::string path = dir.file("fifo");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  auto reads = std::async(std::launch::async, [&] {
+    std::vector<uint8_t> data;
+    platform::FileSystem::ReadStep step = platform::FileSystem::ReadStep::kRead;
+    const int binary = files->read_binary(path, data, step);
+    std::string text;
+    const int utf8 = files->read_utf8_text(path, text);
+    return std::make_pair(binary, utf8);
+  });
+  if (reads.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+    ADD_FAILURE() << "a read of a FIFO waits for a writer";
+    // Let the waiting open go, so that the test ends.
+    for (int i = 0;
+         i < 2 && reads.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;) {
+      const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
+      if (fd >= 0) {
+        ::close(fd);
+        ++i;
+      }
+    }
+    reads.wait();
+    return;
+  }
+  const auto [binary, utf8] = reads.get();
+  EXPECT_EQ(binary, EISDIR);
+  EXPECT_EQ(utf8, EISDIR);
+  EXPECT_EQ(files->check_input_file(path), EISDIR);
 }
 
 TEST(PosixFileSystem, AFileBeyondTheLimitFailsAsAnAllocationWithNothingRead) {

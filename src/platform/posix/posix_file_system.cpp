@@ -2,6 +2,7 @@
 // /proc/self/exe. A directory opens as a stream on Linux (and reports a size of 2^63 - 1 at
 // its end): every whole-file read examines what it opened first, so that a directory is an
 // unreadable file and a huge file is refused before its buffer is allocated.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +26,31 @@ int check_open_file(std::FILE* f) {
   if (!S_ISREG(st.st_mode)) return EISDIR;
   if (static_cast<uint64_t>(st.st_size) > kMaxInputFileBytes) return EFBIG;
   return 0;
+}
+
+// Opens `path` for reading whole: null with `err` set when it cannot be opened, and EISDIR
+// for anything that is not a plain file. It opens without blocking, since opening a FIFO
+// for reading waits for a writer, which a service start would wait for for ever.
+std::FILE* open_input(const std::string& path, const char* mode, int& err) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    err = errno != 0 ? errno : EIO;
+    return nullptr;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    err = S_ISREG(st.st_mode) ? (errno != 0 ? errno : EIO) : EISDIR;
+    ::close(fd);
+    return nullptr;
+  }
+  const int flags = ::fcntl(fd, F_GETFL);
+  std::FILE* f =
+      flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0 ? nullptr : ::fdopen(fd, mode);
+  if (f == nullptr) {
+    err = errno != 0 ? errno : EIO;
+    ::close(fd);
+  }
+  return f;
 }
 
 class PosixFileSystem final : public FileSystem {
@@ -64,10 +90,11 @@ class PosixFileSystem final : public FileSystem {
 
   int read_binary(const std::string& path, std::vector<uint8_t>& data, ReadStep& failed) override {
     data.clear();
-    std::FILE* f = std::fopen(path.c_str(), "rb");
+    int open_err = 0;
+    std::FILE* f = open_input(path, "rb", open_err);
     if (f == nullptr) {
       failed = ReadStep::kOpen;
-      return errno;
+      return open_err;
     }
     const int kind = check_open_file(f);
     if (kind == EISDIR) {
@@ -116,8 +143,9 @@ class PosixFileSystem final : public FileSystem {
 
   int read_utf8_text(const std::string& path, std::string& text) override {
     text.clear();
-    std::FILE* f = std::fopen(path.c_str(), "r");
-    if (f == nullptr) return errno;
+    int open_err = 0;
+    std::FILE* f = open_input(path, "r", open_err);
+    if (f == nullptr) return open_err;
     if (const int kind = check_open_file(f); kind != 0) {
       std::fclose(f);
       return kind;
