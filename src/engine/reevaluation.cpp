@@ -46,12 +46,13 @@ bool Reevaluation::Peek() {
 }
 
 void Reevaluation::NewPeriod() {
-  auto fresh = clock_.make_mutex();
+  std::shared_ptr<platform::Mutex> fresh = clock_.make_mutex();
   {
-    std::lock_guard<std::mutex> g(mutexesLock_);
-    current_.store(fresh.get(), std::memory_order_release);
-    mutexes_.push_back(std::move(fresh));
+    std::lock_guard<std::mutex> g(currentLock_);
+    current_.swap(fresh);
   }
+  // `fresh` now holds the earlier period's mutex: it goes here unless a thread of that
+  // period still holds a share of it.
   changePending_.store(false, std::memory_order_relaxed);
   requested_.store(false, std::memory_order_relaxed);
 }
@@ -69,9 +70,8 @@ void Reevaluation::MakePending(uint64_t set) {
 }
 
 void Reevaluation::Clear() {
-  std::lock_guard<std::mutex> g(mutexesLock_);
-  current_.store(nullptr, std::memory_order_release);
-  mutexes_.clear();
+  std::lock_guard<std::mutex> g(currentLock_);
+  current_.reset();
 }
 
 AntennaSwitchWorkerObj* Reevaluation::Remembered() {

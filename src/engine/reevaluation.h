@@ -13,8 +13,10 @@
 //   earlier pending change.
 // - Consume: whoever finds the request set takes it; a pending set becomes active.
 // - Peek: look at the request without taking it (the measurement leaves it for the loop).
-// - NewPeriod: every start of Auto mode makes a new loop mutex and clears both flags; the
-//   earlier mutexes stay until Clear, since threads of an earlier period may still hold one.
+// - NewPeriod: every start of Auto mode makes a new loop mutex and clears both flags. An
+//   earlier mutex lives on as long as a thread of its period still holds or waits for it
+//   (each hold keeps a share of it), and goes with the last such hold, so that switching
+//   between fixed modes and Auto does not pile up mutexes.
 // - Remember: the first worker remembered stays; the WLAN callback acts on it.
 //
 // The loop mutex is held only for a flag test or update (and the computation above), never
@@ -62,9 +64,13 @@ class Reevaluation {
 
   uint64_t pendingConfigSet() const { return pending_.load(std::memory_order_relaxed); }
   bool configChangePending() const { return changePending_.load(std::memory_order_relaxed); }
-  // The loop mutex of the current period (null before the first one).
-  platform::Mutex* loopMutex() const { return current_.load(std::memory_order_acquire); }
-  // Teardown: every loop mutex goes (no thread of any period runs any more).
+  // The loop mutex of the current period (null before the first one), shared with the
+  // caller for as long as it holds it.
+  std::shared_ptr<platform::Mutex> loopMutex() const {
+    std::lock_guard<std::mutex> g(currentLock_);
+    return current_;
+  }
+  // Teardown: the current loop mutex goes (no thread of any period runs any more).
   void Clear();
 
   // The worker that the WLAN callback acts on: the first one remembered (null: none yet;
@@ -80,9 +86,8 @@ class Reevaluation {
   std::atomic<uint64_t> pending_{0};
   std::atomic<bool> changePending_{false};
   std::atomic<bool> requested_{false};
-  std::atomic<platform::Mutex*> current_{nullptr};
-  std::mutex mutexesLock_;  // guards mutexes_: bookkeeping only, never held across a wait
-  std::vector<std::unique_ptr<platform::Mutex>> mutexes_;
+  mutable std::mutex currentLock_;  // guards current_: never held across a wait
+  std::shared_ptr<platform::Mutex> current_;
 };
 
 }  // namespace zaltor::engine

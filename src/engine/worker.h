@@ -161,7 +161,7 @@ class AntennaSwitchWorkerObj {
 
   // The request flag, the pending config set, the loop mutex of the current Auto period.
   Reevaluation reevaluation;
-  platform::Mutex* loopMutex() const { return reevaluation.loopMutex(); }
+  std::shared_ptr<platform::Mutex> loopMutex() const { return reevaluation.loopMutex(); }
 
   // The auto-mode thread: non-null while it runs (autoThread); it clears it when it ends.
   bool autoThreadRunning() const { return autoThread_.load(std::memory_order_acquire); }

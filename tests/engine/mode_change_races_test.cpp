@@ -105,6 +105,25 @@ TEST(ModeChangeRaces, TogglingBetweenFixedModesAndAutoHoldsFewThreads) {
   EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
 }
 
+TEST(ModeChangeRaces, TheLoopMutexOfAnEndedPeriodGoesWithIt) {
+  HarnessOptions o;
+  o.keepLog = false;
+  AutoHarness h(o);
+  ASSERT_EQ(h.Init(), 0);
+  ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+  h.RunFor(1500);
+  const std::weak_ptr<platform::Mutex> first = h.worker().loopMutex();
+  ASSERT_FALSE(first.expired());
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_EQ(h.worker().SetUserMode(1 + i % 4), 0u);
+    h.RunFor(1500);  // the stopped threads end
+    ASSERT_EQ(h.worker().SetUserMode(0), 0u);
+    h.RunFor(1500);
+  }
+  EXPECT_TRUE(first.expired()) << "no thread of the first period holds its loop mutex any more";
+  h.worker().StopAndJoinAutoThreads();
+}
+
 TEST(ModeChangeRaces, LeavingAutoAfterTheUsersChoiceLeavesTheUsersMode) {
   AutoHarness h;
   ASSERT_EQ(h.Init(), 0);
