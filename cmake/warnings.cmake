@@ -6,6 +6,13 @@ if(ZALTOR_SANITIZE)
   target_compile_options(zaltor_options INTERFACE -fsanitize=${ZALTOR_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
   target_link_options(zaltor_options INTERFACE -fsanitize=${ZALTOR_SANITIZE})
+  if(ZALTOR_SANITIZE MATCHES "undefined")
+    # The dynamic-type check reads the object's memory through a pipe, which cannot be made
+    # while every descriptor is taken: the control interface's tests that use them all up
+    # would see every virtual call reported. AddressSanitizer still catches a call on an
+    # object that has gone.
+    target_compile_options(zaltor_options INTERFACE -fno-sanitize=vptr)
+  endif()
 endif()
 # Debug information of the project's own code. CI sets line tables only (-g1): enough for
 # sanitizer stack traces, and the builds compile and link faster. Empty: as the build type says.
