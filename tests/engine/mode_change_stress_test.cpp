@@ -1,15 +1,19 @@
 // Mode changes from several clients at once, against the auto loop, the monitor and the
 // notebook's lid, power, Bluetooth, WLAN and radio events, on the scaled clock with real
 // threads (the tsan build runs it under ThreadSanitizer). The clients switch between fixed
-// modes and Auto through the control interface's view of the worker as fast as they can
-// for a few seconds; then every client stops and one last fixed mode is chosen, which must
-// be what the lines show.
+// modes and Auto as fast as they can for a few seconds — on Linux each over its own
+// connection to the control interface on the real local socket, elsewhere through the
+// control interface's view of the worker; then every client stops and one last fixed mode
+// is chosen, which must be what the lines show, with the process's threads and descriptors
+// back where they were.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
@@ -19,6 +23,15 @@
 
 #include "engine/auto_harness.h"
 #include "service/worker_control_target.h"
+#if !defined(_WIN32)
+#include <unistd.h>
+
+#include "platform/control_client.h"
+#include "platform/posix/socket_rpc_runtime.h"
+#include "rpc/control_endpoint.h"
+#include "rpc/control_interface.h"
+#include "rpc/control_procedures.h"
+#endif
 
 namespace zaltor::engine::autotest {
 namespace {
@@ -44,6 +57,74 @@ int TaskCount() {
   return -1;
 #endif
 }
+
+// Open descriptors of this process now (-1 where the system does not tell).
+int DescriptorCount() {
+#if defined(__linux__)
+  int n = 0;
+  std::error_code ec;
+  for (auto it = std::filesystem::directory_iterator("/proc/self/fd", ec);
+       !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
+    ++n;
+  }
+  return ec ? -1 : n;
+#else
+  return -1;
+#endif
+}
+
+// What a client calls to choose a mode: the status the worker returned, or kTransportFailed
+// when the call itself failed.
+constexpr Status kTransportFailed = 0xFFFFFFFFu;
+using ModeCall = std::function<Status(int32_t mode)>;
+
+#if !defined(_WIN32)
+// The control interface on the real local socket, serving the worker on its own thread.
+class ControlServer {
+ public:
+  ControlServer(AntennaSwitchWorkerObj& worker, service::WorkerControlTarget& target)
+      : endpoint_("ZaltorStress-" + std::to_string(::getpid())),
+        procedures_(target),
+        runtime_(platform::make_socket_rpc_runtime(worker.clock())),
+        setup_{*runtime_, worker.clock(), worker.log(), procedures_, endpoint_, {}},
+        thread_([this] { rpc::serve(setup_); }) {}
+  ~ControlServer() {
+    rpc::withdraw(*runtime_);
+    runtime_->stop_server_listening();
+    thread_.join();
+  }
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  // A connection of its own with one context; null when none could be had.
+  ModeCall Client() {
+    for (int attempt = 0; attempt < 500; ++attempt) {
+      uint32_t error = 0;
+      std::shared_ptr<platform::ControlClient> client =
+          platform::connect_control_client(endpoint_, 5000, error);
+      auto context = std::make_shared<platform::ContextHandleWire>();
+      if (client && client->open_context(*context) == 0) {
+        return [client, context](int32_t mode) {
+          int32_t status = 0;
+          if (client->set_value(*context, rpc::kSetUserMode, mode, status) != 0) {
+            return kTransportFailed;
+          }
+          return static_cast<Status>(status);
+        };
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));  // still setting up
+    }
+    return {};
+  }
+
+ private:
+  std::string endpoint_;
+  rpc::ControlProcedures procedures_;
+  std::unique_ptr<platform::RpcRuntime> runtime_;
+  rpc::EndpointSetup setup_;
+  std::thread thread_;
+};
+#endif
 
 // The notebook's events in turn: lid, power source, Bluetooth, band, connection, radio.
 std::vector<nlohmann::json> EventPatches() {
@@ -93,19 +174,31 @@ TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
   ASSERT_EQ(h.Init(), 0);
   service::WorkerControlTarget target(h.worker());
   h.RunFor(2000);  // the notebook's timeline thread ends at once on an empty timeline
-  const int tasksBefore = TaskCount();
   ASSERT_EQ(target.SetUserMode(0), 0u);
+
+  const int tasksBefore = TaskCount();
+  const int descriptorsBefore = DescriptorCount();
+  std::vector<ModeCall> calls_of(kClients);
+#if !defined(_WIN32)
+  auto server = std::make_unique<ControlServer>(h.worker(), target);
+  for (auto& call : calls_of) {
+    call = server->Client();
+    ASSERT_TRUE(call) << "a client connects to the control interface";
+  }
+#else
+  for (auto& call : calls_of) call = [&](int32_t mode) { return target.SetUserMode(mode); };
+#endif
 
   std::atomic<bool> stop{false};
   std::atomic<int> calls{0};
   std::atomic<int> failed{0};
   std::atomic<int> verifyFailed{0};
   std::atomic<size_t> mostHeld{0};
-  auto client = [&](unsigned seed) {
+  auto client = [&](unsigned seed, const ModeCall& setMode) {
     std::mt19937 random(seed);
     while (!stop.load()) {
       const auto mode = static_cast<int32_t>(random() % 5);  // Auto or one of the four modes
-      const Status s = target.SetUserMode(mode);
+      const Status s = setMode(mode);
       ++calls;
       if (s != 0) ++failed;
       if (s == SWITCH_ERR_VERIFY) ++verifyFailed;
@@ -127,15 +220,22 @@ TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
   };
 
   std::vector<std::thread> threads;
-  for (int c = 0; c < kClients; ++c) threads.emplace_back(client, 1000u + static_cast<unsigned>(c));
+  for (int c = 0; c < kClients; ++c) {
+    threads.emplace_back(client, 1000u + static_cast<unsigned>(c), std::cref(calls_of[c]));
+  }
   threads.emplace_back(events);
   h.RunFor(kStressMs);
   stop = true;
   for (auto& t : threads) t.join();
 
-  // Every client has stopped: one last fixed mode, other than the user's mode now.
+  // Every client has stopped: one last fixed mode, other than the user's mode now, asked
+  // for the same way; then the clients and the control interface go.
   const int32_t last = h.worker().userMode() == 2 ? 3 : 2;
-  ASSERT_EQ(target.SetUserMode(last), 0u);
+  ASSERT_EQ(calls_of[0](last), 0u);
+  calls_of.clear();
+#if !defined(_WIN32)
+  server.reset();
+#endif
   ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 10 * 1000 * kSpeed));
   h.RunFor(5000);  // what a stopped loop could still do, it has had the time for
 
@@ -155,6 +255,9 @@ TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
   EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
   if (tasksBefore >= 0) {
     EXPECT_LE(TaskCount(), tasksBefore) << "no thread of the stress is left";
+  }
+  if (descriptorsBefore >= 0) {
+    EXPECT_LE(DescriptorCount(), descriptorsBefore) << "no descriptor of the stress is left";
   }
 }
 
