@@ -127,6 +127,9 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
   if (!initialised()) return SWITCH_ERR_NOT_READY;
   if (mode < 0 || mode > modeCount()) return SWITCH_ERR_INVALID_MODE;
   if (static_cast<uint32_t>(mode) == userMode()) return SWITCH_OK;
+  // Auto after a fixed mode is the user's choice; the first Auto of the process (userMode
+  // still at its start value) is the service's start.
+  const bool fromFixed = userMode() >= 1 && static_cast<int32_t>(userMode()) <= modeCount();
   state.user_mode.store(static_cast<uint32_t>(mode), std::memory_order_relaxed);
 
   if (mode >= 1) {
@@ -146,10 +149,10 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
     }
     return SWITCH_OK;
   }
-  return StartAuto();
+  return StartAuto(fromFixed ? Trigger::kUser : Trigger::kStart);
 }
 
-Status AntennaSwitchWorkerObj::StartAuto() {
+Status AntennaSwitchWorkerObj::StartAuto(Trigger first) {
   ReapEndedThreads();
   if (autoThreadRunning()) return SWITCH_OK;
 
@@ -159,6 +162,7 @@ Status AntennaSwitchWorkerObj::StartAuto() {
 
   auto arg = std::make_shared<AutoSwitchingWorkerArg>();
   arg->worker = this;
+  arg->firstTrigger = first;
   {
     std::lock_guard<std::mutex> g(autoLock_);
     autoArg_ = arg;

@@ -52,6 +52,7 @@ class AntennaSwitchWorkerObj;
 struct AutoSwitchingWorkerArg {
   std::atomic<bool> keepRunning{true};
   AntennaSwitchWorkerObj* worker = nullptr;
+  Trigger firstTrigger = Trigger::kStart;  // what the period's first pass records
 };
 
 // autoState values: what the monitor sees of the auto loop.
@@ -100,9 +101,9 @@ class AntennaSwitchWorkerObj {
   Status LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode);
 
   // The re-evaluation request (see reevaluation.h): consume, peek, raise.
-  bool ConsumeReevaluation() { return reevaluation.Consume(); }
+  bool ConsumeReevaluation(Trigger* cause = nullptr) { return reevaluation.Consume(cause); }
   bool ReevaluationRequested() { return reevaluation.Peek(); }
-  void RaiseReevaluation() { reevaluation.Raise(); }
+  void RaiseReevaluation(Trigger cause) { reevaluation.Raise(cause); }
 
   // Writes one finished line straight to the service's log-entry operation (the event
   // log), without line assembly and without the log file. Dropped before Init.
@@ -157,6 +158,9 @@ class AntennaSwitchWorkerObj {
   platform::SignalCounters counters;
   platform::AdapterDiscovery adapters;
 
+  // One record per decision pass of the auto loop (see decision_journal.h).
+  DecisionJournal journal;
+
   // The request flag, the pending config set, the loop mutex of the current Auto period.
   Reevaluation reevaluation;
   platform::Mutex* loopMutex() const { return reevaluation.loopMutex(); }
@@ -173,7 +177,7 @@ class AntennaSwitchWorkerObj {
     std::shared_ptr<std::atomic<bool>> ended;
   };
   Status SetUserModeLocked(int32_t mode);
-  Status StartAuto();
+  Status StartAuto(Trigger first);
   void StartHeldThread(const char* name, std::function<void()> body);
   // Joins the held threads whose bodies have returned (no wait on a running one).
   void ReapEndedThreads();
