@@ -73,8 +73,10 @@ class AutoLoop {
   // A stopped loop writes nothing; the next checkpoint ends it.
   void SetDeviceMode(int32_t mode) {
     std::array<Status, platform::kMaxPorts> results{};
-    w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
-                    results);
+    if (w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
+                        results)) {
+      w_.health.Write(w_.switchCount(), results);
+    }
   }
 
   // The checkpoint of the loop; a request it consumes names the next pass's trigger.
@@ -143,6 +145,7 @@ class AutoLoop {
     const bool currentKnown = currentIndex >= 0 && currentIndex < modeCount;
     record_.configSet = static_cast<uint32_t>(pass.set);
     record_.currentMode = currentKnown ? mode : kModeUnknown;
+    w_.health.BeginPass();
 
     // The mode in use first, without switching.
     if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
@@ -182,6 +185,7 @@ class AutoLoop {
 
     // The mode the device stands in now, for the determinator's record.
     if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
+    w_.health.EndPass();  // every mode was measured
     mode = kModeUnknown;
     const int32_t fallbackIndex = pass.defaultMode - 1;
     if (w_.sw.GetCurrentMode(mode) != 0) {

@@ -144,6 +144,7 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
     }
     std::array<Status, platform::kMaxPorts> results{};
     sw.SetMode(mode, results);
+    health.Write(switchCount(), results);
     for (Status s : results) {
       if (s != 0) return s;
     }

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "config/configuration.h"
+#include "engine/port_health.h"
 #include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
 #include "engine/switch_labels.h"
@@ -160,6 +161,8 @@ class AntennaSwitchWorkerObj {
 
   // One record per decision pass of the auto loop (see decision_journal.h).
   DecisionJournal journal;
+  // Per antenna port, what the measurements and line writes say of it (see port_health.h).
+  PortHealth health;
 
   // The request flag, the pending config set, the loop mutex of the current Auto period.
   Reevaluation reevaluation;
