@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <shared_mutex>
 #include <string>
