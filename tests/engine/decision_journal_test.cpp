@@ -140,6 +140,71 @@ TEST(DecisionJournal, AutoChosenAfterAFixedModeIsTheUsersDecision) {
   EXPECT_EQ(r.trigger, Trigger::kUser);
 }
 
+// Starts Auto, lets the first decision pass and the loop sleep a while, applies `patch`; the
+// decision that follows.
+DecisionRecord DecisionAfter(EngineOnNotebook& nb, const std::string& patch) {
+  StartAuto(nb);
+  WaitForRecord(nb, 0, 60000);
+  nb.Sleep(10000);
+  const uint64_t before = nb.worker().journal.Published();
+  nb.Patch(patch);
+  return WaitForRecord(nb, before, 60000);
+}
+
+TEST(DecisionJournal, APowerSourceChangeYieldsAPowerDecision) {
+  EngineOnNotebook nb;
+  EXPECT_EQ(DecisionAfter(nb, R"({"power": {"source": 1}})").trigger, Trigger::kPower);
+}
+
+TEST(DecisionJournal, ADeviceArrivalYieldsADeviceDecision) {
+  EngineOnNotebook nb;
+  const DecisionRecord r = DecisionAfter(nb, R"({"bluetooth": {"BTHLE": [{"hardwareId":
+      "BTHLE\\Dev_AABBCCDDEEFF", "description": "Mouse", "friendlyName": "Mouse",
+      "connected": true}]}})");
+  EXPECT_EQ(r.trigger, Trigger::kDevice);
+}
+
+TEST(DecisionJournal, AWlanConnectionOnAnotherChannelYieldsAWlanDecision) {
+  EngineOnNotebook nb;
+  const DecisionRecord r = DecisionAfter(nb, R"({"wlan": {"interfaces": [{"description":
+      "Wireless AX (R2) 160MHz", "guid": "{6A1B2C3D-1111-2222-3333-444455556666}",
+      "connected": true, "channel": 6}]}})");
+  EXPECT_EQ(r.trigger, Trigger::kWlan);
+  // 2.4 GHz; the headset is not counted, as Bluetooth devices are counted only once a device
+  // change was seen.
+  EXPECT_EQ(r.configSet, 0u);
+}
+
+TEST(DecisionJournal, TheRunCountRunningOutYieldsARunLimitRecord) {
+  std::string config = testing::kTestConfig;
+  const std::string key = "AutoModeRunCount=0";
+  config.replace(config.find(key), key.size(), "AutoModeRunCount=1");
+  EngineOnNotebook nb("", config);
+  StartAuto(nb);
+  const DecisionRecord first = WaitForRecord(nb, 0, 60000);
+  EXPECT_EQ(first.outcome, Outcome::kChosen);
+  const DecisionRecord last = WaitForRecord(nb, 1, 120000);
+  EXPECT_EQ(last.outcome, Outcome::kRunLimit);
+  EXPECT_STREQ(OutcomeName(last.outcome), "run-limit");
+  EXPECT_EQ(last.chosen, 1);
+  EXPECT_EQ(last.modeCount, 0);
+}
+
+TEST(DecisionJournal, DoubleCheckChoicesThatDisagreeYieldTheMismatchFallback) {
+  // RSSI is best in mode 1 (both switches in Main), the rate in mode 4.
+  EngineOnNotebook nb(R"({"radio": {"rssi": [{"Main": -50, "Div": -60},
+      {"Main": -50, "Div": -60}], "rateMbps": [400.0, 500.0, 600.0, 866.7]}})");
+  ASSERT_EQ(nb.Init(), 0);
+  // The loader stores only 0..2; DoubleCheck is reached when the record holds 3.
+  nb.worker().config.settings.DeterminatorMode = 3;
+  ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
+  const DecisionRecord r = WaitForRecord(nb, 0, 60000);
+  EXPECT_TRUE(nb.LogContains("Mode Mismatch (1 vs 4)")) << nb.LogText();
+  EXPECT_EQ(r.outcome, Outcome::kFallbackMismatch);
+  EXPECT_STREQ(DeterminatorName(r.determinator), "DoubleCheck");
+  EXPECT_EQ(r.chosen, 1);
+}
+
 TEST(DecisionJournal, KeepsTheNewestRecordsOldestFirst) {
   DecisionJournal journal;
   DecisionRecord r;
