@@ -10,7 +10,11 @@
 namespace zaltor::service {
 
 ServiceApplication::ServiceApplication(platform::Platform& platform)
-    : platform_(platform), worker_(platform), target_(worker_), procedures_(target_), diagnostics_(worker_) {}
+    : platform_(platform),
+      worker_(platform),
+      target_(worker_),
+      procedures_(target_),
+      diagnostics_(worker_) {}
 
 ServiceApplication::~ServiceApplication() = default;
 
