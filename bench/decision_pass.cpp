@@ -69,7 +69,7 @@ void BM_DecisionPassFourSwitches(benchmark::State& state) {
   h.RunUntil([&] { return h.SleepLines() >= 1; }, kDayMs);
   for (auto _ : state) {
     const int before = h.SleepLines();
-    h.worker().RaiseReevaluation();
+    h.worker().RaiseReevaluation(Trigger::kMonitor);
     h.RunUntil([&] { return h.SleepLines() > before; }, kDayMs);
   }
   state.counters["modes"] = h.worker().modeCount();

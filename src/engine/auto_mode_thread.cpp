@@ -24,6 +24,13 @@
 //   the user's fixed mode has stopped the loop, nothing of the loop lands after it.
 // - Leaving Auto at the end (run count, or no buffers) goes through LeaveAuto: a user's
 //   choice made meanwhile stands.
+// - Every pass that reaches a decision (a choice, a fallback, no connection, the run count
+//   running out) leaves one record in the worker's decision journal, filled in place while
+//   the pass runs and published once its sleep is known. A pass abandoned for a request
+//   leaves none: it decided nothing. The record names what began the pass: the cause of
+//   the request the loop consumed, "timer" after a sleep that ran out, and for the first
+//   pass of a period the period's own start (see AutoSwitchingWorkerArg).
+#include <algorithm>
 #include <array>
 #include <memory>
 
@@ -50,7 +57,8 @@ class AutoLoop {
         log_(worker.log()),
         buffers_(std::move(buffers)),
         runLimit_(worker.settings().AutoModeRunCount),
-        baseSleep_(worker.settings().BaseSleepIntervalBetweenEval[worker.activeSet()]) {}
+        baseSleep_(worker.settings().BaseSleepIntervalBetweenEval[worker.activeSet()]),
+        trigger_(arg.firstTrigger) {}
 
   // Runs passes until the thread is to end; true when the run count ran out.
   bool Run() {
@@ -65,8 +73,26 @@ class AutoLoop {
   // A stopped loop writes nothing; the next checkpoint ends it.
   void SetDeviceMode(int32_t mode) {
     std::array<Status, platform::kMaxPorts> results{};
-    w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
-                    results);
+    if (w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
+                        results)) {
+      w_.health.Write(w_.switchCount(), results);
+    }
+  }
+
+  // The checkpoint of the loop; a request it consumes names the next pass's trigger.
+  LoopCheck Check() { return Checkpoint(w_, arg_, &trigger_); }
+
+  // A fresh record for the pass that begins now.
+  void BeginRecord() {
+    record_.timeMs = w_.clock().now_ms();
+    record_.trigger = trigger_;
+    record_.configSet = static_cast<uint32_t>(w_.activeSet());
+    record_.determinator = w_.settings().DeterminatorMode;
+    record_.currentMode = kModeUnknown;
+    record_.modeCount = 0;
+    record_.chosen = 0;
+    record_.outcome = Outcome::kChosen;
+    record_.sleepMs = 0;
   }
 
   // One pass; kEnd ends the thread, anything else begins the next pass.
@@ -75,17 +101,23 @@ class AutoLoop {
       ++run_;
       if (run_ > runLimit_) {
         runsExhausted_ = true;
+        BeginRecord();
+        record_.chosen = DefaultMode();
+        record_.outcome = Outcome::kRunLimit;
+        w_.journal.Publish(record_);
         return LoopCheck::kEnd;
       }
     }
-    if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
     if (runLimit_ > 0) log_.write(kLogInfo, "Run #%d / %d\n", run_, runLimit_);
     buffers_->Reset();
+    BeginRecord();
 
     int32_t chosen = 0;
     if (!Connected()) {
       log_.write(kLogWarning, "WLAN IF not connected, do nothing.\n");
       chosen = DefaultMode();
+      record_.outcome = Outcome::kNotConnected;
       if (runLimit_ >= 1) --run_;  // a pass without a connection does not count
     } else if (LoopCheck c = Evaluate(chosen); c != LoopCheck::kGoOn) {
       return c;
@@ -111,9 +143,12 @@ class AutoLoop {
     w_.sw.GetCurrentMode(mode);
     int32_t currentIndex = mode - 1;
     const bool currentKnown = currentIndex >= 0 && currentIndex < modeCount;
+    record_.configSet = static_cast<uint32_t>(pass.set);
+    record_.currentMode = currentKnown ? mode : kModeUnknown;
+    w_.health.BeginPass();
 
     // The mode in use first, without switching.
-    if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
     if (currentKnown) {
       counts_[static_cast<size_t>(currentIndex)] = 0;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", currentIndex + 1);
@@ -125,7 +160,7 @@ class AutoLoop {
       if (i == currentIndex) continue;
       const auto at = static_cast<size_t>(i);
       counts_[at] = 0;
-      if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
       if (w_.settings().DisableMode[pass.set][at] != 0) {
         log_.write(kLogDetail, "RSSI for mode %d: <DISABLED>\n", i + 1);
         const auto rssi = buffers_->RssiRow(i, pass.collectCount);
@@ -136,20 +171,21 @@ class AutoLoop {
         continue;
       }
       SetDeviceMode(i + 1);
-      if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
       const int64_t steps = WaitSteps(pass.waitForStable);
       for (int64_t s = 0; s < steps; ++s) {
         w_.clock().sleep_ms(kLoopStepMs);
-        if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+        if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
       }
-      if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", i + 1);
       MeasureMode(w_, arg_, pass, *buffers_, i, counts_[at]);
-      if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
     }
 
     // The mode the device stands in now, for the determinator's record.
-    if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
+    w_.health.EndPass();  // every mode was measured
     mode = kModeUnknown;
     const int32_t fallbackIndex = pass.defaultMode - 1;
     if (w_.sw.GetCurrentMode(mode) != 0) {
@@ -170,9 +206,38 @@ class AutoLoop {
 
     DetermineInput in{w_.settings(),  pass.set, w_.modeCount(), w_.switchCount(), w_.labels,
                       w_.rssiHistory, log_};
-    determined_ = DetermineMode(in, *buffers_, counts_, currentIndex, rssi_, fallback_);
+    bool fallback = false;
+    determined_ = DetermineMode(in, *buffers_, counts_, currentIndex, rssi_, fallback, results_);
+    fallback_ = fallback;
     chosen = ModeToApply(determined_, w_.settings(), pass.set);
-    return Checkpoint(w_, arg_);
+    Record(pass, fallback);
+    return Check();
+  }
+
+  // The measurement and the determinator's verdict of this pass, into the record.
+  void Record(const PassParameters& pass, bool fallback) {
+    const int32_t modeCount = std::clamp(w_.modeCount(), 0, kMaxModes);
+    record_.modeCount = modeCount;
+    for (int32_t i = 0; i < modeCount; ++i) {
+      const auto at = static_cast<size_t>(i);
+      ModeRecord& m = record_.modes[at];
+      m.disabled = w_.settings().DisableMode[pass.set][at] != 0;
+      m.samples = m.disabled ? 0 : counts_[at];
+      m.rssi = results_.avgRssi[at];
+      m.rate = results_.avgRate[at];
+      m.weight = w_.settings().RSSIWeightForMode[pass.set][at];
+      m.weighted = results_.weighted[at];
+    }
+    if (determined_ == 0) {
+      record_.outcome = Outcome::kInvalidDeterminator;
+    } else if (fallback) {
+      record_.outcome = results_.failures > 0 ? Outcome::kFallbackFailedMeasurement
+                                              : Outcome::kFallbackBelowThreshold;
+    } else if (results_.mismatch) {
+      record_.outcome = Outcome::kFallbackMismatch;
+    } else {
+      record_.outcome = Outcome::kChosen;
+    }
   }
 
   // Sets the choice (also when it is set already) and sleeps.
@@ -182,19 +247,26 @@ class AutoLoop {
     previousMode_ = chosen;
     hasPrevious_ = true;
     if (w_.initialised()) w_.autoState.store(kAutoIdle, std::memory_order_relaxed);
+    record_.chosen = chosen;
     // A request here skips the sleep; stableCount stays.
-    if (LoopCheck c = Checkpoint(w_, arg_); c != LoopCheck::kGoOn) return c;
+    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) {
+      if (c == LoopCheck::kNextPass) w_.journal.Publish(record_);  // no sleep followed
+      return c;
+    }
 
     const int32_t sleep =
         AutoSleepInterval(baseSleep_, stableCount_, SleepGrowth::Of(w_.settings(), w_.activeSet()));
     log_.write(kLogDetail, "Sleep: %d\n\n", sleep);
+    record_.sleepMs = sleep;
+    w_.journal.Publish(record_);
     const int64_t steps = WaitSteps(sleep);
     for (int64_t s = 0; s < steps; ++s) {
       w_.clock().sleep_ms(kLoopStepMs);
       if (!arg_.keepRunning.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
-      if (w_.ConsumeReevaluation()) return LoopCheck::kNextPass;
+      if (w_.ConsumeReevaluation(&trigger_)) return LoopCheck::kNextPass;
     }
-    return Checkpoint(w_, arg_);
+    trigger_ = Trigger::kTimer;
+    return Check();
   }
 
   AntennaSwitchWorkerObj& w_;
@@ -209,6 +281,9 @@ class AutoLoop {
   bool hasPrevious_ = false;
   int32_t previousMode_ = 0;
   uint32_t stableCount_ = 0;
+  Trigger trigger_;         // what begins the next pass
+  DecisionRecord record_;   // of the pass under way
+  ModeResults results_;     // the averages of the last DetermineMode
   int32_t determined_ = 0;  // the last DetermineMode result, its RSSI and fallback flag
   double rssi_ = kNoRssiValue;
   bool fallback_ = false;

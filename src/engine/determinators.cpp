@@ -80,6 +80,7 @@ int DoubleCheckDeterminator(const DecisionContext& ctx) {
   ctx.in.log.write(kLogInfo, "Determined mode[R]: %d\n", rssiChoice + 1);
   ctx.in.log.write(kLogInfo, "Determined mode[B]: %d\n", rateChoice + 1);
   if (rssiChoice == rateChoice) return rssiChoice;
+  if (ctx.mismatch != nullptr) *ctx.mismatch = true;
 
   // The two measures disagree: neither is trusted and the configured default is used. The
   // text of the mismatch line deliberately has no line end; the fallback line follows it.

@@ -16,7 +16,8 @@ struct DecisionContext {
   const DetermineInput& in;
   const ModeResults& results;
   ModeMask disabled;
-  int32_t defaultMode;  // DefaultMode of the active set, a mode number
+  int32_t defaultMode;       // DefaultMode of the active set, a mode number
+  bool* mismatch = nullptr;  // set by DoubleCheck when its two choices differ
 
   TieContext tie() const { return {in.log, in.labels, in.switchCount, disabled}; }
 };

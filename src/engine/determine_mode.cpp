@@ -95,6 +95,8 @@ int32_t DetermineMode(const DetermineInput& in, const SampleBuffers& buffers,
 
   // A failed measurement, or no enabled mode above the threshold: the configured default.
   const bool allBelow = belowCount == modeCount - disabledCount;
+  results.failures = failures;
+  results.allBelow = allBelow;
   if (allBelow || failures > 0) {
     if (allBelow && failures < 1) {
       log.write(kLogDetail,
@@ -124,7 +126,7 @@ int32_t DetermineMode(const DetermineInput& in, const SampleBuffers& buffers,
   }
   log.write(kLogDetail, "\n\n");
 
-  const DecisionContext ctx{in, results, disabled, defaultMode};
+  const DecisionContext ctx{in, results, disabled, defaultMode, &results.mismatch};
   int choice = 0;
   switch (settings.DeterminatorMode) {
     case kDeterminatorHybrid:

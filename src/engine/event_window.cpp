@@ -50,7 +50,7 @@ bool EventWindowProc::on_message(const platform::WindowMessage& message) {
       if (worker_ == nullptr) return true;
       worker_->state.device_change_pending.store(true, std::memory_order_relaxed);
       Print("WM_DEVICECHANGE\n");
-      RequestReevaluation(worker_, true);
+      RequestReevaluation(worker_, true, Trigger::kDevice);
       return true;
     case WindowMessage::kOther:
       break;
@@ -62,7 +62,7 @@ void EventWindowProc::OnPowerSettingChange(const platform::WindowMessage& messag
   if (message.setting == platform::PowerSetting::kLidSwitch) {
     worker_->state.lid_open.store(message.value != 0, std::memory_order_relaxed);
     Print("GUID_LIDSWITCH_STATE_CHANGE\n");
-    RequestReevaluation(worker_, true);
+    RequestReevaluation(worker_, true, Trigger::kLid);
     return;
   }
   const uint32_t source = message.value;
@@ -73,7 +73,7 @@ void EventWindowProc::OnPowerSettingChange(const platform::WindowMessage& messag
                        static_cast<int>(source));
   worker_->powerSource.store(source, std::memory_order_relaxed);
   // A new decision on the same config set: the power source does not select one.
-  RequestReevaluation(worker_, false);
+  RequestReevaluation(worker_, false, Trigger::kPower);
 }
 
 void EventWindowThread(AntennaSwitchWorkerObj* worker) {

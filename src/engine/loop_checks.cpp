@@ -2,9 +2,10 @@
 
 namespace zaltor::engine {
 
-LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg) {
+LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
+                     Trigger* taken) {
   if (!arg.keepRunning.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
-  return worker.ConsumeReevaluation() ? LoopCheck::kNextPass : LoopCheck::kGoOn;
+  return worker.ConsumeReevaluation(taken) ? LoopCheck::kNextPass : LoopCheck::kGoOn;
 }
 
 bool StopOrRequestPending(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg) {

@@ -22,7 +22,9 @@ enum class LoopCheck {
 
 // The auto loop's checkpoint: keepRunning first, then, under loopMutex, a re-evaluation
 // request is consumed (a pending config set becomes active).
-LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg);
+// `taken`, when given, receives the cause of a request consumed.
+LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
+                     Trigger* taken = nullptr);
 
 // The measurement's test: true when keepRunning is cleared or a re-evaluation request is
 // pending. The request is only looked at (under loopMutex), not consumed: it stays for the

@@ -26,6 +26,7 @@ bool ReadSample(AntennaSwitchWorkerObj& worker, int32_t modeIndex, int32_t& samp
   values.fill(kNoSignal);
   const int32_t antennas = std::clamp(count, 0, platform::kMaxPorts);
   if (worker.counters.ReadRssi(antennas, values.data()) != 0) return false;
+  worker.health.Sample(modeIndex, antennas, values.data());
 
   int64_t sum = 0;
   int64_t terms = 0;

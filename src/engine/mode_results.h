@@ -28,11 +28,20 @@ struct ModeResults {
   ModeValues avgRssi{};
   ModeValues avgRate{};
   ModeValues weighted{};
+  // How the evaluation went besides the choice, for the decision journal: modes without a
+  // successful sample, every enabled mode below the threshold, and whether DoubleCheck's
+  // two measures disagreed (its fallback does not set the fallback flag).
+  int failures = 0;
+  bool allBelow = false;
+  bool mismatch = false;
 
   void Reset() {
     avgRssi.fill(kNoRssiValue);
     avgRate.fill(0.0);
     weighted.fill(kNoRssiValue);
+    failures = 0;
+    allBelow = false;
+    mismatch = false;
   }
 };
 

@@ -128,7 +128,7 @@ class Monitor {
     log_.write(kLogInfo, "[Monitor] %s become worse: %d -> %d, going to determine next mode.\n",
                name, base, current);
     RememberWorker(&w_);
-    w_.RaiseReevaluation();
+    w_.RaiseReevaluation(Trigger::kMonitor);
     return true;
   }
 

@@ -8,13 +8,15 @@ namespace {
 std::atomic<AntennaSwitchWorkerObj*> g_remembered{nullptr};
 }  // namespace
 
-void Reevaluation::Raise() {
+void Reevaluation::Raise(Trigger cause) {
   LoopHold hold(loopMutex());
+  if (!requested_.load(std::memory_order_relaxed)) cause_.store(cause, std::memory_order_relaxed);
   requested_.store(true, std::memory_order_relaxed);
 }
 
-void Reevaluation::RaiseWithRecompute(const std::function<uint32_t()>& select) {
+void Reevaluation::RaiseWithRecompute(Trigger cause, const std::function<uint32_t()>& select) {
   LoopHold hold(loopMutex());
+  if (!requested_.load(std::memory_order_relaxed)) cause_.store(cause, std::memory_order_relaxed);
   requested_.store(true, std::memory_order_relaxed);
   const uint32_t set = select();
   const uint64_t active = activeSet_.load(std::memory_order_relaxed);
@@ -29,9 +31,10 @@ void Reevaluation::RaiseWithRecompute(const std::function<uint32_t()>& select) {
   pending_.store(set, std::memory_order_relaxed);
 }
 
-bool Reevaluation::Consume() {
+bool Reevaluation::Consume(Trigger* cause) {
   LoopHold hold(loopMutex());
   if (!requested_.load(std::memory_order_relaxed)) return false;
+  if (cause != nullptr) *cause = cause_.load(std::memory_order_relaxed);
   if (changePending_.load(std::memory_order_relaxed)) {
     activeSet_.store(pending_.load(std::memory_order_relaxed), std::memory_order_relaxed);
     changePending_.store(false, std::memory_order_relaxed);

@@ -6,12 +6,14 @@
 // It owns the request flag, the pending config set with its change flag, the loop mutex
 // that guards them and the active config set index, and the worker that the WLAN callback
 // acts on. The rules, each in one place:
-// - Raise: set the request.
+// - Raise: set the request, with its cause (what the pass that takes it records). While a
+//   request waits, a later raise keeps the first cause: that is what began the new pass.
 // - RaiseWithRecompute: set the request and compute the config set, with the loop mutex held
 //   (the computation's Bluetooth settle included); a set other than the active one is logged
 //   ("CONFIG changed! %u -> %u\n") and made pending, the active one again withdraws an
 //   earlier pending change.
-// - Consume: whoever finds the request set takes it; a pending set becomes active.
+// - Consume: whoever finds the request set takes it (and its cause); a pending set becomes
+//   active.
 // - Peek: look at the request without taking it (the measurement leaves it for the loop).
 // - NewPeriod: every start of Auto mode makes a new loop mutex and clears both flags. An
 //   earlier mutex lives on as long as a thread of its period still holds or waits for it
@@ -31,6 +33,7 @@
 #include <mutex>
 #include <vector>
 
+#include "engine/decision_journal.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 
@@ -47,11 +50,12 @@ class Reevaluation {
   Reevaluation(const Reevaluation&) = delete;
   Reevaluation& operator=(const Reevaluation&) = delete;
 
-  void Raise();
+  void Raise(Trigger cause);
   // `select` gives the config set for the present situation; it runs with the mutex held.
-  void RaiseWithRecompute(const std::function<uint32_t()>& select);
-  // True when a request was taken (a pending set became active).
-  bool Consume();
+  void RaiseWithRecompute(Trigger cause, const std::function<uint32_t()>& select);
+  // True when a request was taken (a pending set became active); `cause`, when given,
+  // receives the cause of the request taken.
+  bool Consume(Trigger* cause = nullptr);
   bool Peek();
 
   // A new Auto period: a fresh loop mutex, both flags cleared.
@@ -86,6 +90,7 @@ class Reevaluation {
   std::atomic<uint64_t> pending_{0};
   std::atomic<bool> changePending_{false};
   std::atomic<bool> requested_{false};
+  std::atomic<Trigger> cause_{Trigger::kTimer};
   mutable std::mutex currentLock_;  // guards current_: never held across a wait
   std::shared_ptr<platform::Mutex> current_;
 };

@@ -4,18 +4,19 @@
 
 namespace zaltor::engine {
 
-void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute) {
+void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause) {
   if (!recompute) {
-    worker.reevaluation.Raise();
+    worker.reevaluation.Raise(cause);
     return;
   }
-  worker.reevaluation.RaiseWithRecompute([&worker] { return worker.adapters.SelectConfigSet(); });
+  worker.reevaluation.RaiseWithRecompute(cause,
+                                         [&worker] { return worker.adapters.SelectConfigSet(); });
 }
 
-void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute) {
+void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute, Trigger cause) {
   if (worker == nullptr) return;
   Reevaluation::Remember(worker);
-  RaiseReevaluationLocked(*worker, recompute);
+  RaiseReevaluationLocked(*worker, recompute, cause);
 }
 
 }  // namespace zaltor::engine

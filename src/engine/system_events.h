@@ -30,7 +30,7 @@ inline void ForgetRememberedWorker() {
 // Under the worker's loop mutex: raises the request and, with `recompute`, selects the
 // config set and makes it pending when it differs from the active one (Reevaluation's
 // RaiseWithRecompute). The selection, with its Bluetooth settle, runs with the mutex held.
-void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute);
+void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause);
 
 // How many event window threads run now (tests wait for theirs to end before the worker
 // goes away: the thread is detached).

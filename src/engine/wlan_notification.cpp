@@ -18,15 +18,15 @@ void WlanNotificationCallback(uint32_t source, uint32_t code) {
   switch (code) {
     case platform::kWlanMsmConnected:
       print("wlan_notification_msm_connected\n");
-      RaiseReevaluationLocked(*worker, true);
+      RaiseReevaluationLocked(*worker, true, Trigger::kWlan);
       break;
     case platform::kWlanMsmDisconnected:
       print("wlan_notification_msm_disconnected\n");
-      RaiseReevaluationLocked(*worker, false);
+      RaiseReevaluationLocked(*worker, false, Trigger::kWlan);
       break;
     case platform::kWlanMsmAdapterRemoval:
       print("wlan_notification_msm_adapter_removal\n");
-      RaiseReevaluationLocked(*worker, false);
+      RaiseReevaluationLocked(*worker, false, Trigger::kWlan);
       break;
     default:
       break;

@@ -144,6 +144,9 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
   if (!initialised()) return SWITCH_ERR_NOT_READY;
   if (mode < 0 || mode > modeCount()) return SWITCH_ERR_INVALID_MODE;
   if (static_cast<uint32_t>(mode) == userMode()) return SWITCH_OK;
+  // Auto after a fixed mode is the user's choice; the first Auto of the process (userMode
+  // still at its start value) is the service's start.
+  const bool fromFixed = userMode() >= 1 && static_cast<int32_t>(userMode()) <= modeCount();
   state.user_mode.store(static_cast<uint32_t>(mode), std::memory_order_relaxed);
 
   if (mode >= 1) {
@@ -158,24 +161,26 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
     }
     std::array<Status, platform::kMaxPorts> results{};
     sw.SetMode(mode, results);
+    health.Write(switchCount(), results);
     for (Status s : results) {
       if (s != 0) return s;
     }
     return SWITCH_OK;
   }
-  return StartAuto();
+  return StartAuto(fromFixed ? Trigger::kUser : Trigger::kStart);
 }
 
-Status AntennaSwitchWorkerObj::StartAuto() {
+Status AntennaSwitchWorkerObj::StartAuto(Trigger first) {
   ReapEndedThreads();
   if (autoThreadRunning()) return SWITCH_OK;
 
-  // A new loop mutex per Auto period; the earlier ones stay until teardown.
+  // A new loop mutex per Auto period; an earlier one goes with its last hold.
   reevaluation.NewPeriod();
   reevaluation.SetInForce(adapters.SelectConfigSet());
 
   auto arg = std::make_shared<AutoSwitchingWorkerArg>();
   arg->worker = this;
+  arg->firstTrigger = first;
   {
     std::lock_guard<std::mutex> g(autoLock_);
     autoArg_ = arg;

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "config/configuration.h"
+#include "engine/port_health.h"
 #include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
 #include "engine/switch_labels.h"
@@ -52,6 +53,7 @@ class AntennaSwitchWorkerObj;
 struct AutoSwitchingWorkerArg {
   std::atomic<bool> keepRunning{true};
   AntennaSwitchWorkerObj* worker = nullptr;
+  Trigger firstTrigger = Trigger::kStart;  // what the period's first pass records
 };
 
 // autoState values: what the monitor sees of the auto loop.
@@ -102,9 +104,9 @@ class AntennaSwitchWorkerObj {
   Status LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode);
 
   // The re-evaluation request (see reevaluation.h): consume, peek, raise.
-  bool ConsumeReevaluation() { return reevaluation.Consume(); }
+  bool ConsumeReevaluation(Trigger* cause = nullptr) { return reevaluation.Consume(cause); }
   bool ReevaluationRequested() { return reevaluation.Peek(); }
-  void RaiseReevaluation() { reevaluation.Raise(); }
+  void RaiseReevaluation(Trigger cause) { reevaluation.Raise(cause); }
 
   // Writes one finished line straight to the service's log-entry operation (the event
   // log), without line assembly and without the log file. Dropped before Init.
@@ -159,6 +161,11 @@ class AntennaSwitchWorkerObj {
   platform::SignalCounters counters;
   platform::AdapterDiscovery adapters;
 
+  // One record per decision pass of the auto loop (see decision_journal.h).
+  DecisionJournal journal;
+  // Per antenna port, what the measurements and line writes say of it (see port_health.h).
+  PortHealth health;
+
   // The request flag, the pending config set, the loop mutex of the current Auto period.
   Reevaluation reevaluation;
   std::shared_ptr<platform::Mutex> loopMutex() const { return reevaluation.loopMutex(); }
@@ -177,7 +184,7 @@ class AntennaSwitchWorkerObj {
   Status SetUserModeLocked(int32_t mode);
   // A fixed mode (or the run count) stopped the Auto period whose thread has not ended yet.
   bool StoppedLoopStillEnding();
-  Status StartAuto();
+  Status StartAuto(Trigger first);
   void StartHeldThread(const char* name, std::function<void()> body);
   // Joins the held threads whose bodies have returned (no wait on a running one).
   void ReapEndedThreads();

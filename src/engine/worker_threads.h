@@ -26,6 +26,6 @@ void WlanNotificationCallback(uint32_t source, uint32_t code);
 // Asks the auto loop to decide again; with `recompute` the config set is computed anew
 // and made pending when it differs from the active one. The first call remembers the
 // worker for the WLAN callback.
-void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute);
+void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute, Trigger cause);
 
 }  // namespace zaltor::engine

@@ -29,6 +29,12 @@ class ControlClient {
                                     int32_t first, int32_t second, int32_t& status) = 0;
   virtual uint32_t query_array(const ContextHandleWire& context, int32_t command, int32_t count,
                                int32_t& status, std::vector<int32_t>& values) = 0;
+
+  // A procedure of the diagnostics interface (DiagnosticsProcedure; `count` for
+  // ReadHistory) with `capacity` bytes of room: status 0 and the text, or
+  // kDiagnosticsMoreData with the length needed in `length` and no text.
+  virtual uint32_t read_diagnostics(uint32_t procedure, int32_t count, int32_t capacity,
+                                    int32_t& status, int32_t& length, std::string& text) = 0;
 };
 
 // Connects to the control endpoint `endpoint`. Every call (and the connection itself) gives

@@ -136,6 +136,57 @@ class RpcDispatch {
                            int32_t* values) = 0;
 };
 
+// The diagnostics interface: three read-only procedures that hand out UTF-8 JSON text (the
+// decision journal and the antenna health; see docs/diagnostics-interface.md). The caller
+// names the room it has for the text; a text that does not fit is not sent, and the call
+// answers kDiagnosticsMoreData with the length needed.
+enum DiagnosticsProcedure : uint32_t {
+  kReadLastDecision = 0,
+  kReadHistory = 1,
+  kReadHealth = 2,
+};
+constexpr int32_t kMaxDiagnosticsBytes = 1024 * 1024;  // the room a caller may ask for
+constexpr int32_t kDiagnosticsMoreData = 234;          // ERROR_MORE_DATA
+
+class DiagnosticsDispatch {
+ public:
+  virtual ~DiagnosticsDispatch() = default;
+  virtual std::string last_decision() = 0;
+  // The newest `count` decisions (count < 1: every one kept), oldest first.
+  virtual std::string history(int32_t count) = 0;
+  virtual std::string health() = 0;
+};
+
+// What a diagnostics call answers with `capacity` bytes of room: status 0 with the text
+// (its length in `length`), or kDiagnosticsMoreData with the length needed and no text.
+// A procedure number outside the three answers status 87.
+inline void run_diagnostics(DiagnosticsDispatch& dispatch, uint32_t procedure, int32_t count,
+                            int32_t capacity, int32_t& status, int32_t& length, std::string& text) {
+  switch (procedure) {
+    case kReadLastDecision:
+      text = dispatch.last_decision();
+      break;
+    case kReadHistory:
+      text = dispatch.history(count);
+      break;
+    case kReadHealth:
+      text = dispatch.health();
+      break;
+    default:
+      text.clear();
+      status = 87;  // ERROR_INVALID_PARAMETER
+      length = 0;
+      return;
+  }
+  length = static_cast<int32_t>(text.size());
+  if (text.size() > static_cast<size_t>(capacity)) {
+    status = kDiagnosticsMoreData;
+    text.clear();
+    return;
+  }
+  status = 0;
+}
+
 class RpcRuntime {
  public:
   virtual ~RpcRuntime() = default;
@@ -171,6 +222,11 @@ class RpcRuntime {
   virtual uint32_t register_if(const RpcInterfaceId& id, RpcDispatch& dispatch, uint32_t flags,
                                uint32_t max_calls, uint32_t max_rpc_size,
                                const SecurityDescriptor* sd) = 0;
+  // Registers the diagnostics interface beside the control interface, on the same endpoint
+  // with the same flags and descriptor. unregister_if with its id withdraws it.
+  virtual uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
+                                           uint32_t flags, uint32_t max_calls,
+                                           const SecurityDescriptor* sd) = 0;
   // RpcServerInqBindings.
   virtual uint32_t inq_bindings(BindingVector& out) = 0;
   // RpcEpRegisterW without object UUIDs or annotation.

@@ -10,6 +10,8 @@ namespace {
 
 // Written by serve on the run body's thread, freed by withdraw on the stop thread.
 std::atomic<platform::BindingVector> g_binding_vector{nullptr};
+// Whether serve registered the diagnostics interface (withdraw then unregisters it).
+std::atomic<bool> g_diagnostics_registered{false};
 
 // The security objects of the endpoint; released on every path out of serve.
 struct SecurityObjects {
@@ -93,6 +95,13 @@ uint32_t serve(const EndpointSetup& setup) {
       st != 0) {
     return st;
   }
+  // The diagnostics are a help beside the companion app's interface: without them the
+  // control interface is still served.
+  if (setup.diagnostics != nullptr &&
+      rt.register_diagnostics_if(kDiagnosticsInterface, *setup.diagnostics, kInterfaceFlags,
+                                 kMaxConcurrentCalls, &sec.descriptor) == 0) {
+    g_diagnostics_registered.store(true, std::memory_order_relaxed);
+  }
 
   platform::BindingVector bindings = nullptr;
   const uint32_t inq = rt.inq_bindings(bindings);
@@ -114,6 +123,9 @@ uint32_t serve(const EndpointSetup& setup) {
 
 void withdraw(platform::RpcRuntime& runtime) {
   runtime.unregister_if(kControlInterface, false);
+  if (g_diagnostics_registered.exchange(false, std::memory_order_relaxed)) {
+    runtime.unregister_if(kDiagnosticsInterface, false);
+  }
   platform::BindingVector bindings = g_binding_vector.exchange(nullptr, std::memory_order_relaxed);
   runtime.ep_unregister(kControlInterface, bindings);
   if (bindings != nullptr) runtime.binding_vector_free(bindings);

@@ -23,6 +23,9 @@ struct EndpointSetup {
   // Called once the endpoint is open and before the interface is registered: the run body
   // chooses Auto mode here. May be empty.
   std::function<void()> choose_auto;
+  // The procedures of the diagnostics interface, registered after the control interface
+  // with the same flags and descriptor; null: not served.
+  platform::DiagnosticsDispatch* diagnostics = nullptr;
 };
 
 // Builds the security objects, opens the endpoint (retrying every 5000 ms for as long as it

@@ -10,6 +10,9 @@ namespace zaltor::rpc {
 
 // ae229564-9584-4672-9b40-ad8fd80f75ba, version 1.0.
 extern const platform::RpcInterfaceId kControlInterface;
+// The diagnostics interface (zaltor_diagnostics.idl): 9b099b7d-2354-42ca-a47e-7c58f06dc99b,
+// version 1.0, on the same endpoint with the same security.
+extern const platform::RpcInterfaceId kDiagnosticsInterface;
 // NDR transfer syntax 8a885d04-1ceb-11c9-9fe8-08002b104860, version 2.0.
 extern const platform::RpcInterfaceId kNdrTransferSyntax;
 

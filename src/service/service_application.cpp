@@ -10,7 +10,11 @@
 namespace zaltor::service {
 
 ServiceApplication::ServiceApplication(platform::Platform& platform)
-    : platform_(platform), worker_(platform), target_(worker_), procedures_(target_) {}
+    : platform_(platform),
+      worker_(platform),
+      target_(worker_),
+      procedures_(target_),
+      diagnostics_(worker_) {}
 
 ServiceApplication::~ServiceApplication() = default;
 
@@ -44,7 +48,8 @@ uint32_t ServiceApplication::RunBody(CMultiAntennaSvc& svc) {
                            rpc::endpoint_name_from_environment(),
                            [this] {
                              if (worker_.initialised()) worker_.SetUserMode(kModeAuto);
-                           }};
+                           },
+                           &diagnostics_};
   return rpc::serve(setup);
 }
 

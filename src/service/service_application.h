@@ -9,6 +9,7 @@
 #include "rpc/control_procedures.h"
 #include "service/multi_antenna_svc.h"
 #include "service/worker_control_target.h"
+#include "service/worker_diagnostics.h"
 
 namespace zaltor::service {
 
@@ -30,6 +31,7 @@ class ServiceApplication {
   engine::AntennaSwitchWorkerObj worker_;
   WorkerControlTarget target_;
   rpc::ControlProcedures procedures_;
+  WorkerDiagnostics diagnostics_;
 };
 
 }  // namespace zaltor::service

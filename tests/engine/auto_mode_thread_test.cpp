@@ -148,7 +148,7 @@ TEST(AutoModeLoop, ConfigSetChangeDoesNotAlterTheBaseSleepOfARunningThread) {
   // What the event handling does when the lid closes: a pending set and a request.
   const int64_t asked = h.clock().now_ms();
   h.worker().reevaluation.MakePending(3);
-  h.worker().RaiseReevaluation();
+  h.worker().RaiseReevaluation(Trigger::kMonitor);
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 3; }, kLimitMs));
 
   EXPECT_EQ(h.worker().activeConfigSet(), 3u);
@@ -166,7 +166,7 @@ TEST(AutoModeLoop, RequestDuringTheSleepBeginsTheNextPassWithinASecond) {
   const int64_t slept = h.TimeOf("Sleep: ");
   h.RunFor(2500);
   const int64_t asked = h.clock().now_ms();
-  h.worker().RaiseReevaluation();
+  h.worker().RaiseReevaluation(Trigger::kMonitor);
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 2; }, kLimitMs));
   // The next pass begins at the sleep's next one-second step; its first measurement takes
   // one second more.

@@ -184,7 +184,7 @@ TEST(EventsWlan, NotificationsBeforeAnyWorkerIsRememberedAreIgnored) {
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
 
   // Once a request has remembered it, the same notifications act.
-  RequestReevaluation(&nb.worker(), false);
+  RequestReevaluation(&nb.worker(), false, Trigger::kDevice);
   EXPECT_EQ(RememberedWorker(), &nb.worker());
   nb.worker().ConsumeReevaluation();
   nb.Patch(Interface(false, 36));
@@ -234,17 +234,17 @@ TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) 
   EngineOnNotebook nb;
   Settle(nb);
   const size_t before = nb.LogCount("CONFIG changed!");
-  RequestReevaluation(&nb.worker(), true);  // still set 1
+  RequestReevaluation(&nb.worker(), true, Trigger::kDevice);  // still set 1
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   EXPECT_TRUE(nb.worker().ConsumeReevaluation());
 
   nb.worker().state.lid_open.store(false);
-  RequestReevaluation(&nb.worker(), true);
+  RequestReevaluation(&nb.worker(), true, Trigger::kDevice);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
   EXPECT_TRUE(nb.worker().reevaluation.configChangePending());
   EXPECT_EQ(nb.worker().reevaluation.pendingConfigSet(), 3u);
-  RequestReevaluation(nullptr, true);  // nothing happens for an empty worker
+  RequestReevaluation(nullptr, true, Trigger::kDevice);  // nothing happens for an empty worker
 }
 
 // --- The window's set-up, over a scripted window.

@@ -133,7 +133,7 @@ TEST_F(EngineMeasureMode, RateThatNeverRisesAboveZeroRetriesUntilAReevaluationRe
   // Each try collects twice (RSSI, then the rate); after 40 collections another thread's
   // request arrives.
   counters.onCollect = [&](int n) {
-    if (n == base + 40) h_->worker().RaiseReevaluation();
+    if (n == base + 40) h_->worker().RaiseReevaluation(Trigger::kMonitor);
   };
   const int64_t took = Measure(0);
   counters.onCollect = nullptr;
@@ -199,7 +199,7 @@ TEST_F(EngineMeasureMode, StopDuringTheWaitEndsTheMeasurementAtTheNextStep) {
 
 TEST_F(EngineMeasureMode, ReevaluationRequestDuringTheWaitEndsItAndStaysPending) {
   Start(Keys3({{"RSSICollectInterval", "3000"}}));
-  auto requester = h_->After(3500, [&] { h_->worker().RaiseReevaluation(); });
+  auto requester = h_->After(3500, [&] { h_->worker().RaiseReevaluation(Trigger::kMonitor); });
   const int64_t took = Measure(0);
   requester->join();
   EXPECT_EQ(took, 4000);
@@ -210,7 +210,7 @@ TEST_F(EngineMeasureMode, ReevaluationRequestDuringTheWaitEndsItAndStaysPending)
 
 TEST_F(EngineMeasureMode, PendingRequestMeasuresNothing) {
   Start(Keys3());
-  h_->worker().RaiseReevaluation();
+  h_->worker().RaiseReevaluation(Trigger::kMonitor);
   EXPECT_EQ(Measure(0), 0);
   EXPECT_EQ(count_, 0u);
   EXPECT_EQ(Log().find("-62"), std::string::npos);

@@ -79,7 +79,7 @@ TEST(ModeChangeRaces, UsersFixedModeIsTheLastOnTheLinesWhenTheLoopIsInsideAWrite
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, kLimitMs));
   ASSERT_NE(h.notebook().mode(), 1) << "the next pass switches to mode 1 first";
   armed = true;
-  h.worker().RaiseReevaluation();
+  h.worker().RaiseReevaluation(Trigger::kMonitor);
   ASSERT_TRUE(h.RunUntil([&] { return userStarted.load(); }, 5000));
   user->join();
   EXPECT_EQ(result.load(), 0u);
@@ -182,7 +182,7 @@ TEST(ModeChangeRaces, ASetBroughtIntoForceMidPassLeavesThePassOnItsOwnSet) {
   const std::string first = AvgLine(h, 0);
   ASSERT_FALSE(first.empty());
   armed = true;
-  h.worker().RaiseReevaluation();
+  h.worker().RaiseReevaluation(Trigger::kMonitor);
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 2; }, kLimitMs));
   EXPECT_FALSE(armed.load()) << "the set came into force during the second pass";
   EXPECT_EQ(AvgLine(h, 1), first) << "the second pass measured and decided on its own set";

@@ -202,7 +202,7 @@ TEST(MonitorSleep, PendingRequestIsConsumedWhileSleepingWithItsConfigSet) {
   MonitorRun monitor(nb);
   nb.SleepUntil(2000);
   nb.worker().reevaluation.MakePending(3);
-  nb.worker().RaiseReevaluation();
+  nb.worker().RaiseReevaluation(Trigger::kMonitor);
   nb.SleepUntil(3500);  // the next one-second step (at 3010) consumes it
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);

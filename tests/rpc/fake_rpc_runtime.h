@@ -176,6 +176,16 @@ class FakeRpcRuntime final : public platform::RpcRuntime {
     note("stop_server_listening");
     return 0;
   }
+  uint32_t register_diagnostics_if(const platform::RpcInterfaceId& id,
+                                   platform::DiagnosticsDispatch& d, uint32_t flags,
+                                   uint32_t max_calls,
+                                   const platform::SecurityDescriptor*) override {
+    note("register_diagnostics_if(" + platform::to_string(id.uuid) + ",0x" + hex(flags) + "," +
+         std::to_string(max_calls) + ")");
+    diagnostics = &d;
+    return 0;
+  }
+  platform::DiagnosticsDispatch* diagnostics = nullptr;
   uint32_t unregister_if(const platform::RpcInterfaceId& id, bool wait) override {
     note("unregister_if(" + platform::to_string(id.uuid) + "," + (wait ? "wait" : "no_wait") + ")");
     return unregister_result;

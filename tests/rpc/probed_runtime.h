@@ -53,6 +53,11 @@ class ProbedRuntime final : public platform::RpcRuntime {
                        uint32_t m, uint32_t s, const platform::SecurityDescriptor* sd) override {
     return inner_->register_if(id, d, f, m, s, sd);
   }
+  uint32_t register_diagnostics_if(const platform::RpcInterfaceId& id,
+                                   platform::DiagnosticsDispatch& d, uint32_t f, uint32_t m,
+                                   const platform::SecurityDescriptor* sd) override {
+    return inner_->register_diagnostics_if(id, d, f, m, sd);
+  }
   uint32_t inq_bindings(platform::BindingVector& out) override { return inner_->inq_bindings(out); }
   uint32_t ep_register(const platform::RpcInterfaceId& id, platform::BindingVector b) override {
     return inner_->ep_register(id, b);

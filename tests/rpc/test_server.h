@@ -41,6 +41,19 @@ inline std::string unique_endpoint(const char* tag) {
          std::to_string(counter.fetch_add(1));
 }
 
+// Diagnostics procedures that hand out fixed texts and remember the last history count.
+class FakeDiagnostics final : public platform::DiagnosticsDispatch {
+ public:
+  std::string last_decision() override { return decision; }
+  std::string history(int32_t count) override {
+    last_count.store(count);
+    return "{\"decisions\": []}";
+  }
+  std::string health() override { return "{\"ports\": []}"; }
+  std::string decision = "{\"decision\": null}";
+  std::atomic<int32_t> last_count{-1};
+};
+
 using RuntimeFactory = std::function<std::unique_ptr<platform::RpcRuntime>(platform::Clock&)>;
 
 // This platform's real runtime.
@@ -62,7 +75,8 @@ class TestServer {
       : endpoint(unique_endpoint(tag)),
         procedures(target),
         runtime(std::make_unique<ProbedRuntime>(make_runtime(clock))) {
-    EndpointSetup setup{*runtime, clock, log, procedures, endpoint, std::move(choose_auto)};
+    EndpointSetup setup{*runtime,    clock, log, procedures, endpoint, std::move(choose_auto),
+                        &diagnostics};
     thread_ = std::thread([this, setup] { result = serve(setup); });
     wait_for_listening(*runtime);
     wait_until_answering();
@@ -85,6 +99,7 @@ class TestServer {
   RecordingLog log;
   FakeTarget target;
   ControlProcedures procedures;
+  FakeDiagnostics diagnostics;
   std::unique_ptr<ProbedRuntime> runtime;
   std::atomic<uint32_t> result{0xFFFFFFFF};
 

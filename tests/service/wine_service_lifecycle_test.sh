@@ -9,8 +9,8 @@
 # Usage: wine_service_lifecycle_test.sh BIN_DIR WINE_RUN
 #   BIN_DIR   build-windows/bin (ZaltorMultiAntennaSvc.exe, antennactl.exe, Conf.bin)
 #   WINE_RUN  scripts/wine-run.sh
-# The running service is driven with antennactl.exe over ncalrpc (status, mode 2) and keeps
-# running until -remove stops it.
+# The running service is driven with antennactl.exe over ncalrpc (status, why, health,
+# mode 2) and keeps running until -remove stops it.
 #
 # The service name is fixed, so this test must not run alongside another one that installs
 # it (ctest: RUN_SERIAL). Whatever happens, the service is deleted at the end.
@@ -142,6 +142,29 @@ if wait_until 60 ctl_ok; then
 else
   fail "antennactl.exe status: exit $?, <<$(cat "$work/status.txt")>> $(cat "$work/ctl-stderr")"
 fi
+# The diagnostics interface on the same endpoint: before the loop's first decision "why"
+# answers {"decision": null}; once the first pass has decided, it explains it.
+why_json() { "$wine_run" "$ctl" why --json 2>"$work/ctl-stderr" | tr -d '\r' >"$work/why.json"; }
+decided() { why_json && grep -q '"trigger": "[a-z]*"' "$work/why.json"; }
+if why_json && grep -Eq '^\{"decision": (null|\{"time": )' "$work/why.json"; then
+  pass "antennactl.exe why --json answers over ncalrpc"
+else
+  fail "antennactl.exe why --json: <<$(cat "$work/why.json")>> $(cat "$work/ctl-stderr")"
+fi
+if wait_until 60 decided; then
+  grep -q '"outcome": "chosen"' "$work/why.json" && grep -q '"configSet": 1' "$work/why.json" &&
+    pass "why --json shows the loop's first decision (config set 1, chosen)" ||
+    fail "why --json: <<$(cat "$work/why.json")>>"
+  out=$("$wine_run" "$ctl" why 2>"$work/ctl-stderr" | tr -d '\r')
+  [[ "$out" == *"Result: mode "* ]] && pass "antennactl.exe why explains it in words" ||
+    fail "antennactl.exe why: <<$out>> $(cat "$work/ctl-stderr")"
+  out=$("$wine_run" "$ctl" health --json 2>"$work/ctl-stderr" | tr -d '\r')
+  [[ "$out" == '{"ports": [{"port": "Main", "state": '* ]] && pass "antennactl.exe health --json" ||
+    fail "antennactl.exe health --json: <<$out>> $(cat "$work/ctl-stderr")"
+else
+  fail "no decision within 60 s: <<$(cat "$work/why.json")>> $(cat "$work/ctl-stderr")"
+fi
+
 out=$("$wine_run" "$ctl" mode 2 2>"$work/ctl-stderr")
 rc=$?
 [ "$rc" = 0 ] && pass "antennactl.exe mode 2 completes" ||

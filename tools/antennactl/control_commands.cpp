@@ -491,6 +491,7 @@ int run_control_command(int argc, char** argv) {
     return run_get_set("line", args, json, rpc::kGetControlBit, rpc::kSetControlBit, false);
   }
   if (command == "call") return run_call(args, json);
+  if (is_diagnostics_command(command)) return run_diagnostics_command(command, args, json);
   print_usage();
   return kExitUsage;
 }
@@ -516,7 +517,12 @@ void print_usage() {
       "                             SetValue, SetPairedValue or QueryArray (ARG: the count);\n"
       "                             CODE and ARG decimal or 0x-hex; prints status=N,\n"
       "                             value=N or values=N,N,..., or fault=0xXXXXXXXX\n"
-      "  --json                     print the data of any of these as one JSON object\n"
+      "  why                        the last decision of the auto loop, in plain words\n"
+      "  history [N]                the last N decisions (all kept: at least 64), oldest first\n"
+      "  health                     per antenna port: ok, no-signal, not-switching,\n"
+      "                             line-fault or unknown, with the reason\n"
+      "  watch                      a live view redrawn every second until Ctrl+C\n"
+      "  --json                     print the data of any of these (but watch) as JSON\n"
       "\n"
       "Working on configuration files:\n"
       "  config encrypt Conf.ini Conf.bin\n"

@@ -59,6 +59,11 @@ size_t request_body_size(uint32_t procedure) {
       return head + kContextBytes + 8;
     case 5:  // SetPairedValue: context, command, first, second
       return head + kContextBytes + 12;
+    case kDiagnosticsInterfaceBit | kReadLastDecision:  // capacity
+    case kDiagnosticsInterfaceBit | kReadHealth:
+      return head + 4;
+    case kDiagnosticsInterfaceBit | kReadHistory:  // count, capacity
+      return head + 8;
     default:
       return 0;
   }
@@ -68,6 +73,11 @@ std::vector<uint8_t> encode_request(const Request& r) {
   Writer w;
   w.u32(r.call_id);
   w.u32(r.procedure);
+  if ((r.procedure & kDiagnosticsInterfaceBit) != 0) {
+    if (r.procedure == (kDiagnosticsInterfaceBit | kReadHistory)) w.i32(r.a);
+    w.i32(r.b);
+    return w.frame();
+  }
   if (r.procedure >= 1) w.context(r.context);
   if (r.procedure >= 2) w.i32(r.command);
   if (r.procedure >= 3) w.i32(r.a);

@@ -19,8 +19,11 @@ inline constexpr size_t kLengthBytes = 4;
 inline constexpr size_t kContextBytes = 20;
 // The largest request body: call id, procedure, a context and four longs would be 44.
 inline constexpr uint32_t kMaxRequestBody = 64;
-// The largest reply body: call id, fault, status, count and 4096 longs.
-inline constexpr uint32_t kMaxReplyBody = 16 + 4 * 4096;
+// Procedure numbers of the diagnostics interface: this bit and the procedure's number.
+inline constexpr uint32_t kDiagnosticsInterfaceBit = 0x10000;
+// The largest reply body: call id, fault, status, length and the largest diagnostics text
+// (above the control interface's call id, fault, status, count and 4096 longs).
+inline constexpr uint32_t kMaxReplyBody = 16 + kMaxDiagnosticsBytes;
 
 class Writer {
  public:
@@ -61,8 +64,8 @@ struct Request {
   uint32_t procedure = 0;
   ContextHandleWire context;
   int32_t command = 0;
-  int32_t a = 0;  // argument, first argument or count
-  int32_t b = 0;  // second argument
+  int32_t a = 0;  // argument, first argument or count (diagnostics: count of ReadHistory)
+  int32_t b = 0;  // second argument (diagnostics: the capacity)
 };
 
 std::vector<uint8_t> encode_request(const Request& r);

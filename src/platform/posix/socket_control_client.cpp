@@ -88,6 +88,22 @@ class SocketControlClient final : public ControlClient {
     return 0;
   }
 
+  uint32_t read_diagnostics(uint32_t procedure, int32_t count, int32_t capacity, int32_t& status,
+                            int32_t& length, std::string& text) override {
+    wire::Request r{0, wire::kDiagnosticsInterfaceBit | procedure, {}, 0, count, capacity};
+    std::vector<uint8_t> reply;
+    if (const uint32_t e = call(r, reply); e != 0) return e;
+    wire::Reader in(reply.data(), reply.size());
+    int32_t s = 0, l = 0;
+    uint32_t n = 0;
+    if (!in.i32(s) || !in.i32(l) || !in.u32(n) || in.left() != n) return kRpcProtocolError;
+    const auto* bytes = reply.data() + (reply.size() - n);
+    status = s;
+    length = l;
+    text.assign(reinterpret_cast<const char*>(bytes), n);
+    return 0;
+  }
+
  private:
   uint32_t two_longs(uint32_t proc, const ContextHandleWire& context, int32_t command,
                      int32_t argument, int32_t& status, int32_t& value) {

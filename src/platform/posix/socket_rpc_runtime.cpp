@@ -380,8 +380,28 @@ class SocketRpcRuntime final : public RpcRuntime {
     return 0;
   }
 
+  uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
+                                   uint32_t flags, uint32_t,
+                                   const SecurityDescriptor* sd) override {
+    if (sd != nullptr && !posix_security::descriptor_valid(*sd)) return kInvalidSecurityDescr;
+    std::lock_guard<std::mutex> g(m_);
+    if (diag_dispatch_ != nullptr) return kRpcAlreadyRegistered;
+    diag_id_ = id;
+    diag_dispatch_ = &dispatch;
+    if ((flags & kRpcIfAutolisten) != 0 && listen_fd_ >= 0 && !serving_ &&
+        !start_serving_locked()) {
+      diag_dispatch_ = nullptr;
+      return kRpcOutOfResources;
+    }
+    return 0;
+  }
+
   uint32_t unregister_if(const RpcInterfaceId& id, bool) override {
     std::lock_guard<std::mutex> g(m_);
+    if (diag_dispatch_ != nullptr && id.uuid == diag_id_.uuid) {
+      diag_dispatch_ = nullptr;
+      return 0;
+    }
     if (!registered_ || !(id.uuid == id_.uuid)) return kRpcUnknownIf;
     registered_ = false;
     dispatch_ = nullptr;
@@ -459,8 +479,9 @@ class SocketRpcRuntime final : public RpcRuntime {
         // The next waiting call goes to another thread.
         if (!queue_.empty() && running_ < max_calls_) signal_work();
         RpcDispatch* dispatch = registered_ ? dispatch_ : nullptr;
+        DiagnosticsDispatch* diagnostics = diag_dispatch_;
         lk.unlock();
-        run_call(call, dispatch);
+        run_call(call, dispatch, diagnostics);
         lk.lock();
         --running_;
         ++idle_;
@@ -689,8 +710,8 @@ class SocketRpcRuntime final : public RpcRuntime {
     return true;
   }
 
-  void run_call(Call& call, RpcDispatch* dispatch) {
-    const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch);
+  void run_call(Call& call, RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
+    const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch, diagnostics);
     // Counted out before the reply goes: a client that has its reply may send the next
     // call at once, and that one must find the room.
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
@@ -719,8 +740,39 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
   }
 
+  // A call of the diagnostics interface: no context, the text sized to the caller's room.
+  std::vector<uint8_t> handle_diagnostics(uint32_t call_id, uint32_t proc, wire::Reader& in,
+                                          DiagnosticsDispatch* dispatch) {
+    if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
+    int32_t count = 0, capacity = 0;
+    const uint32_t op = proc & ~wire::kDiagnosticsInterfaceBit;
+    if (op == kReadHistory) in.i32(count);
+    in.i32(capacity);
+    if (capacity < 0 || capacity > kMaxDiagnosticsBytes) {
+      return fault_frame(call_id, kRpcInvalidBound);
+    }
+    int32_t status = 0, length = 0;
+    std::string text;
+    try {
+      ClockAttachment attach(clock_);
+      run_diagnostics(*dispatch, op, count, capacity, status, length, text);
+    } catch (const RpcFault& f) {
+      return fault_frame(call_id, f.code());
+    } catch (...) {
+      return fault_frame(call_id, kRpcCallFailed);
+    }
+    wire::Writer out;
+    out.u32(call_id);
+    out.u32(0);
+    out.i32(status);
+    out.i32(length);
+    out.u32(static_cast<uint32_t>(text.size()));
+    out.bytes().insert(out.bytes().end(), text.begin(), text.end());
+    return out.frame();
+  }
+
   std::vector<uint8_t> handle(Connection& c, const std::vector<uint8_t>& body,
-                              RpcDispatch* dispatch) {
+                              RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
     wire::Reader in(body.data(), body.size());
     uint32_t call_id = 0;
     uint32_t proc = 0;
@@ -729,6 +781,9 @@ class SocketRpcRuntime final : public RpcRuntime {
     const size_t expected = wire::request_body_size(proc);
     if (expected == 0) return fault_frame(call_id, kRpcProcnumOutOfRange);
     if (body.size() != expected) return fault_frame(call_id, kRpcProtocolError);
+    if ((proc & wire::kDiagnosticsInterfaceBit) != 0) {
+      return handle_diagnostics(call_id, proc, in, diagnostics);
+    }
     if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
 
     wire::Writer out;
@@ -835,6 +890,8 @@ class SocketRpcRuntime final : public RpcRuntime {
   RpcInterfaceId id_;
   RpcDispatch* dispatch_ = nullptr;
   bool registered_ = false;
+  RpcInterfaceId diag_id_;
+  DiagnosticsDispatch* diag_dispatch_ = nullptr;  // non-null while registered
   bool ep_registered_ = false;
   uint32_t max_calls_ = 1234;
   bool serving_ = false;

@@ -27,6 +27,7 @@
 #include "platform/win32/rpc_call_guard.h"
 #include "platform/win32/wide_text.h"
 #include "zaltor_antenna.h"
+#include "zaltor_diagnostics.h"
 
 namespace zaltor::platform {
 namespace {
@@ -99,6 +100,33 @@ void do_set_paired_value(void* p) {
 void do_query_array(void* p) {
   auto* c = static_cast<ValueCall*>(p);
   ZaltorClient_QueryArray(c->context, c->command, &c->status, c->argument, c->values);
+}
+
+struct DiagnosticsCall {
+  RPC_BINDING_HANDLE binding;
+  uint32_t procedure;
+  LONG count;
+  LONG capacity;
+  LONG status;
+  LONG length;
+  LONG sent;
+  byte* text;
+};
+void do_read_diagnostics(void* p) {
+  auto* c = static_cast<DiagnosticsCall*>(p);
+  switch (c->procedure) {
+    case kReadHistory:
+      ZaltorClient_ReadHistory(c->binding, c->count, c->capacity, &c->status, &c->length, &c->sent,
+                               c->text);
+      break;
+    case kReadHealth:
+      ZaltorClient_ReadHealth(c->binding, c->capacity, &c->status, &c->length, &c->sent, c->text);
+      break;
+    default:
+      ZaltorClient_ReadLastDecision(c->binding, c->capacity, &c->status, &c->length, &c->sent,
+                                    c->text);
+      break;
+  }
 }
 
 struct MarshallCall {
@@ -228,6 +256,22 @@ class RpcControlClient final : public ControlClient {
     if (const uint32_t err = call(wire, &do_query_array, c); err != 0) return err;
     status = c.status;
     values.assign(out.begin(), out.begin() + count);
+    return 0;
+  }
+
+  uint32_t read_diagnostics(uint32_t procedure, int32_t count, int32_t capacity, int32_t& status,
+                            int32_t& length, std::string& text) override {
+    if (procedure > kReadHealth) return kRpcProcnumOutOfRange;
+    if (capacity < 0 || capacity > kMaxDiagnosticsBytes) return kRpcInvalidBound;
+    std::vector<byte> room(static_cast<size_t>(capacity) + 1, 0);  // +1: never a null pointer
+    DiagnosticsCall c{binding_, procedure, count, capacity, 0, 0, 0, room.data()};
+    if (const uint32_t err = win32::call_guarded(&do_read_diagnostics, &c); err != 0) {
+      return reported(err);
+    }
+    if (c.sent < 0 || c.sent > capacity) return kRpcProtocolError;
+    status = c.status;
+    length = c.length;
+    text.assign(reinterpret_cast<const char*>(room.data()), static_cast<size_t>(c.sent));
     return 0;
   }
 

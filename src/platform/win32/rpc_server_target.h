@@ -14,6 +14,9 @@ namespace zaltor::platform::win32 {
 // inside the old target any more, so that the caller may then destroy it.
 void set_rpc_server_target(RpcDispatch* dispatch, Clock* clock);
 
+// The same for the diagnostics interface's manager functions (rpc_diagnostics_functions.cpp).
+void set_diagnostics_target(DiagnosticsDispatch* dispatch, Clock* clock);
+
 // The dispatch now set, or null.
 RpcDispatch* rpc_server_dispatch();
 

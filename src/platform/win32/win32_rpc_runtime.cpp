@@ -14,6 +14,7 @@
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
 #include "zaltor_antenna.h"
+#include "zaltor_diagnostics.h"
 
 // MinGW-w64's headers lack RpcServerRegisterIf3 (Windows 8 and later; rpcrt4 exports it).
 extern "C" RPC_STATUS RPC_ENTRY RpcServerRegisterIf3(RPC_IF_HANDLE IfSpec, UUID* MgrTypeUuid,
@@ -44,9 +45,13 @@ RPC_IF_HANDLE server_interface() {
   return ZaltorAntenna_v1_0_s_ifspec;
 }
 
-// Whether `id` names the interface of the generated server stub.
-bool is_stub_interface(const RpcInterfaceId& id) {
-  const auto* info = static_cast<const RPC_SERVER_INTERFACE*>(server_interface());
+RPC_IF_HANDLE diagnostics_interface() {
+  return ZaltorDiagnostics_v1_0_s_ifspec;
+}
+
+// Whether `id` names the interface of the server stub `ifspec`.
+bool names_interface(const RpcInterfaceId& id, RPC_IF_HANDLE ifspec) {
+  const auto* info = static_cast<const RPC_SERVER_INTERFACE*>(ifspec);
   const RPC_SYNTAX_IDENTIFIER& syntax = info->InterfaceId;
   const Guid& g = id.uuid;
   return syntax.SyntaxGUID.Data1 == g.data1 && syntax.SyntaxGUID.Data2 == g.data2 &&
@@ -56,6 +61,15 @@ bool is_stub_interface(const RpcInterfaceId& id) {
          syntax.SyntaxVersion.MinorVersion == id.minor;
 }
 
+// Whether `id` names the control interface's generated server stub.
+bool is_stub_interface(const RpcInterfaceId& id) {
+  return names_interface(id, server_interface());
+}
+
+bool is_diagnostics_interface(const RpcInterfaceId& id) {
+  return names_interface(id, diagnostics_interface());
+}
+
 class Win32RpcRuntime final : public RpcRuntime {
  public:
   Win32RpcRuntime(Clock& clock, DeriveCapabilitySidsFn derive) : clock_(clock), derive_(derive) {}
@@ -63,6 +77,10 @@ class Win32RpcRuntime final : public RpcRuntime {
     if (registered_) {
       RpcServerUnregisterIf(server_interface(), nullptr, TRUE);
       if (rpc_server_dispatch() == registered_) set_rpc_server_target(nullptr, nullptr);
+    }
+    if (diagnostics_registered_) {
+      RpcServerUnregisterIf(diagnostics_interface(), nullptr, TRUE);
+      set_diagnostics_target(nullptr, nullptr);
     }
   }
 
@@ -204,6 +222,21 @@ class Win32RpcRuntime final : public RpcRuntime {
     return 0;
   }
 
+  uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
+                                   uint32_t flags, uint32_t max_calls,
+                                   const SecurityDescriptor* sd) override {
+    if (!is_diagnostics_interface(id)) return kRpcUnknownIf;
+    set_diagnostics_target(&dispatch, &clock_);
+    const RPC_STATUS st = RpcServerRegisterIf3(diagnostics_interface(), nullptr, nullptr, flags,
+                                               max_calls, 0, nullptr, descriptor_of(sd));
+    if (st != RPC_S_OK) {
+      set_diagnostics_target(nullptr, nullptr);
+      return st;
+    }
+    diagnostics_registered_ = true;
+    return 0;
+  }
+
   uint32_t inq_bindings(BindingVector& out) override {
     RPC_BINDING_VECTOR* v = nullptr;
     const RPC_STATUS st = RpcServerInqBindings(&v);
@@ -224,6 +257,9 @@ class Win32RpcRuntime final : public RpcRuntime {
   uint32_t stop_server_listening() override { return RpcMgmtStopServerListening(nullptr); }
 
   uint32_t unregister_if(const RpcInterfaceId& id, bool wait_for_calls) override {
+    if (is_diagnostics_interface(id)) {
+      return RpcServerUnregisterIf(diagnostics_interface(), nullptr, wait_for_calls ? TRUE : FALSE);
+    }
     if (!is_stub_interface(id)) return kRpcUnknownIf;
     return RpcServerUnregisterIf(server_interface(), nullptr, wait_for_calls ? TRUE : FALSE);
   }
@@ -248,6 +284,7 @@ class Win32RpcRuntime final : public RpcRuntime {
   Clock& clock_;
   DeriveCapabilitySidsFn derive_;
   RpcDispatch* registered_ = nullptr;
+  bool diagnostics_registered_ = false;
   std::mutex arrays_lock_;
   std::map<const std::vector<Sid>*, PSID*> arrays_;
 };
