@@ -165,7 +165,6 @@ std::vector<IniSection> parse_sections(const std::string& bytes) {
 std::atomic<uint64_t> g_files_parsed{0};
 
 IniFile parse(const std::string& bytes) {
-  g_files_parsed.fetch_add(1, std::memory_order_relaxed);
   IniFile file;
   file.sections = parse_sections(bytes);
   for (size_t i = 0; i < file.sections.size(); ++i) {
@@ -368,6 +367,7 @@ class IniProfileReader final : public ProfileReader {
 
   const IniFile& reparse(const std::string& path, const FileStamp& stamp, int64_t read_at,
                          std::string bytes) {
+    g_files_parsed.fetch_add(1, std::memory_order_relaxed);
     cached_file_ = parse(bytes);
     cached_path_ = path;
     cached_stamp_ = stamp;
