@@ -8,6 +8,8 @@ namespace antennactl {
 int run_config_command(int argc, char** argv);
 // Every command that talks to the running service (argv[0] is the command word).
 int run_control_command(int argc, char** argv);
+// "lab run|replay ..." (argv[0] is "lab"): configurations evaluated on scenarios.
+int run_lab_command(int argc, char** argv);
 // Prints the usage text of both groups.
 void print_usage();
 

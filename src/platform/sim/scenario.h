@@ -36,6 +36,24 @@ struct AntennaRssi {
   int32_t div = -95;
 };
 
+// The radio's slow changes (see radio_model.h).
+struct Drift {
+  double start_s = 0;
+  double db_per_minute = 0;
+  double limit_dbm = -90;
+};
+struct Blockage {
+  size_t port = 0;
+  double period_s = 60;
+  double duration_s = 10;
+  double offset_s = 0;
+  double loss_db = 20;
+};
+struct Fading {
+  double depth_db = 0;
+  double period_s = 30;
+};
+
 struct TimelineEntry {
   double at_s = 0;  // seconds of the notebook's clock
   nlohmann::json patch;
@@ -74,6 +92,10 @@ struct Scenario {
   double noise = 0;
   uint64_t seed = 1;
   std::vector<double> rate_mbps;
+  bool rate_from_rssi = false;  // no rateMbps: the rate follows the RSSI
+  Drift drift;
+  std::vector<Blockage> blockages;
+  Fading fading;
   int64_t throughput_bps = 0;
   std::vector<TimelineEntry> timeline;  // in the order of `at` (stable)
 };
