@@ -36,7 +36,8 @@ Figures ComputeFigures(const Truth& truth, const Trace& trace, int64_t from_ms) 
     actual = e.mode;
     measuring = e.measuring;
     if (!e.measuring) {
-      if (e.mode != inUse && e.at_ms >= from_ms) ++f.modeChanges;
+      // A change at the window's very start is where the window begins, not a change in it.
+      if (e.mode != inUse && (from_ms == 0 || e.at_ms > from_ms)) ++f.modeChanges;
       inUse = e.mode;
     }
   };
