@@ -59,17 +59,20 @@ TEST(SimRadio, DriftMovesEveryPortLinearlyUntilItsLimit) {
 
 TEST(SimRadio, BlockageTakesItsLossForItsDurationEveryPeriod) {
   const Scenario s = Load(R"({"rssi": [{"Main": -50, "Div": -50}, {"Main": -60, "Div": -60}],
-      "blockage": [{"port": 1, "period": 60, "duration": 10, "offset": 5, "lossDb": 20}]})");
+      "blockage": [{"port": 1, "period": 60, "duration": 10, "offset": 5, "lossDb": 20},
+                   {"port": 0, "position": "Div", "period": 30, "duration": 30, "lossDb": 3}]})");
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 0, 4.9), -60);
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 0, 5), -80);
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 1, 14.9), -80);
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 0, 15), -60);
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 0, 66), -80);
-  EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 0, 6), -50);  // the other port is not blocked
+  EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 0, 6), -50);  // only port 0's Div element is blocked
+  EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 1, 6), -53);
 }
 
 TEST(SimRadio, FadingIsSeededBoundedAndMoves) {
-  const std::string radio = R"({"rssi": [{"Main": -60, "Div": -60}, {"Main": -60, "Div": -60}], "seed": 7,
+  const std::string radio =
+      R"({"rssi": [{"Main": -60, "Div": -60}, {"Main": -60, "Div": -60}], "seed": 7,
       "fading": {"depthDb": 6, "periodSeconds": 20}})";
   const Scenario a = Load(radio);
   const Scenario b = Load(radio);
@@ -89,6 +92,8 @@ TEST(SimRadio, FadingIsSeededBoundedAndMoves) {
     sum += v;
   }
   EXPECT_TRUE(differs);
+  // The two elements of a port fade independently.
+  EXPECT_NE(port_rssi_at(a, 0, 0, 3.0) - port_rssi_at(a, 0, 1, 3.0), 0.0);
   EXPECT_GE(lo, -66.0001);
   EXPECT_LE(hi, -53.9999);
   EXPECT_GT(hi - lo, 6.0);
@@ -148,6 +153,10 @@ TEST(SimRadio, WrongMovingMembersAreRefusedByName) {
             std::string::npos);
   EXPECT_NE(Refusal(R"({"blockage": [{"port": 0, "period": 0, "duration": 0, "lossDb": 1}]})")
                 .find("radio.blockage[0].period"),
+            std::string::npos);
+  EXPECT_NE(Refusal(R"({"blockage": [{"port": 0, "position": "Aux", "period": 1, "duration": 1,
+                                        "lossDb": 1}]})")
+                .find("radio.blockage[0].position"),
             std::string::npos);
   EXPECT_NE(Refusal(R"({"fading": {"depthDb": 99}})").find("radio.fading.depthDb"),
             std::string::npos);

@@ -124,6 +124,7 @@ nlohmann::json FiguresToJson(const Figures& f) {
   j["measuringShare"] = r(f.measuringShare, 1e-6);
   j["reactionSeconds"] = {{"mean", r(f.reactionMean, 0.001)}, {"max", r(f.reactionMax, 0.001)}};
   j["fallbacks"] = f.fallbacks;
+  j["bestModeChanges"] = f.bestModeChanges;
   return j;
 }
 

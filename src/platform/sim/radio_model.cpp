@@ -28,21 +28,25 @@ double drift_db(const Drift& d, double t_s) {
   return d.db_per_minute * (t_s - d.start_s) / 60.0;
 }
 
-double fading_db(const Scenario& s, size_t port, double t_s) {
+// Each antenna element (a port in one position) fades on its own: elements a few
+// centimetres apart see different multipath.
+double fading_db(const Scenario& s, size_t port, int position, double t_s) {
   const Fading& f = s.fading;
   if (f.depth_db <= 0 || f.period_s <= 0) return 0;
-  const double p1 = f.period_s * (0.7 + 0.6 * draw(s.seed, port, 0));
-  const double p2 = f.period_s * (0.3 + 0.3 * draw(s.seed, port, 1));
-  const double ph1 = 2 * kPi * draw(s.seed, port, 2);
-  const double ph2 = 2 * kPi * draw(s.seed, port, 3);
+  const size_t element = port * 2 + static_cast<size_t>(position);
+  const double p1 = f.period_s * (0.7 + 0.6 * draw(s.seed, element, 0));
+  const double p2 = f.period_s * (0.3 + 0.3 * draw(s.seed, element, 1));
+  const double ph1 = 2 * kPi * draw(s.seed, element, 2);
+  const double ph2 = 2 * kPi * draw(s.seed, element, 3);
   const double wave = std::sin(2 * kPi * t_s / p1 + ph1) + 0.5 * std::sin(2 * kPi * t_s / p2 + ph2);
   return f.depth_db * wave / 1.5;
 }
 
-double blockage_db(const Scenario& s, size_t port, double t_s) {
+double blockage_db(const Scenario& s, size_t port, int position, double t_s) {
   double loss = 0;
   for (const Blockage& b : s.blockages) {
     if (b.port != port || t_s < b.offset_s) continue;
+    if (b.position >= 0 && b.position != position) continue;
     const double into = std::fmod(t_s - b.offset_s, b.period_s);
     if (into < b.duration_s) loss += b.loss_db;
   }
@@ -70,7 +74,7 @@ double port_rssi_at(const Scenario& s, size_t port, int position, double t_s) {
   const double drift = drift_db(s.drift, t_s);
   if (drift < 0) v = std::max(std::min(v, s.drift.limit_dbm), v + drift);
   if (drift > 0) v = std::min(std::max(v, s.drift.limit_dbm), v + drift);
-  v += fading_db(s, port, t_s) - blockage_db(s, port, t_s);
+  v += fading_db(s, port, position, t_s) - blockage_db(s, port, position, t_s);
   return v <= kNoSignalDbm ? kNoSignalDbm : std::min(v, 0.0);
 }
 

@@ -7,11 +7,13 @@
 // Beyond the fixed per-port values of `radio.rssi`, a scenario can move the radio:
 // - `drift`: every port's RSSI changes linearly from `start` on, `dbPerMinute`, until it
 //   reaches `limitDbm` (walking away from the access point, or back towards it);
-// - `blockage`: a port loses `lossDb` for `duration` seconds every `period` seconds, the
-//   first time at `offset` (a hand over the antenna, the lid half closed);
-// - `fading`: every port's RSSI swings slowly by up to `depthDb` around its value, a sum of
-//   two sine waves whose periods (around `periodSeconds`) and phases come from `seed`, so
-//   that a seed gives the same fading everywhere;
+// - `blockage`: a port (in one position, or both) loses `lossDb` for `duration` seconds
+//   every `period` seconds, the first time at `offset` (a hand over an antenna element, the
+//   lid half closed);
+// - `fading`: every antenna element (a port in one position) swings slowly by up to
+//   `depthDb` around its value, a sum of two sine waves whose periods (around
+//   `periodSeconds`) and phases come from `seed`, so that a seed gives the same fading
+//   everywhere; elements fade independently, so fading changes which mode is best;
 // - without `rateMbps`, a mode's link rate follows its RSSI (the mean over its ports)
 //   through an MCS-like table (two streams, 80 MHz).
 // A value at or below -95 dBm means no signal and stays exactly -95.

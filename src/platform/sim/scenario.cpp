@@ -223,8 +223,19 @@ bool parse_blockage(Checker& c, const json& j, Scenario& s) {
   for (size_t i = 0; i < j.size(); ++i) {
     const std::string path = index("radio.blockage", i);
     const json& b = j[i];
-    if (!c.object(b, path, {"port", "period", "duration", "offset", "lossDb"})) return false;
+    if (!c.object(b, path, {"port", "position", "period", "duration", "offset", "lossDb"}))
+      return false;
     Blockage out;
+    if (b.contains("position")) {
+      const json& pos = b["position"];
+      if (pos == "Main") {
+        out.position = 0;
+      } else if (pos == "Div") {
+        out.position = 1;
+      } else if (!pos.is_null()) {
+        return c.fail(path + ".position", "expected \"Main\", \"Div\" or null (both)");
+      }
+    }
     int64_t port = 0;
     if (!c.integer(b, path, "port", 0, 3, port)) return false;
     out.port = static_cast<size_t>(port);
@@ -358,8 +369,12 @@ bool parse_timeline(Checker& c, const json& timeline, Scenario& s) {
 bool parse(Checker& c, const json& doc, Scenario& s) {
   if (!c.object(doc, "",
                 {"clock", "stopAfter", "linesFile", "board", "firmware", "pciNics", "wlan",
-                 "bluetooth", "lid", "power", "counters", "radio", "timeline"})) {
+                 "bluetooth", "lid", "power", "counters", "radio", "timeline", "about"})) {
     return false;
+  }
+  // about: one line of text that says what the scenario models; the notebook ignores it.
+  if (doc.contains("about") && !doc["about"].is_string() && !doc["about"].is_null()) {
+    return c.fail("about", "expected a line of text");
   }
   // clock
   const json* clock = c.need(doc, "", "clock");

@@ -44,6 +44,7 @@ struct Drift {
 };
 struct Blockage {
   size_t port = 0;
+  int position = -1;  // 0 "Main", 1 "Div", -1 both
   double period_s = 60;
   double duration_s = 10;
   double offset_s = 0;
