@@ -194,7 +194,7 @@ int lab_run(int argc, char** argv) {
   for (const auto& s : scenarios) {
     for (const auto& c : configs) {
       Job job;
-      job.spec = {s, c, model};
+      job.spec = {s, c, model, false};
       jobs.push_back(std::move(job));
     }
   }

@@ -224,12 +224,12 @@ RunResult RunOne(const RunSpec& spec) {
     return r;
   }
   return RunOneText(std::string(scenario.begin(), scenario.end()), spec.scenario_path, config,
-                    spec.config_path, spec.model);
+                    spec.config_path, spec.model, spec.figures);
 }
 
 RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
                      const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model) {
+                     const std::string& model, bool figures) {
   RunResult r;
   const std::string scenarioWhat = "scenario " + Quoted(scenario_name) + ": ";
   const std::string configWhat = "configuration " + Quoted(config_name) + ": ";
@@ -359,7 +359,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   while (!r.trace.switches.empty() && r.trace.switches.back().at_ms > endMs) {
     r.trace.switches.pop_back();
   }
-  r.figures = ComputeFigures(truth, r.trace);
+  if (figures) r.figures = ComputeFigures(truth, r.trace);
   return r;
 }
 

@@ -19,6 +19,7 @@ struct RunSpec {
   std::string scenario_path;
   std::string config_path;  // plain or encrypted
   std::string model;        // the board's product name (empty: the scenario's own)
+  bool figures = true;      // false: only the trace (a child of `lab run` leaves them to it)
 };
 
 struct RunResult {
@@ -34,7 +35,7 @@ RunResult RunOne(const RunSpec& spec);
 // and `config_name` name them in messages.
 RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
                      const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model);
+                     const std::string& model, bool figures = true);
 
 // The scenario text as a lab run uses it: in virtual time and, when `model` is given, on a
 // board with that product name. False with `error` when it is not JSON or has no stopAfter.

@@ -35,10 +35,25 @@ void Truth::At(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rss
   const double t_s = static_cast<double>(t_ms) / 1000.0;
   rate.assign(static_cast<size_t>(modes_), 0.0);
   rssi.assign(static_cast<size_t>(modes_), platform::sim::kNoSignalDbm);
+  // Each antenna element once (the figures walk a week in 100 ms steps).
+  double element[4][2];
+  for (size_t p = 0; p < ports_; ++p) {
+    for (int pos = 0; pos < 2; ++pos) element[p][pos] = platform::sim::port_rssi_at(s, p, pos, t_s);
+  }
   for (int m = 1; m <= modes_; ++m) {
     const auto at = static_cast<size_t>(m - 1);
-    rssi[at] = platform::sim::mode_rssi_at(s, m, ports_, t_s);
-    rate[at] = platform::sim::mode_rate_at(s, m, ports_, t_s);
+    double sum = 0;
+    int n = 0;
+    for (size_t p = 0; p < ports_; ++p) {
+      const double v = element[p][(static_cast<unsigned>(m - 1) >> p) & 1u];
+      if (v <= platform::sim::kNoSignalDbm) continue;
+      sum += v;
+      ++n;
+    }
+    rssi[at] = n == 0 ? platform::sim::kNoSignalDbm : sum / n;
+    rate[at] = s.rate_from_rssi          ? platform::sim::rate_for_rssi(rssi[at])
+               : at < s.rate_mbps.size() ? s.rate_mbps[at]
+                                         : 0.0;
     // A mode without any signal carries no traffic, whatever rate the scenario lists.
     if (rssi[at] <= platform::sim::kNoSignalDbm) rate[at] = 0;
   }
