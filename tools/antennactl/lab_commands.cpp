@@ -60,7 +60,10 @@ struct Job {
   nlohmann::json j;
   j["ok"] = r.ok;
   j["error"] = r.error;
-  if (r.ok) j["trace"] = zaltor::lab::TraceToJson(r.trace);
+  if (r.ok) {
+    j["trace"] = zaltor::lab::TraceToJson(r.trace);
+    j["figures"] = zaltor::lab::FiguresToJson(r.figures);
+  }
   const std::string text = j.dump();
   size_t at = 0;
   while (at < text.size()) {
@@ -107,7 +110,8 @@ void finish_job(Job& job) {
   }
   job.result.ok = j.value("ok", false);
   job.result.error = j.value("error", "");
-  if (job.result.ok && !zaltor::lab::TraceFromJson(j["trace"], job.result.trace)) {
+  if (job.result.ok && (!zaltor::lab::TraceFromJson(j["trace"], job.result.trace) ||
+                        !zaltor::lab::FiguresFromJson(j["figures"], job.result.figures))) {
     job.result.ok = false;
     job.result.error = "scenario " + job.spec.scenario_path + ": the run's trace is unreadable";
   }
@@ -194,7 +198,7 @@ int lab_run(int argc, char** argv) {
   for (const auto& s : scenarios) {
     for (const auto& c : configs) {
       Job job;
-      job.spec = {s, c, model, false};
+      job.spec = {s, c, model, true};
       jobs.push_back(std::move(job));
     }
   }
@@ -209,20 +213,11 @@ int lab_run(int argc, char** argv) {
       ++refused;
       continue;
     }
-    zaltor::lab::Truth truth;
-    std::vector<uint8_t> text;
-    std::string error;
-    if (!zaltor::lab::ReadWholeFile(job.spec.scenario_path, text)) continue;
     zaltor::lab::RunRow row;
     row.scenario = job.spec.scenario_path;
     row.config = job.spec.config_path;
     row.trace = std::move(job.result.trace);
-    if (!zaltor::lab::LoadTruthForRun(std::string(text.begin(), text.end()), model, truth, error)) {
-      std::fprintf(stderr, "antennactl: scenario %s: %s\n", row.scenario.c_str(), error.c_str());
-      ++refused;
-      continue;
-    }
-    row.figures = zaltor::lab::ComputeFigures(truth, row.trace);
+    row.figures = job.result.figures;
     rows.push_back(std::move(row));
   }
   if (refused > 0) return kExitRefused;

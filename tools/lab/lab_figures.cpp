@@ -128,4 +128,23 @@ nlohmann::json FiguresToJson(const Figures& f) {
   return j;
 }
 
+bool FiguresFromJson(const nlohmann::json& j, Figures& f) {
+  try {
+    f.simulatedSeconds = j.at("simulatedSeconds").get<double>();
+    f.passes = j.at("passes").get<int>();
+    f.modeChanges = j.at("modeChanges").get<int>();
+    f.secondsPerMode = j.at("secondsPerMode").get<std::vector<double>>();
+    f.rateShare = j.at("rateShare").get<double>();
+    f.rssiLossDb = j.at("rssiLossDb").get<double>();
+    f.measuringShare = j.at("measuringShare").get<double>();
+    f.reactionMean = j.at("reactionSeconds").at("mean").get<double>();
+    f.reactionMax = j.at("reactionSeconds").at("max").get<double>();
+    f.fallbacks = j.at("fallbacks").get<int>();
+    f.bestModeChanges = j.at("bestModeChanges").get<int>();
+  } catch (const nlohmann::json::exception&) {
+    return false;
+  }
+  return true;
+}
+
 }  // namespace zaltor::lab

@@ -40,5 +40,7 @@ Figures ComputeFigures(const Truth& truth, const Trace& trace, int64_t from_ms =
 
 // The figures as the lab's JSON members (without "scenario" and "config").
 nlohmann::json FiguresToJson(const Figures& f);
+// Back from that JSON (a child of `lab run` sends its figures so); false when malformed.
+bool FiguresFromJson(const nlohmann::json& j, Figures& f);
 
 }  // namespace zaltor::lab
