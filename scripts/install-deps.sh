@@ -3,7 +3,8 @@
 # Usage: scripts/install-deps.sh [--windows] [--wine]
 set -euo pipefail
 want=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-      nlohmann-json3-dev libssl-dev clang-format clang libclang-rt-14-dev)
+      nlohmann-json3-dev libssl-dev clang-format clang libclang-rt-14-dev
+      chromium)  # chromium: the lab report's rendering test
 for arg in "$@"; do
   case "$arg" in
     --windows) want+=(g++-mingw-w64-x86-64 mingw-w64-tools wixl msitools) ;;

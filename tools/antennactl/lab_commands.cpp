@@ -28,6 +28,7 @@ int run_lab_command(int, char**) {
 #include <thread>
 
 #include "lab/lab_output.h"
+#include "lab/lab_report.h"
 #include "lab/lab_run.h"
 
 namespace antennactl {
@@ -226,6 +227,13 @@ int lab_run(int argc, char** argv) {
     std::printf("%s\n", zaltor::lab::RunsToJson(rows, traces).dump(traces ? -1 : 2).c_str());
   } else {
     std::fputs(zaltor::lab::RunsToTable(rows).c_str(), stdout);
+  }
+  if (!report.empty()) {
+    std::string error;
+    if (!zaltor::lab::WriteReport(report, rows, model, error)) {
+      std::fprintf(stderr, "antennactl: %s\n", error.c_str());
+      return kExitRefused;
+    }
   }
   return kExitDone;
 }

@@ -2,6 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -123,13 +125,28 @@ class Recorder final : public Log {
     const int64_t now = clock_.now_ms();
     std::lock_guard<std::mutex> g(m_);
     if (text.find("Using Config Set: ") != std::string::npos) {
-      trace_.passes.push_back({now, -1, 0, false});
+      trace_.passes.push_back({now, -1, 0, false, {}});
       inPass_ = true;
+      inAverages_ = false;
       decided_ = false;
       return;
     }
     if (!inPass_ || trace_.passes.empty()) return;
     PassRecord& pass = trace_.passes.back();
+    // The averages follow "Avg RSSI: " one mode per call; the weighted list that comes
+    // next has the same shape and is not taken.
+    if (text.rfind("Avg RSSI: ", 0) == 0) {
+      inAverages_ = true;
+      return;
+    }
+    if (inAverages_) {
+      Measured m;
+      if (std::sscanf(text.c_str(), "#%d)%lf (%lf), ", &m.mode, &m.rssi, &m.rate) == 3) {
+        pass.measured.push_back(m);
+        return;
+      }
+      if (text.rfind("#", 0) != 0) inAverages_ = false;
+    }
     const char* decision = nullptr;
     if (text.rfind("Determined mode: ", 0) == 0) decision = "Determined mode: ";
     if (text.rfind("Determined mode[B]: ", 0) == 0) decision = "Determined mode[B]: ";
@@ -170,6 +187,7 @@ class Recorder final : public Log {
   Trace trace_;
   bool inPass_ = false;
   bool decided_ = false;
+  bool inAverages_ = false;
 };
 
 std::string Quoted(const std::string& name) {

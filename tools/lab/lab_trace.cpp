@@ -11,7 +11,11 @@ nlohmann::json TraceToJson(const Trace& t) {
   for (const auto& e : t.switches) sw.push_back({e.at_ms, e.mode, e.measuring ? 1 : 0});
   j["switches"] = std::move(sw);
   auto ps = nlohmann::json::array();
-  for (const auto& p : t.passes) ps.push_back({p.start_ms, p.end_ms, p.chosen, p.fallback ? 1 : 0});
+  for (const auto& p : t.passes) {
+    auto m = nlohmann::json::array();
+    for (const auto& v : p.measured) m.push_back({v.mode, v.rssi, v.rate});
+    ps.push_back({p.start_ms, p.end_ms, p.chosen, p.fallback ? 1 : 0, std::move(m)});
+  }
   j["passes"] = std::move(ps);
   return j;
 }
@@ -26,8 +30,15 @@ bool TraceFromJson(const nlohmann::json& j, Trace& t) {
     }
     t.passes.clear();
     for (const auto& r : j.at("passes")) {
-      t.passes.push_back({r.at(0).get<int64_t>(), r.at(1).get<int64_t>(), r.at(2).get<int>(),
-                          r.at(3).get<int>() != 0});
+      PassRecord p{r.at(0).get<int64_t>(),
+                   r.at(1).get<int64_t>(),
+                   r.at(2).get<int>(),
+                   r.at(3).get<int>() != 0,
+                   {}};
+      for (const auto& m : r.at(4)) {
+        p.measured.push_back({m.at(0).get<int>(), m.at(1).get<double>(), m.at(2).get<double>()});
+      }
+      t.passes.push_back(std::move(p));
     }
   } catch (const nlohmann::json::exception&) {
     return false;

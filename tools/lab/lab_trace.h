@@ -25,11 +25,19 @@ struct SwitchEvent {
   bool measuring = false;
 };
 
+// The averages a pass measured for one mode ("Avg RSSI: #%d)%.3lf (%.1lf), ").
+struct Measured {
+  int mode = 0;
+  double rssi = 0;  // dBm
+  double rate = 0;  // Mbps
+};
+
 struct PassRecord {
   int64_t start_ms = 0;
   int64_t end_ms = -1;  // the write that applied the choice; -1 when the pass was cut short
   int chosen = 0;       // the mode the pass determined (0: none logged)
   bool fallback = false;
+  std::vector<Measured> measured;
 };
 
 struct Trace {
