@@ -28,6 +28,7 @@ int run_lab_command(int, char**) {
 #include <thread>
 
 #include "lab/lab_output.h"
+#include "lab/lab_replay.h"
 #include "lab/lab_report.h"
 #include "lab/lab_run.h"
 
@@ -238,6 +239,26 @@ int lab_run(int argc, char** argv) {
   return kExitDone;
 }
 
+int lab_replay(int argc, char** argv) {
+  if (argc != 3) {
+    lab_usage();
+    return kExitUsage;
+  }
+  std::vector<uint8_t> data;
+  if (!zaltor::lab::ReadWholeFile(argv[2], data)) {
+    std::fprintf(stderr, "antennactl: log %s: cannot be read\n", argv[2]);
+    return kExitRefused;
+  }
+  std::string error;
+  nlohmann::json scenario;
+  if (!zaltor::lab::ScenarioFromLog(std::string(data.begin(), data.end()), scenario, error)) {
+    std::fprintf(stderr, "antennactl: log %s: %s\n", argv[2], error.c_str());
+    return kExitRefused;
+  }
+  std::printf("%s\n", scenario.dump(2).c_str());
+  return kExitDone;
+}
+
 }  // namespace
 
 int run_lab_command(int argc, char** argv) {
@@ -247,6 +268,7 @@ int run_lab_command(int argc, char** argv) {
   }
   const std::string verb = argv[1];
   if (verb == "run") return lab_run(argc, argv);
+  if (verb == "replay") return lab_replay(argc, argv);
   lab_usage();
   return kExitUsage;
 }

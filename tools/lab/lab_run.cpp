@@ -11,6 +11,7 @@
 #include <random>
 
 #include "config/config_loader.h"
+#include "config/config_report.h"
 #include "config/configuration.h"
 #include "engine/system_events.h"
 #include "engine/worker.h"
@@ -35,6 +36,13 @@ class NullConsole final : public Console {
 class NullLog final : public Log {
  public:
   void vwrite(uint8_t, const char*, va_list) override {}
+};
+
+// Collects the text of every call.
+class TextLog final : public Log {
+ public:
+  void vwrite(uint8_t, const char* fmt, va_list ap) override { text += vformat(fmt, ap); }
+  std::string text;
 };
 
 class NullEntries final : public log::LogEntryWriter {
@@ -124,6 +132,7 @@ class Recorder final : public Log {
     const std::string text = vformat(fmt, ap);
     const int64_t now = clock_.now_ms();
     std::lock_guard<std::mutex> g(m_);
+    if (keepLog_) log_ += text;
     if (text.find("Using Config Set: ") != std::string::npos) {
       trace_.passes.push_back({now, -1, 0, false, {}});
       inPass_ = true;
@@ -176,6 +185,16 @@ class Recorder final : public Log {
     trace_.switches.push_back({at_ms, mode, measuring});
   }
 
+  void KeepLog(std::string initial) {
+    std::lock_guard<std::mutex> g(m_);
+    keepLog_ = true;
+    log_ = std::move(initial);
+  }
+  std::string TakeLog() {
+    std::lock_guard<std::mutex> g(m_);
+    return log_;
+  }
+
   Trace Take() {
     std::lock_guard<std::mutex> g(m_);
     return trace_;
@@ -188,6 +207,8 @@ class Recorder final : public Log {
   bool inPass_ = false;
   bool decided_ = false;
   bool inAverages_ = false;
+  bool keepLog_ = false;
+  std::string log_;
 };
 
 std::string Quoted(const std::string& name) {
@@ -247,7 +268,7 @@ RunResult RunOne(const RunSpec& spec) {
 
 RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
                      const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model, bool figures) {
+                     const std::string& model, bool figures, bool keep_log) {
   RunResult r;
   const std::string scenarioWhat = "scenario " + Quoted(scenario_name) + ": ";
   const std::string configWhat = "configuration " + Quoted(config_name) + ": ";
@@ -296,6 +317,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   auto crypto = platform::make_openssl_crypto();
   NullConsole console;
   NoRegistry registry;
+  std::string configReport;
   {
     NullLog quiet;
     config::LoadContext ctx;
@@ -312,6 +334,12 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
       r.error = configWhat + "refused for model " + product + " (result " +
                 std::to_string(static_cast<unsigned>(st)) + ")";
       return r;
+    }
+    if (keep_log) {
+      // The report the worker writes at its start, which its log file would begin with.
+      TextLog report;
+      config::write_config_report(report, cfg, 1u << switches, switches);
+      configReport = report.text;
     }
   }
 
@@ -330,6 +358,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   p.registry = &registry;
 
   Recorder recorder(notebook->clock());
+  if (keep_log) recorder.KeepLog(configReport);
   notebook->set_switch_observer(
       [&recorder](int64_t at_ms, int mode) { recorder.OnSwitch(at_ms, mode); });
   const int initialMode = notebook->mode();
@@ -371,6 +400,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   if (!r.ok) return r;
 
   r.trace = recorder.Take();
+  if (keep_log) r.log_text = recorder.TakeLog();
   r.trace.end_ms = endMs;
   r.trace.initial_mode = initialMode;
   // Writes during the teardown lie beyond the run.

@@ -27,6 +27,9 @@ struct RunResult {
   std::string error;  // names the scenario or the configuration that was refused
   Trace trace;
   Figures figures;
+  // With `keep_log`: the text of every log call of the worker, as the service appends it to
+  // its log file ("rflog.txt") in console mode, the configuration report first.
+  std::string log_text;
 };
 
 RunResult RunOne(const RunSpec& spec);
@@ -35,7 +38,7 @@ RunResult RunOne(const RunSpec& spec);
 // and `config_name` name them in messages.
 RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
                      const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model, bool figures = true);
+                     const std::string& model, bool figures = true, bool keep_log = false);
 
 // The scenario text as a lab run uses it: in virtual time and, when `model` is given, on a
 // board with that product name. False with `error` when it is not JSON or has no stopAfter.

@@ -51,6 +51,8 @@ void Truth::At(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rss
       ++n;
     }
     rssi[at] = n == 0 ? platform::sim::kNoSignalDbm : sum / n;
+    double direct = 0;
+    if (platform::sim::mode_reading(s, m, direct)) rssi[at] = direct;
     rate[at] = s.rate_from_rssi          ? platform::sim::rate_for_rssi(rssi[at])
                : at < s.rate_mbps.size() ? s.rate_mbps[at]
                                          : 0.0;

@@ -78,8 +78,17 @@ double port_rssi_at(const Scenario& s, size_t port, int position, double t_s) {
   return v <= kNoSignalDbm ? kNoSignalDbm : std::min(v, 0.0);
 }
 
+bool mode_reading(const Scenario& s, int mode, double& dbm) {
+  if (mode < 1 || static_cast<size_t>(mode) > s.mode_rssi.size()) return false;
+  const double v = s.mode_rssi[static_cast<size_t>(mode - 1)];
+  dbm = v <= kNoSignalDbm ? kNoSignalDbm : v;
+  return true;
+}
+
 double mode_rssi_at(const Scenario& s, int mode, size_t ports, double t_s) {
   if (mode < 1) return kNoSignalDbm;
+  double direct = 0;
+  if (mode_reading(s, mode, direct)) return direct;
   ports = std::min<size_t>(ports, 4);  // a mode has a bit for each of at most four switches
   double sum = 0;
   int n = 0;

@@ -16,6 +16,8 @@
 //   everywhere; elements fade independently, so fading changes which mode is best;
 // - without `rateMbps`, a mode's link rate follows its RSSI (the mean over its ports)
 //   through an MCS-like table (two streams, 80 MHz).
+// - `modeRssi`: per mode, what every port reads while the switches form that mode, in place
+//   of all of the above (a replayed field log knows the modes, not the ports).
 // A value at or below -95 dBm means no signal and stays exactly -95.
 
 #include <cstddef>
@@ -29,6 +31,10 @@ constexpr double kNoSignalDbm = -95.0;
 // The RSSI of `port` with its switch in `position` (0 "Main", 1 "Div", other: neither) at
 // `t_s` seconds, without counter noise.
 double port_rssi_at(const Scenario& s, size_t port, int position, double t_s);
+
+// What the port counters read in `mode` when the scenario gives `modeRssi` for it; false
+// when it does not (the ports read port_rssi_at).
+bool mode_reading(const Scenario& s, int mode, double& dbm);
 
 // The RSSI of `mode` (1-based; port p stands in position bit p of mode - 1) over the first
 // `ports` ports: the mean of the ports with a signal, or kNoSignalDbm when none has one.

@@ -272,9 +272,9 @@ bool parse_fading(Checker& c, const json& j, Scenario& s) {
 }
 
 bool parse_radio(Checker& c, const json& radio, Scenario& s) {
-  if (!c.object(
-          radio, "radio",
-          {"rssi", "noise", "seed", "rateMbps", "throughputBps", "drift", "blockage", "fading"}))
+  if (!c.object(radio, "radio",
+                {"rssi", "noise", "seed", "rateMbps", "throughputBps", "drift", "blockage",
+                 "fading", "modeRssi"}))
     return false;
   const json* rssi = c.array(radio, "radio", "rssi");
   if (rssi == nullptr) return false;
@@ -314,6 +314,18 @@ bool parse_radio(Checker& c, const json& radio, Scenario& s) {
       !parse_blockage(c, radio.contains("blockage") ? radio["blockage"] : json(), s) ||
       !parse_fading(c, radio.contains("fading") ? radio["fading"] : json(), s)) {
     return false;
+  }
+  s.mode_rssi.clear();
+  if (radio.contains("modeRssi") && !radio["modeRssi"].is_null()) {
+    const json* modes = c.array(radio, "radio", "modeRssi");
+    if (modes == nullptr) return false;
+    for (size_t i = 0; i < modes->size(); ++i) {
+      const json& v = (*modes)[i];
+      if (!v.is_number() || v.get<double>() < -127 || v.get<double>() > 0) {
+        return c.fail(index("radio.modeRssi", i), "expected dBm from -127 to 0");
+      }
+      s.mode_rssi.push_back(v.get<double>());
+    }
   }
   for (const Blockage& b : s.blockages) {
     if (b.port >= s.rssi.size()) return c.fail("radio.blockage", "a port without radio.rssi entry");

@@ -94,6 +94,9 @@ struct Scenario {
   uint64_t seed = 1;
   std::vector<double> rate_mbps;
   bool rate_from_rssi = false;  // no rateMbps: the rate follows the RSSI
+  // Per mode (mode 1 first): what every port reads while the switches form that mode, in
+  // place of `rssi` and the moving radio (a replayed field log knows only modes). Empty: none.
+  std::vector<double> mode_rssi;
   Drift drift;
   std::vector<Blockage> blockages;
   Fading fading;

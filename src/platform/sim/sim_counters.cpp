@@ -113,7 +113,10 @@ class SimCounterQuery final : public CounterQuery {
       if (it == s.counters.end()) return;
       const int port = it->second;
       const int position = core_.position_locked(port);
-      double dbm = port_rssi_at(s, static_cast<size_t>(port), position, now_s());
+      double dbm = 0;
+      if (!mode_reading(s, core_.mode_locked(), dbm)) {
+        dbm = port_rssi_at(s, static_cast<size_t>(port), position, now_s());
+      }
       if (dbm != kNoSignalDbm && s.noise > 0) dbm += s.noise * core_.gaussian_locked();
       c.value = std::max<int64_t>(0, std::llround(-dbm));
       c.valid = true;
