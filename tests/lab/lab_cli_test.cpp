@@ -95,6 +95,26 @@ TEST_F(LabCli, RunsEveryScenarioWithEveryConfigurationAndPrintsJson) {
   EXPECT_NE(table.out.find("one.json"), std::string::npos);
 }
 
+TEST_F(LabCli, AnEncryptedConfigurationScoresAsItsPlainText) {
+  const std::string s = Write("s.json", Scenario(600, kRadio));
+  const std::string plain = Write("w.ini", Config(5.0));
+  const std::string cipher = (dir_ / "w.bin").string();
+  const std::string encrypt =
+      "'" + BinDir() + "/antennactl' config encrypt " + plain + " " + cipher;
+  ASSERT_EQ(std::system(encrypt.c_str()), 0);
+  const ToolRun a = Lab("run --model AB12XY --config " + plain + " --json " + s);
+  const ToolRun b = Lab("run --model AB12XY --config " + cipher + " --json " + s);
+  ASSERT_EQ(a.exit_code, 0) << a.err;
+  ASSERT_EQ(b.exit_code, 0) << b.err;
+  auto ja = nlohmann::json::parse(a.out)["runs"][0];
+  auto jb = nlohmann::json::parse(b.out)["runs"][0];
+  EXPECT_EQ(jb["config"], "w.bin");
+  ja.erase("config");
+  jb.erase("config");
+  EXPECT_EQ(ja, jb);
+  EXPECT_GT(ja["rssiLossDb"].get<double>(), 1.0);  // the weight is in force
+}
+
 TEST_F(LabCli, RefusesAMalformedScenarioOrConfigurationNamingIt) {
   const std::string good = Write("good.json", Scenario(60, kRadio));
   const std::string bad = Write("bad.json", Scenario(60, R"({"rssi": "loud"})"));

@@ -79,11 +79,12 @@ class RunDirectoryFiles final : public platform::FileSystem {
   int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
     return inner_.read_binary(p, d, s);
   }
-  // The run writes nothing beside its configuration (no log file, no decrypted copy).
-  int write_text(const std::string&, std::string_view, size_t& w) override {
-    w = 0;
-    return 13;
+  // The loader writes the decrypted copy of an encrypted configuration beside it, as the
+  // service does in its program directory; the run directory is the run's own.
+  int write_text(const std::string& p, std::string_view t, size_t& w) override {
+    return inner_.write_text(p, t, w);
   }
+  // No log file: the lab reads the worker's log calls themselves.
   int append_utf8_text(const std::string&, std::string_view) override { return 0; }
   int read_utf8_text(const std::string& p, std::string& t) override {
     return inner_.read_utf8_text(p, t);
