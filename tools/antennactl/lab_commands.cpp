@@ -48,7 +48,7 @@ void lab_usage() {
 }
 
 struct Job {
-  zaltor::lab::RunSpec spec;
+  zaltor::lab::RunRequest request;
   pid_t pid = -1;
   int fd = -1;
   std::string out;
@@ -57,8 +57,8 @@ struct Job {
 };
 
 // The child's side: one run, its result as JSON on `fd`.
-[[noreturn]] void run_child(const zaltor::lab::RunSpec& spec, int fd) {
-  const zaltor::lab::RunResult r = zaltor::lab::RunOne(spec);
+[[noreturn]] void run_child(const zaltor::lab::RunRequest& request, int fd) {
+  const zaltor::lab::RunResult r = zaltor::lab::RunOne(request);
   nlohmann::json j;
   j["ok"] = r.ok;
   j["error"] = r.error;
@@ -90,7 +90,7 @@ bool start_job(Job& job) {
   }
   if (pid == 0) {
     ::close(fds[0]);
-    run_child(job.spec, fds[1]);
+    run_child(job.request, fds[1]);
   }
   ::close(fds[1]);
   job.pid = pid;
@@ -106,8 +106,8 @@ void finish_job(Job& job) {
   job.done = true;
   const nlohmann::json j = nlohmann::json::parse(job.out, nullptr, false);
   if (j.is_discarded() || !j.is_object()) {
-    job.result.error = "scenario " + job.spec.scenario_path + " with configuration " +
-                       job.spec.config_path + ": the run ended without a result";
+    job.result.error = "scenario " + job.request.scenario_path + " with configuration " +
+                       job.request.config_path + ": the run ended without a result";
     return;
   }
   job.result.ok = j.value("ok", false);
@@ -115,7 +115,7 @@ void finish_job(Job& job) {
   if (job.result.ok && (!zaltor::lab::TraceFromJson(j["trace"], job.result.trace) ||
                         !zaltor::lab::FiguresFromJson(j["figures"], job.result.figures))) {
     job.result.ok = false;
-    job.result.error = "scenario " + job.spec.scenario_path + ": the run's trace is unreadable";
+    job.result.error = "scenario " + job.request.scenario_path + ": the run's trace is unreadable";
   }
 }
 
@@ -127,7 +127,7 @@ void run_jobs(std::vector<Job>& jobs, size_t parallel) {
     while (active.size() < parallel && next < jobs.size()) {
       if (!start_job(jobs[next])) {
         jobs[next].done = true;
-        jobs[next].result.error = "cannot start a run for " + jobs[next].spec.scenario_path;
+        jobs[next].result.error = "cannot start a run for " + jobs[next].request.scenario_path;
       } else {
         active.push_back(next);
       }
@@ -200,7 +200,7 @@ int lab_run(int argc, char** argv) {
   for (const auto& s : scenarios) {
     for (const auto& c : configs) {
       Job job;
-      job.spec = {s, c, model, true};
+      job.request = {s, c, model, true};
       jobs.push_back(std::move(job));
     }
   }
@@ -216,8 +216,8 @@ int lab_run(int argc, char** argv) {
       continue;
     }
     zaltor::lab::RunRow row;
-    row.scenario = job.spec.scenario_path;
-    row.config = job.spec.config_path;
+    row.scenario = job.request.scenario_path;
+    row.config = job.request.config_path;
     row.trace = std::move(job.result.trace);
     row.figures = job.result.figures;
     rows.push_back(std::move(row));

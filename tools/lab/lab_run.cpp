@@ -251,20 +251,20 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& data) {
   return !in.bad();
 }
 
-RunResult RunOne(const RunSpec& spec) {
+RunResult RunOne(const RunRequest& request) {
   RunResult r;
   std::vector<uint8_t> scenario;
   std::vector<uint8_t> config;
-  if (!ReadWholeFile(spec.scenario_path, scenario)) {
-    r.error = "scenario " + spec.scenario_path + ": cannot be read";
+  if (!ReadWholeFile(request.scenario_path, scenario)) {
+    r.error = "scenario " + request.scenario_path + ": cannot be read";
     return r;
   }
-  if (!ReadWholeFile(spec.config_path, config)) {
-    r.error = "configuration " + spec.config_path + ": cannot be read";
+  if (!ReadWholeFile(request.config_path, config)) {
+    r.error = "configuration " + request.config_path + ": cannot be read";
     return r;
   }
-  return RunOneText(std::string(scenario.begin(), scenario.end()), spec.scenario_path, config,
-                    spec.config_path, spec.model, spec.figures);
+  return RunOneText(std::string(scenario.begin(), scenario.end()), request.scenario_path, config,
+                    request.config_path, request.model, request.figures);
 }
 
 RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,

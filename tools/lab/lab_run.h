@@ -15,7 +15,7 @@
 
 namespace zaltor::lab {
 
-struct RunSpec {
+struct RunRequest {
   std::string scenario_path;
   std::string config_path;  // plain or encrypted
   std::string model;        // the board's product name (empty: the scenario's own)
@@ -32,7 +32,7 @@ struct RunResult {
   std::string log_text;
 };
 
-RunResult RunOne(const RunSpec& spec);
+RunResult RunOne(const RunRequest& request);
 
 // The same with the scenario and the configuration given as text (tests). `scenario_name`
 // and `config_name` name them in messages.
