@@ -212,10 +212,6 @@ class Recorder final : public Log {
   std::string log_;
 };
 
-std::string Quoted(const std::string& name) {
-  return name;
-}
-
 }  // namespace
 
 bool PrepareScenario(const std::string& text, const std::string& model, std::string& prepared,
@@ -271,8 +267,8 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
                      const std::vector<uint8_t>& config_bytes, const std::string& config_name,
                      const std::string& model, bool figures, bool keep_log) {
   RunResult r;
-  const std::string scenarioWhat = "scenario " + Quoted(scenario_name) + ": ";
-  const std::string configWhat = "configuration " + Quoted(config_name) + ": ";
+  const std::string scenarioWhat = "scenario " + scenario_name + ": ";
+  const std::string configWhat = "configuration " + config_name + ": ";
 
   std::string text;
   std::string error;
