@@ -8,7 +8,7 @@
 # none). Each step is timed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh --windows --wine
+scripts/install-deps.sh --browser --windows --wine
 jobs=$(nproc)
 started=$SECONDS
 run() {

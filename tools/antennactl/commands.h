@@ -15,6 +15,8 @@ int run_control_command(int argc, char** argv);
 bool is_diagnostics_command(const std::string& command);
 int run_diagnostics_command(const std::string& command, const std::vector<std::string>& args,
                             bool as_json);
+// "lab run|replay ..." (argv[0] is "lab"): configurations evaluated on scenarios.
+int run_lab_command(int argc, char** argv);
 // Prints the usage text of both groups.
 void print_usage();
 

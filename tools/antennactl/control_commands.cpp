@@ -529,6 +529,11 @@ void print_usage() {
       "  config decrypt Conf.bin Conf.ini\n"
       "  config check FILE --model NAME --switches N\n"
       "\n"
+      "Evaluating configurations on simulated notebooks in virtual time (Linux build):\n"
+      "  lab run --model NAME --config FILE [--config FILE ...] [--json] [--report OUT.html]\n"
+      "          [--jobs N] SCENARIO.json ...\n"
+      "  lab replay RFLOG.txt       print a scenario that reproduces a log's measurements\n"
+      "\n"
       "Exit codes: 0 done (whatever the service's status), 1 a configuration was refused,\n"
       "2 usage error, 3 the service could not be reached or the call faulted.\n");
 }

@@ -11,5 +11,6 @@ int main(int argc, char** argv) {
   }
   if (std::strcmp(argv[1], "config") == 0)
     return antennactl::run_config_command(argc - 1, argv + 1);
+  if (std::strcmp(argv[1], "lab") == 0) return antennactl::run_lab_command(argc - 1, argv + 1);
   return antennactl::run_control_command(argc - 1, argv + 1);
 }

@@ -45,6 +45,9 @@ NotebookCore::NotebookCore(Clock& clock, nlohmann::json d, Scenario s)
       rng_(scenario.seed),
       wlan_wake_(clock.make_event(false)) {
   std::lock_guard<std::mutex> g(mutex);
+  // The timeline lives parsed in `scenario` and no patch may change it: without its entries
+  // in `doc`, a patch costs the same however long the scenario's story is.
+  doc["timeline"] = json::array();
   publish_lines_locked();
 }
 
@@ -116,6 +119,7 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
   next.merge_patch(patch);
   Scenario ns;
   if (!parse_scenario(next, ns, error)) return false;
+  ns.timeline = std::move(scenario.timeline);
   const Scenario old = std::move(scenario);
   const json old_doc = std::move(doc);
   doc = std::move(next);

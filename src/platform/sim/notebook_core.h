@@ -59,6 +59,9 @@ class NotebookCore {
   bool windows_closed = false;  // a window made after the close gets its destroy at once
   std::vector<WlanRegistration> wlan_registrations;
   std::deque<std::pair<uint32_t, uint32_t>> wlan_pending;  // (source, code)
+  // Told of every "DEVS" write: the notebook's time and the mode the switches form after it.
+  // Called with `mutex` held: it must neither wait nor call into the notebook.
+  std::function<void(int64_t at_ms, int mode)> switch_observer;
 
   // With `mutex` held:
   uint32_t status_word_locked() const;

@@ -200,8 +200,81 @@ bool parse_interfaces(Checker& c, const json& wlan, Scenario& s) {
   return true;
 }
 
+bool parse_drift(Checker& c, const json& j, Scenario& s) {
+  s.drift = Drift{};
+  if (j.is_null()) return true;
+  if (!c.object(j, "radio.drift", {"start", "dbPerMinute", "limitDbm"})) return false;
+  if (!c.number(j, "radio.drift", "start", s.drift.start_s) ||
+      !c.number(j, "radio.drift", "dbPerMinute", s.drift.db_per_minute)) {
+    return false;
+  }
+  if (j.contains("limitDbm") && !c.number(j, "radio.drift", "limitDbm", s.drift.limit_dbm))
+    return false;
+  if (s.drift.start_s < 0) return c.fail("radio.drift.start", "expected seconds of 0 or more");
+  if (s.drift.limit_dbm < -95 || s.drift.limit_dbm > 0)
+    return c.fail("radio.drift.limitDbm", "expected dBm from -95 to 0");
+  return true;
+}
+
+bool parse_blockage(Checker& c, const json& j, Scenario& s) {
+  s.blockages.clear();
+  if (j.is_null()) return true;
+  if (!j.is_array()) return c.fail("radio.blockage", "expected an array");
+  for (size_t i = 0; i < j.size(); ++i) {
+    const std::string path = index("radio.blockage", i);
+    const json& b = j[i];
+    if (!c.object(b, path, {"port", "position", "period", "duration", "offset", "lossDb"}))
+      return false;
+    Blockage out;
+    if (b.contains("position")) {
+      const json& pos = b["position"];
+      if (pos == "Main") {
+        out.position = 0;
+      } else if (pos == "Div") {
+        out.position = 1;
+      } else if (!pos.is_null()) {
+        return c.fail(path + ".position", "expected \"Main\", \"Div\" or null (both)");
+      }
+    }
+    int64_t port = 0;
+    if (!c.integer(b, path, "port", 0, 3, port)) return false;
+    out.port = static_cast<size_t>(port);
+    if (!c.number(b, path, "period", out.period_s) ||
+        !c.number(b, path, "duration", out.duration_s) ||
+        !c.number(b, path, "lossDb", out.loss_db)) {
+      return false;
+    }
+    if (b.contains("offset") && !c.number(b, path, "offset", out.offset_s)) return false;
+    if (out.period_s <= 0) return c.fail(path + ".period", "expected seconds above 0");
+    if (out.duration_s < 0 || out.duration_s > out.period_s)
+      return c.fail(path + ".duration", "expected seconds from 0 to the period");
+    if (out.offset_s < 0) return c.fail(path + ".offset", "expected seconds of 0 or more");
+    if (out.loss_db < 0) return c.fail(path + ".lossDb", "expected a loss of 0 dB or more");
+    s.blockages.push_back(out);
+  }
+  return true;
+}
+
+bool parse_fading(Checker& c, const json& j, Scenario& s) {
+  s.fading = Fading{};
+  if (j.is_null()) return true;
+  if (!c.object(j, "radio.fading", {"depthDb", "periodSeconds"})) return false;
+  if (!c.number(j, "radio.fading", "depthDb", s.fading.depth_db)) return false;
+  if (j.contains("periodSeconds") &&
+      !c.number(j, "radio.fading", "periodSeconds", s.fading.period_s)) {
+    return false;
+  }
+  if (s.fading.depth_db < 0 || s.fading.depth_db > 40)
+    return c.fail("radio.fading.depthDb", "expected a depth from 0 to 40 dB");
+  if (s.fading.period_s < 1)
+    return c.fail("radio.fading.periodSeconds", "expected a period of 1 second or more");
+  return true;
+}
+
 bool parse_radio(Checker& c, const json& radio, Scenario& s) {
-  if (!c.object(radio, "radio", {"rssi", "noise", "seed", "rateMbps", "throughputBps"}))
+  if (!c.object(radio, "radio",
+                {"rssi", "noise", "seed", "rateMbps", "throughputBps", "drift", "blockage",
+                 "fading", "modeRssi"}))
     return false;
   const json* rssi = c.array(radio, "radio", "rssi");
   if (rssi == nullptr) return false;
@@ -223,15 +296,39 @@ bool parse_radio(Checker& c, const json& radio, Scenario& s) {
   if (!c.integer(radio, "radio", "seed", 0, std::numeric_limits<int64_t>::max(), seed))
     return false;
   s.seed = static_cast<uint64_t>(seed);
-  const json* rates = c.array(radio, "radio", "rateMbps");
-  if (rates == nullptr) return false;
   s.rate_mbps.clear();
-  for (size_t i = 0; i < rates->size(); ++i) {
-    const json& r = (*rates)[i];
-    if (!r.is_number() || r.get<double>() < 0 || !std::isfinite(r.get<double>())) {
-      return c.fail(index("radio.rateMbps", i), "expected a rate of 0 or more");
+  // Left out (a scenario removes the default's with null): the rate follows the RSSI.
+  s.rate_from_rssi = !radio.contains("rateMbps");
+  if (!s.rate_from_rssi) {
+    const json* rates = c.array(radio, "radio", "rateMbps");
+    if (rates == nullptr) return false;
+    for (size_t i = 0; i < rates->size(); ++i) {
+      const json& r = (*rates)[i];
+      if (!r.is_number() || r.get<double>() < 0 || !std::isfinite(r.get<double>())) {
+        return c.fail(index("radio.rateMbps", i), "expected a rate of 0 or more");
+      }
+      s.rate_mbps.push_back(r.get<double>());
     }
-    s.rate_mbps.push_back(r.get<double>());
+  }
+  if (!parse_drift(c, radio.contains("drift") ? radio["drift"] : json(), s) ||
+      !parse_blockage(c, radio.contains("blockage") ? radio["blockage"] : json(), s) ||
+      !parse_fading(c, radio.contains("fading") ? radio["fading"] : json(), s)) {
+    return false;
+  }
+  s.mode_rssi.clear();
+  if (radio.contains("modeRssi") && !radio["modeRssi"].is_null()) {
+    const json* modes = c.array(radio, "radio", "modeRssi");
+    if (modes == nullptr) return false;
+    for (size_t i = 0; i < modes->size(); ++i) {
+      const json& v = (*modes)[i];
+      if (!v.is_number() || v.get<double>() < -127 || v.get<double>() > 0) {
+        return c.fail(index("radio.modeRssi", i), "expected dBm from -127 to 0");
+      }
+      s.mode_rssi.push_back(v.get<double>());
+    }
+  }
+  for (const Blockage& b : s.blockages) {
+    if (b.port >= s.rssi.size()) return c.fail("radio.blockage", "a port without radio.rssi entry");
   }
   return c.integer(radio, "radio", "throughputBps", 0, std::numeric_limits<int64_t>::max(),
                    s.throughput_bps);
@@ -284,8 +381,12 @@ bool parse_timeline(Checker& c, const json& timeline, Scenario& s) {
 bool parse(Checker& c, const json& doc, Scenario& s) {
   if (!c.object(doc, "",
                 {"clock", "stopAfter", "linesFile", "board", "firmware", "pciNics", "wlan",
-                 "bluetooth", "lid", "power", "counters", "radio", "timeline"})) {
+                 "bluetooth", "lid", "power", "counters", "radio", "timeline", "about"})) {
     return false;
+  }
+  // about: one line of text that says what the scenario models; the notebook ignores it.
+  if (doc.contains("about") && !doc["about"].is_string() && !doc["about"].is_null()) {
+    return c.fail("about", "expected a line of text");
   }
   // clock
   const json* clock = c.need(doc, "", "clock");
@@ -434,7 +535,10 @@ bool load_checked(const std::string& text, json& doc, Scenario& out, std::string
   Scenario s;
   if (!parse_scenario(merged, s, error)) return false;
   // Each patch must leave a valid notebook behind, applied in the order the notebook will.
+  // The timeline itself is checked above; leaving its entries out of each check keeps a
+  // long story from costing the square of its length.
   json running = merged;
+  running["timeline"] = json::array();
   const json& entries = merged["timeline"];
   std::vector<size_t> order(entries.size());
   for (size_t i = 0; i < order.size(); ++i) order[i] = i;

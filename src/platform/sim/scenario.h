@@ -36,6 +36,25 @@ struct AntennaRssi {
   int32_t div = -95;
 };
 
+// The radio's slow changes (see radio_model.h).
+struct Drift {
+  double start_s = 0;
+  double db_per_minute = 0;
+  double limit_dbm = -90;
+};
+struct Blockage {
+  size_t port = 0;
+  int position = -1;  // 0 "Main", 1 "Div", -1 both
+  double period_s = 60;
+  double duration_s = 10;
+  double offset_s = 0;
+  double loss_db = 20;
+};
+struct Fading {
+  double depth_db = 0;
+  double period_s = 30;
+};
+
 struct TimelineEntry {
   double at_s = 0;  // seconds of the notebook's clock
   nlohmann::json patch;
@@ -74,6 +93,13 @@ struct Scenario {
   double noise = 0;
   uint64_t seed = 1;
   std::vector<double> rate_mbps;
+  bool rate_from_rssi = false;  // no rateMbps: the rate follows the RSSI
+  // Per mode (mode 1 first): what every port reads while the switches form that mode, in
+  // place of `rssi` and the moving radio (a replayed field log knows only modes). Empty: none.
+  std::vector<double> mode_rssi;
+  Drift drift;
+  std::vector<Blockage> blockages;
+  Fading fading;
   int64_t throughput_bps = 0;
   std::vector<TimelineEntry> timeline;  // in the order of `at` (stable)
 };

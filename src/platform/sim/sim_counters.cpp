@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/sim/radio_model.h"
 #include "platform/sim/sim_seams.h"
 
 namespace zaltor::platform::sim {
@@ -111,10 +112,12 @@ class SimCounterQuery final : public CounterQuery {
       auto it = s.counters.find(c.letter);
       if (it == s.counters.end()) return;
       const int port = it->second;
-      const AntennaRssi& r = s.rssi[static_cast<size_t>(port)];
       const int position = core_.position_locked(port);
-      double dbm = position == 0 ? r.main : position == 1 ? r.div : -95;
-      if (dbm != -95 && s.noise > 0) dbm += s.noise * core_.gaussian_locked();
+      double dbm = 0;
+      if (!mode_reading(s, core_.mode_locked(), dbm)) {
+        dbm = port_rssi_at(s, static_cast<size_t>(port), position, now_s());
+      }
+      if (dbm != kNoSignalDbm && s.noise > 0) dbm += s.noise * core_.gaussian_locked();
       c.value = std::max<int64_t>(0, std::llround(-dbm));
       c.valid = true;
       return;
@@ -125,13 +128,14 @@ class SimCounterQuery final : public CounterQuery {
       c.value = i->connected ? s.throughput_bps : 0;
     } else {
       const int mode = core_.mode_locked();
-      const bool has_rate = mode >= 1 && static_cast<size_t>(mode) <= s.rate_mbps.size();
-      c.value = (i->connected && has_rate)
-                    ? std::llround(s.rate_mbps[static_cast<size_t>(mode - 1)] * 1e6)
-                    : 0;
+      const double mbps = mode_rate_at(s, mode, s.firmware.switch_count, now_s());
+      c.value = i->connected ? std::llround(mbps * 1e6) : 0;
     }
     c.valid = true;
   }
+
+  // The notebook's clock in seconds (reading it never waits).
+  double now_s() { return static_cast<double>(core_.clock().now_ms()) / 1000.0; }
 
   NotebookCore& core_;
   std::vector<SimCounter> counters_;

@@ -49,6 +49,9 @@ class SimControlHandle final : public ControlDeviceHandle {
         // The firmware takes the eight line bits of the control value and answers with
         // its control result, whatever that is.
         core_.set_lines_locked(read_u32(in + 12) & 0xFFu);
+        if (core_.switch_observer) {
+          core_.switch_observer(core_.clock().now_ms(), core_.mode_locked());
+        }
         result = f.control_result;
       } else {
         return false;

@@ -80,6 +80,11 @@ void SimNotebook::run_timeline() {
   }
 }
 
+void SimNotebook::set_switch_observer(std::function<void(int64_t at_ms, int mode)> observer) {
+  std::lock_guard<std::mutex> g(core_->mutex);
+  core_->switch_observer = std::move(observer);
+}
+
 void SimNotebook::set_hardware_call_ms(int64_t ms) {
   core_->set_call_ms(ms);
 }

@@ -51,6 +51,11 @@ class SimNotebook {
   // default nothing: the service sets a hook that flushes and ends the process.
   void set_stop_hook(std::function<void()> hook);
 
+  // Tells `observer` of every "DEVS" write with the notebook's time and the mode the
+  // switches form after it (tools that watch what the engine does with the switches). The
+  // observer runs with the notebook's lock held: it must neither wait nor call the notebook.
+  void set_switch_observer(std::function<void(int64_t at_ms, int mode)> observer);
+
   // What one hardware call costs on the notebook's clock (kHardwareCallMs by default).
   // Only for tests of the engine's own timing, which count its waits to the millisecond
   // and so want hardware that answers at once; 0 means such instantaneous hardware, where
