@@ -43,12 +43,12 @@ constexpr int kSpeed = 100;
 constexpr int64_t kStressMs = 3000 * kSpeed;
 constexpr int kClients = 4;
 
-// Threads of this process now (-1 where the system does not tell).
-int TaskCount() {
+// How many entries a directory of /proc/self has now: -1 where the system does not tell.
+int ProcSelfEntries([[maybe_unused]] const char* name) {
 #if defined(__linux__)
   int n = 0;
   std::error_code ec;
-  for (auto it = std::filesystem::directory_iterator("/proc/self/task", ec);
+  for (auto it = std::filesystem::directory_iterator(std::string("/proc/self/") + name, ec);
        !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
     ++n;
   }
@@ -57,20 +57,12 @@ int TaskCount() {
   return -1;
 #endif
 }
-
-// Open descriptors of this process now (-1 where the system does not tell).
+// Threads and open descriptors of this process now.
+int TaskCount() {
+  return ProcSelfEntries("task");
+}
 int DescriptorCount() {
-#if defined(__linux__)
-  int n = 0;
-  std::error_code ec;
-  for (auto it = std::filesystem::directory_iterator("/proc/self/fd", ec);
-       !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
-    ++n;
-  }
-  return ec ? -1 : n;
-#else
-  return -1;
-#endif
+  return ProcSelfEntries("fd");
 }
 
 // What a client calls to choose a mode: the status the worker returned, or kTransportFailed
