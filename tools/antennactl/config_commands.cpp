@@ -19,6 +19,7 @@
 
 #if !defined(_WIN32)
 #include "platform/posix/posix_backends.h"
+#include "platform/program_directory_files.h"
 #endif
 
 namespace antennactl {
@@ -107,40 +108,6 @@ class PrintingLog final : public zaltor::Log {
   }
 };
 
-// The posix file system with the program directory moved to a scratch directory, so that
-// the loader finds the checked file where the service would find its own.
-class ScratchDirectoryFiles final : public zaltor::platform::FileSystem {
- public:
-  ScratchDirectoryFiles(zaltor::platform::FileSystem& inner, std::string dir)
-      : inner_(inner), dir_(std::move(dir)) {}
-  uint32_t program_directory(std::string& dir) override {
-    dir = dir_;
-    return 0;
-  }
-  std::string join(const std::string& d, const std::string& n) override {
-    return inner_.join(d, n);
-  }
-  bool exists(const std::string& p) override { return inner_.exists(p); }
-  int check_input_file(const std::string& p) override { return inner_.check_input_file(p); }
-  uint32_t remove(const std::string& p) override { return inner_.remove(p); }
-  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
-    return inner_.read_binary(p, d, s);
-  }
-  int write_text(const std::string& p, std::string_view t, size_t& w) override {
-    return inner_.write_text(p, t, w);
-  }
-  int append_utf8_text(const std::string& p, std::string_view t) override {
-    return inner_.append_utf8_text(p, t);
-  }
-  int read_utf8_text(const std::string& p, std::string& t) override {
-    return inner_.read_utf8_text(p, t);
-  }
-
- private:
-  zaltor::platform::FileSystem& inner_;
-  std::string dir_;
-};
-
 int encrypt_command(const std::string& in_path, const std::string& out_path) {
   std::vector<uint8_t> plain;
   if (!read_file(in_path, plain)) return kExitRefused;
@@ -204,7 +171,7 @@ int check_command(const std::string& path, const std::string& model, int switche
     std::fprintf(stderr, "antennactl: cannot write the scratch copy of %s\n", path.c_str());
   } else {
     auto real_files = zaltor::platform::make_posix_file_system();
-    ScratchDirectoryFiles files(*real_files, dir.string());
+    zaltor::platform::ProgramDirectoryFiles files(*real_files, dir.string());
     auto profiles = zaltor::platform::make_ini_profile_reader();
     auto crypto = zaltor::platform::make_openssl_crypto();
     PrintingLog log;

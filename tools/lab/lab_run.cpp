@@ -18,6 +18,7 @@
 #include "lab/lab_truth.h"
 #include "platform/log.h"
 #include "platform/posix/posix_backends.h"
+#include "platform/program_directory_files.h"
 #include "platform/registry.h"
 #include "platform/sim/sim_notebook.h"
 #include "service/log/line_buffer.h"
@@ -58,41 +59,6 @@ class NoRegistry final : public platform::Registry {
     error = 2;
     return nullptr;
   }
-};
-
-// The posix file system with the program directory moved to the run's own directory, so
-// that the loader finds the configuration where the service finds its own.
-class RunDirectoryFiles final : public platform::FileSystem {
- public:
-  RunDirectoryFiles(platform::FileSystem& inner, std::string dir)
-      : inner_(inner), dir_(std::move(dir)) {}
-  uint32_t program_directory(std::string& dir) override {
-    dir = dir_;
-    return 0;
-  }
-  std::string join(const std::string& d, const std::string& n) override {
-    return inner_.join(d, n);
-  }
-  bool exists(const std::string& p) override { return inner_.exists(p); }
-  int check_input_file(const std::string& p) override { return inner_.check_input_file(p); }
-  uint32_t remove(const std::string& p) override { return inner_.remove(p); }
-  int read_binary(const std::string& p, std::vector<uint8_t>& d, ReadStep& s) override {
-    return inner_.read_binary(p, d, s);
-  }
-  // The loader writes the decrypted copy of an encrypted configuration beside it, as the
-  // service does in its program directory; the run directory is the run's own.
-  int write_text(const std::string& p, std::string_view t, size_t& w) override {
-    return inner_.write_text(p, t, w);
-  }
-  // No log file: the lab reads the worker's log calls themselves.
-  int append_utf8_text(const std::string&, std::string_view) override { return 0; }
-  int read_utf8_text(const std::string& p, std::string& t) override {
-    return inner_.read_utf8_text(p, t);
-  }
-
- private:
-  platform::FileSystem& inner_;
-  std::string dir_;
 };
 
 // Plain configuration text holds no control characters other than tab, CR, LF and ^Z; a
@@ -309,7 +275,10 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
     return r;
   }
   auto realFiles = platform::make_posix_file_system();
-  RunDirectoryFiles files(*realFiles, dir.string());
+  // The loader finds the configuration in the run's own directory, as the service finds
+  // its own in its program directory, and writes the decrypted copy of an encrypted one
+  // there; no log file: the lab reads the worker's log calls themselves.
+  platform::ProgramDirectoryFiles files(*realFiles, dir.string(), /*keepAppends=*/false);
   auto profiles = platform::make_ini_profile_reader();
   auto crypto = platform::make_openssl_crypto();
   NullConsole console;
