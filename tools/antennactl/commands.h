@@ -2,6 +2,7 @@
 // antennactl's command groups. Exit codes: 0 done, 1 a configuration was refused,
 // 2 usage error, 3 the service could not be reached or the call faulted.
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ int run_diagnostics_command(const std::string& command, const std::vector<std::s
                             bool as_json);
 // "lab run|replay ..." (argv[0] is "lab"): configurations evaluated on scenarios.
 int run_lab_command(int argc, char** argv);
+// The auto loop's state as a word: "measuring", "idle", "ended" ("?" for anything else).
+const char* auto_state_name(int32_t v);
 // Prints the usage text of both groups.
 void print_usage();
 

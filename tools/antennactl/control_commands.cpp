@@ -232,19 +232,6 @@ std::string reading_json(const Reading& r) {
   return s + "}";
 }
 
-const char* auto_state_name(int32_t v) {
-  switch (v) {
-    case 0:
-      return "measuring";
-    case 1:
-      return "idle";
-    case 2:
-      return "ended";
-    default:
-      return "?";
-  }
-}
-
 std::string mode_text(const Reading& r) {
   if (r.fault != 0 || r.status != 0) return reading_text(r);
   if (r.value == 0) return "auto (0)";
@@ -464,6 +451,19 @@ int run_get_set(const char* word, const std::vector<std::string>& args, bool jso
 }
 
 }  // namespace
+
+const char* auto_state_name(int32_t v) {
+  switch (v) {
+    case 0:
+      return "measuring";
+    case 1:
+      return "idle";
+    case 2:
+      return "ended";
+    default:
+      return "?";
+  }
+}
 
 int run_control_command(int argc, char** argv) {
   const std::string command = argv[0];

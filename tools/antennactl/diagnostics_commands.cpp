@@ -279,19 +279,6 @@ std::string bar(const json& rssi, int width) {
          std::string(static_cast<size_t>(width - n), '.');
 }
 
-const char* auto_state_word(int32_t v) {
-  switch (v) {
-    case 0:
-      return "measuring";
-    case 1:
-      return "idle";
-    case 2:
-      return "ended";
-    default:
-      return "?";
-  }
-}
-
 int run_watch(const std::vector<std::string>& args) {
   // --frames N draws N frames and ends (for scripts and tests); otherwise until Ctrl+C.
   long frames = -1;
@@ -336,7 +323,7 @@ int run_watch(const std::vector<std::string>& args) {
     out += line;
     std::snprintf(line, sizeof line, "Current mode: %s   user's choice: %s   auto loop: %s\n",
                   current == 99 ? "none" : std::to_string(current).c_str(),
-                  user == 0 ? "Auto" : std::to_string(user).c_str(), auto_state_word(state));
+                  user == 0 ? "Auto" : std::to_string(user).c_str(), auto_state_name(state));
     out += line;
     if (d.is_object()) {
       const double t = number(d["time"]);
