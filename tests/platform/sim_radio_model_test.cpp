@@ -41,6 +41,13 @@ TEST(SimRadio, WithoutNewMembersEveryReadingIsTheScenarioValue) {
   EXPECT_EQ(mode_rate_at(s, 3, 2, 0), s.rate_mbps[2]);
 }
 
+TEST(SimRadio, AReadingWeakerThanMinus95IsPublishedAsItIsNotAsNoSignal) {
+  // Only -95 itself marks a silent antenna; a scenario's -100 stays -100, as it always read.
+  const Scenario s = Load(R"({"rssi": [{"Main": -100, "Div": -62}, {"Main": -95, "Div": -58}]})");
+  EXPECT_EQ(port_rssi_at(s, 0, 0, 0), -100);
+  EXPECT_EQ(port_rssi_at(s, 1, 0, 0), kNoSignalDbm);
+}
+
 TEST(SimRadio, DriftMovesEveryPortLinearlyUntilItsLimit) {
   const Scenario s = Load(R"({"rssi": [{"Main": -50, "Div": -60}, {"Main": -95, "Div": -95}],
       "drift": {"start": 60, "dbPerMinute": -6, "limitDbm": -80}})");

@@ -69,13 +69,16 @@ double port_rssi_at(const Scenario& s, size_t port, int position, double t_s) {
   if (port >= s.rssi.size()) return kNoSignalDbm;
   const AntennaRssi& r = s.rssi[port];
   const double base = position == 0 ? r.main : position == 1 ? r.div : kNoSignalDbm;
-  if (base <= kNoSignalDbm) return kNoSignalDbm;
+  // -95 marks no signal; any other reading, weaker ones included, is published as it is.
+  if (base == kNoSignalDbm) return kNoSignalDbm;
   double v = base;
   const double drift = drift_db(s.drift, t_s);
   if (drift < 0) v = std::max(std::min(v, s.drift.limit_dbm), v + drift);
   if (drift > 0) v = std::min(std::max(v, s.drift.limit_dbm), v + drift);
   v += fading_db(s, port, position, t_s) - blockage_db(s, port, position, t_s);
-  return v <= kNoSignalDbm ? kNoSignalDbm : std::min(v, 0.0);
+  // A signal that drift, fading or blockage take to -95 or below is gone.
+  if (v != base && v <= kNoSignalDbm) return kNoSignalDbm;
+  return std::min(v, 0.0);
 }
 
 bool mode_reading(const Scenario& s, int mode, double& dbm) {
