@@ -21,9 +21,10 @@ inline constexpr size_t kContextBytes = 20;
 inline constexpr uint32_t kMaxRequestBody = 64;
 // Procedure numbers of the diagnostics interface: this bit and the procedure's number.
 inline constexpr uint32_t kDiagnosticsInterfaceBit = 0x10000;
-// The largest reply body: call id, fault, status, length and the largest diagnostics text
-// (above the control interface's call id, fault, status, count and 4096 longs).
-inline constexpr uint32_t kMaxReplyBody = 16 + kMaxDiagnosticsBytes;
+// The largest reply body: call id, fault, status, length, the text's byte count and the
+// largest diagnostics text (above the control interface's call id, fault, status, count and
+// 4096 longs).
+inline constexpr uint32_t kMaxReplyBody = 20 + kMaxDiagnosticsBytes;
 
 class Writer {
  public:
