@@ -84,11 +84,23 @@ bool read_json(platform::ControlClient& client, uint32_t procedure, int32_t coun
   return true;
 }
 
+// A member of an object, or null when `obj` is not an object or has no such member: the
+// printing never depends on the answer having every member it expects.
+const json& field(const json& obj, const char* key) {
+  static const json kNull;
+  if (!obj.is_object()) return kNull;
+  const auto it = obj.find(key);
+  return it == obj.end() ? kNull : *it;
+}
+
 double number(const json& v, double absent = 0.0) {
   return v.is_number() ? v.get<double>() : absent;
 }
 int integer(const json& v) {
-  return v.is_number() ? v.get<int>() : 0;
+  if (!v.is_number()) return 0;
+  const double d = v.get<double>();  // in range before the conversion, whatever was sent
+  if (!(d > -2147483648.0 && d < 2147483647.0)) return d > 0 ? 2147483647 : -2147483647 - 1;
+  return static_cast<int>(d);
 }
 std::string str(const json& v) {
   return v.is_string() ? v.get<std::string>() : std::string();
@@ -107,12 +119,12 @@ const char* trigger_words(const std::string& t) {
 }
 
 std::string outcome_words(const json& d) {
-  const std::string o = str(d["outcome"]);
-  const int chosen = integer(d["chosen"]);
+  const std::string o = str(field(d, "outcome"));
+  const int chosen = integer(field(d, "chosen"));
   char buf[160];
   if (o == "chosen") {
     std::snprintf(buf, sizeof buf, "mode %d, chosen by the %s determinator", chosen,
-                  str(d["determinator"]).c_str());
+                  str(field(d, "determinator")).c_str());
   } else if (o == "fallback-below-threshold") {
     std::snprintf(buf, sizeof buf, "mode %d (the default): every mode was below the threshold",
                   chosen);
@@ -145,31 +157,32 @@ std::string set_name(int set) {
 }
 
 void print_decision(const json& d) {
-  const int set = integer(d["configSet"]);
-  const int current = integer(d["currentMode"]);
-  std::printf("Decision at %.1f s, started because %s (%s).\n", number(d["time"]),
-              trigger_words(str(d["trigger"])), str(d["trigger"]).c_str());
+  const int set = integer(field(d, "configSet"));
+  const int current = integer(field(d, "currentMode"));
+  std::printf("Decision at %.1f s, started because %s (%s).\n", number(field(d, "time")),
+              trigger_words(str(field(d, "trigger"))), str(field(d, "trigger")).c_str());
   std::printf(
       "Config set %d (%s), %s determinator, device in %s.\n", set, set_name(set).c_str(),
-      str(d["determinator"]).c_str(),
+      str(field(d, "determinator")).c_str(),
       current == 99 ? std::string("no mode").c_str() : ("mode " + std::to_string(current)).c_str());
-  const json& modes = d["modes"];
+  const json& modes = field(d, "modes");
   if (modes.is_array() && !modes.empty()) {
     std::printf("\n  mode  samples  RSSI dBm  rate Mbps  weight dB  weighted dBm\n");
     for (const json& m : modes) {
-      const int mode = integer(m["mode"]);
-      if (m["disabled"].is_boolean() && m["disabled"].get<bool>()) {
+      const int mode = integer(field(m, "mode"));
+      if (field(m, "disabled").is_boolean() && field(m, "disabled").get<bool>()) {
         std::printf("  %4d  disabled\n", mode);
         continue;
       }
-      std::printf("  %4d  %7d  %8s  %9.1f  %+9.1f  %12s%s\n", mode, integer(m["samples"]),
-                  dbm(m["rssi"]).c_str(), number(m["rate"]), number(m["weight"]),
-                  dbm(m["weighted"]).c_str(), mode == integer(d["chosen"]) ? "  <- chosen" : "");
+      std::printf("  %4d  %7d  %8s  %9.1f  %+9.1f  %12s%s\n", mode, integer(field(m, "samples")),
+                  dbm(field(m, "rssi")).c_str(), number(field(m, "rate")),
+                  number(field(m, "weight")), dbm(field(m, "weighted")).c_str(),
+                  mode == integer(field(d, "chosen")) ? "  <- chosen" : "");
     }
     std::printf("\n");
   }
   std::printf("Result: %s.\n", outcome_words(d).c_str());
-  const int sleep = integer(d["sleepMs"]);
+  const int sleep = integer(field(d, "sleepMs"));
   if (sleep > 0) {
     std::printf("Then it slept %.0f s before deciding again.\n", sleep / 1000.0);
   } else {
@@ -188,7 +201,7 @@ int run_why(bool as_json) {
     std::printf("%s\n", text.c_str());
     return kExitDone;
   }
-  const json& d = doc["decision"];
+  const json& d = field(doc, "decision");
   if (!d.is_object()) {
     std::printf("No decision yet: the auto loop has not finished a pass.\n");
     return kExitDone;
@@ -222,18 +235,19 @@ int run_history(const std::vector<std::string>& args, bool as_json) {
     std::printf("%s\n", text.c_str());
     return kExitDone;
   }
-  const json& list = doc["decisions"];
+  const json& list = field(doc, "decisions");
   if (!list.is_array() || list.empty()) {
     std::printf("No decision yet: the auto loop has not finished a pass.\n");
     return kExitDone;
   }
   std::printf("  time s  trigger  set  determinator  was  chose  sleep s  outcome\n");
   for (const json& d : list) {
-    const int current = integer(d["currentMode"]);
-    std::printf("%8.1f  %-7s  %3d  %-12s  %3s  %5d  %7.0f  %s\n", number(d["time"]),
-                str(d["trigger"]).c_str(), integer(d["configSet"]), str(d["determinator"]).c_str(),
-                current == 99 ? "-" : std::to_string(current).c_str(), integer(d["chosen"]),
-                integer(d["sleepMs"]) / 1000.0, str(d["outcome"]).c_str());
+    const int current = integer(field(d, "currentMode"));
+    std::printf("%8.1f  %-7s  %3d  %-12s  %3s  %5d  %7.0f  %s\n", number(field(d, "time")),
+                str(field(d, "trigger")).c_str(), integer(field(d, "configSet")),
+                str(field(d, "determinator")).c_str(),
+                current == 99 ? "-" : std::to_string(current).c_str(), integer(field(d, "chosen")),
+                integer(field(d, "sleepMs")) / 1000.0, str(field(d, "outcome")).c_str());
   }
   return kExitDone;
 }
@@ -249,15 +263,15 @@ int run_health(bool as_json) {
     std::printf("%s\n", text.c_str());
     return kExitDone;
   }
-  const json& ports = doc["ports"];
+  const json& ports = field(doc, "ports");
   if (!ports.is_array() || ports.empty()) {
     std::printf("No antenna ports known yet.\n");
     return kExitDone;
   }
   for (const json& p : ports) {
-    const std::string state = str(p["state"]);
-    std::printf("%-5s  %-13s  %s\n", str(p["port"]).c_str(), state.c_str(),
-                str(p["detail"]).c_str());
+    const std::string state = str(field(p, "state"));
+    std::printf("%-5s  %-13s  %s\n", str(field(p, "port")).c_str(), state.c_str(),
+                str(field(p, "detail")).c_str());
   }
   return kExitDone;
 }
@@ -316,7 +330,7 @@ int run_watch(const std::vector<std::string>& args) {
       result = kExitFault;
       break;
     }
-    const json& d = doc["decision"];
+    const json& d = field(doc, "decision");
     std::string out = "\x1b[H\x1b[2J";  // home and clear: the view is redrawn in place
     char line[200];
     std::snprintf(line, sizeof line, "Zaltor multi-antenna service   (Ctrl+C ends)\n\n");
@@ -326,15 +340,15 @@ int run_watch(const std::vector<std::string>& args) {
                   user == 0 ? "Auto" : std::to_string(user).c_str(), auto_state_name(state));
     out += line;
     if (d.is_object()) {
-      const double t = number(d["time"]);
+      const double t = number(field(d, "time"));
       if (t != seenTime) {
         seenTime = t;
         seenAt = Steady::now();
       }
       const double waited = std::chrono::duration<double>(Steady::now() - seenAt).count();
-      const double left = integer(d["sleepMs"]) / 1000.0 - waited;
+      const double left = integer(field(d, "sleepMs")) / 1000.0 - waited;
       std::snprintf(line, sizeof line, "Last trigger: %s at %.1f s   outcome: %s\n",
-                    str(d["trigger"]).c_str(), t, str(d["outcome"]).c_str());
+                    str(field(d, "trigger")).c_str(), t, str(field(d, "outcome")).c_str());
       out += line;
       if (state == 0) {
         out += "Next pass: measuring now\n\n";
@@ -342,14 +356,15 @@ int run_watch(const std::vector<std::string>& args) {
         std::snprintf(line, sizeof line, "Next pass: in about %.0f s\n\n", left > 0 ? left : 0.0);
         out += line;
       }
-      for (const json& m : d["modes"]) {
-        const int mode = integer(m["mode"]);
-        if (m["disabled"].is_boolean() && m["disabled"].get<bool>()) {
+      for (const json& m : field(d, "modes")) {
+        const int mode = integer(field(m, "mode"));
+        if (field(m, "disabled").is_boolean() && field(m, "disabled").get<bool>()) {
           std::snprintf(line, sizeof line, "  mode %2d  disabled\n", mode);
         } else {
           std::snprintf(line, sizeof line, "  mode %2d  %s  %6s dBm  %6.1f Mbps%s\n", mode,
-                        bar(m["rssi"], 30).c_str(), dbm(m["rssi"]).c_str(), number(m["rate"]),
-                        mode == integer(d["chosen"]) ? "  <- chosen" : "");
+                        bar(field(m, "rssi"), 30).c_str(), dbm(field(m, "rssi")).c_str(),
+                        number(field(m, "rate")),
+                        mode == integer(field(d, "chosen")) ? "  <- chosen" : "");
         }
         out += line;
       }
