@@ -1,8 +1,7 @@
 // The manager functions that the widl server stub of src/rpc/zaltor_diagnostics.idl calls,
 // named after the procedures. Each forwards to the registered DiagnosticsDispatch on the
 // runtime's thread, attached to the clock for the call's duration; a C++ exception becomes
-// the call's fault once every C++ object of the call is gone (as in the control interface's
-// manager functions).
+// the call's fault as rpc_call_forward.h says.
 #include <rpc.h>
 #include <windows.h>
 
@@ -12,17 +11,14 @@
 #include <shared_mutex>
 #include <string>
 
+#include "platform/win32/rpc_call_forward.h"
 #include "platform/win32/rpc_server_target.h"
 #include "zaltor_diagnostics.h"
 
 namespace zaltor::platform::win32 {
 namespace {
 
-constexpr uint32_t kErrorOutOfMemory = 14;
-
-std::shared_mutex g_lock;  // calls hold it shared; changing the target takes it exclusively
-DiagnosticsDispatch* g_dispatch = nullptr;
-Clock* g_clock = nullptr;
+CallTarget<DiagnosticsDispatch> g_target;
 
 // One call: the text sized to `capacity`, copied into the stub's buffer. 0, or the fault.
 uint32_t read(uint32_t procedure, LONG count, LONG capacity, LONG* status, LONG* length, LONG* sent,
@@ -31,37 +27,25 @@ uint32_t read(uint32_t procedure, LONG count, LONG capacity, LONG* status, LONG*
   *length = 0;
   *sent = 0;
   if (capacity < 0 || capacity > kMaxDiagnosticsBytes) return kRpcInvalidBound;
-  try {
-    std::shared_lock<std::shared_mutex> hold(g_lock);
-    if (g_dispatch == nullptr) return kRpcUnknownIf;
-    ClockAttachment attach(*g_clock);
+  return g_target.forward([&](DiagnosticsDispatch& d) {
     int32_t s = 0, l = 0;
     std::string out;
-    run_diagnostics(*g_dispatch, procedure, count, capacity, s, l, out);
+    run_diagnostics(d, procedure, count, capacity, s, l, out);
     if (!out.empty()) std::memcpy(text, out.data(), out.size());
     *status = s;
     *length = l;
     *sent = static_cast<LONG>(out.size());
-    return 0;
-  } catch (const RpcFault& fault) {
-    return fault.code();
-  } catch (const std::bad_alloc&) {
-    return kErrorOutOfMemory;
-  } catch (...) {
-    return kRpcCallFailed;
-  }
+  });
 }
 
 void finish(uint32_t fault) {
-  if (fault != 0) RpcRaiseException(static_cast<RPC_STATUS>(fault));
+  RaiseCallFault(fault);
 }
 
 }  // namespace
 
 void set_diagnostics_target(DiagnosticsDispatch* dispatch, Clock* clock) {
-  std::unique_lock<std::shared_mutex> hold(g_lock);
-  g_dispatch = dispatch;
-  g_clock = clock;
+  g_target.set(dispatch, clock);
 }
 
 }  // namespace zaltor::platform::win32

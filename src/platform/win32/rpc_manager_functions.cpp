@@ -1,11 +1,7 @@
 // The manager functions that the widl server stub of src/rpc/zaltor_antenna.idl calls, named
 // after the procedures, and the context rundown. Each forwards to the registered RpcDispatch
 // on the runtime's thread, attached to the clock for the call's duration.
-//
-// An RpcFault must not cross the C stub: it is caught in forward(), and once every C++ object
-// of the call is gone the manager function raises its code with RpcRaiseException, which the
-// runtime catches and sends to the client as the call's fault. Any other C++ exception
-// becomes the fault RPC_S_CALL_FAILED (out of memory: ERROR_OUTOFMEMORY).
+// A C++ exception becomes the call's fault as rpc_call_forward.h says.
 #include <rpc.h>
 #include <windows.h>
 
@@ -14,6 +10,7 @@
 #include <shared_mutex>
 #include <vector>
 
+#include "platform/win32/rpc_call_forward.h"
 #include "platform/win32/rpc_server_target.h"
 #include "zaltor_antenna.h"
 
@@ -23,47 +20,25 @@ namespace {
 // Largest element count a QueryArray call may ask for (the Linux runtime's limit too). The
 // server stub refuses a count outside the range before it allocates; this is a second guard.
 constexpr LONG kMaxArrayCount = 4096;
-constexpr uint32_t kErrorOutOfMemory = 14;
+CallTarget<RpcDispatch> g_target;
 
-// Calls hold the lock shared; clearing the target takes it exclusively.
-std::shared_mutex g_lock;
-RpcDispatch* g_dispatch = nullptr;
-Clock* g_clock = nullptr;
-
-// Runs body(dispatch) attached to the clock; 0, or the fault to raise.
 template <typename Body>
 uint32_t forward(Body body) {
-  try {
-    std::shared_lock<std::shared_mutex> hold(g_lock);
-    if (g_dispatch == nullptr) return kRpcUnknownIf;
-    ClockAttachment attach(*g_clock);
-    body(*g_dispatch);
-    return 0;
-  } catch (const RpcFault& fault) {
-    return fault.code();
-  } catch (const std::bad_alloc&) {
-    return kErrorOutOfMemory;
-  } catch (...) {
-    return kRpcCallFailed;
-  }
+  return g_target.forward(body);
 }
-
-// Raises the fault, if any; called with no C++ object of the call alive.
 void finish(uint32_t fault) {
-  if (fault != 0) RpcRaiseException(static_cast<RPC_STATUS>(fault));
+  RaiseCallFault(fault);
 }
 
 }  // namespace
 
 void set_rpc_server_target(RpcDispatch* dispatch, Clock* clock) {
-  std::unique_lock<std::shared_mutex> hold(g_lock);
-  g_dispatch = dispatch;
-  g_clock = clock;
+  g_target.set(dispatch, clock);
 }
 
 RpcDispatch* rpc_server_dispatch() {
-  std::shared_lock<std::shared_mutex> hold(g_lock);
-  return g_dispatch;
+  std::shared_lock<std::shared_mutex> hold(g_target.lock);
+  return g_target.dispatch;
 }
 
 }  // namespace zaltor::platform::win32
