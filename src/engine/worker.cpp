@@ -28,7 +28,7 @@ AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
 
 AntennaSwitchWorkerObj::~AntennaSwitchWorkerObj() {
   StopAndJoinAutoThreads();
-  log_.set_target(nullptr);
+  log_.Detach();
 }
 
 size_t AntennaSwitchWorkerObj::activeSet() const {
@@ -39,9 +39,7 @@ size_t AntennaSwitchWorkerObj::activeSet() const {
 int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
                                      const std::string& consoleConfigName) {
   // 1. The log context, an empty model name.
-  logContext_ = logContext;
-  workerLog_ = std::make_unique<log::WorkerLog>(logContext_, logFile_);
-  log_.set_target(workerLog_.get());
+  log_.Attach(logContext);
   modelName.clear();
 
   // 2. The control device.
@@ -228,7 +226,7 @@ size_t AntennaSwitchWorkerObj::heldThreads() {
 }
 
 void AntennaSwitchWorkerObj::WriteEvent(uint8_t level, const char* line) {
-  if (logContext_.writer != nullptr) logContext_.writer->WriteLogEntry(line, level);
+  log_.WriteEntry(level, line);
 }
 
 void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {

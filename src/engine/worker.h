@@ -23,7 +23,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -32,6 +31,8 @@
 #include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
 #include "engine/switch_labels.h"
+#include "log/log_context.h"
+#include "log/worker_log.h"
 #include "platform/adapter_discovery.h"
 #include "platform/antenna_switch.h"
 #include "platform/board_identification.h"
@@ -40,8 +41,6 @@
 #include "platform/platform.h"
 #include "platform/signal_counters.h"
 #include "platform/status.h"
-#include "service/log/log_context.h"
-#include "service/log/worker_log.h"
 
 namespace zaltor::engine {
 
@@ -58,26 +57,6 @@ struct AutoSwitchingWorkerArg {
 
 // autoState values: what the monitor sees of the auto loop.
 enum AutoState : uint32_t { kAutoMeasuring = 0, kAutoIdle = 1, kAutoEnded = 2 };
-
-// The worker's log as the device logic holds it from construction: it forwards to the
-// worker log call once Init has the service's log context, and drops text before that.
-// Setting a new target waits for log calls in progress, so that the service object behind
-// the worker log call can go away while the worker's threads still run.
-class ForwardingLog final : public Log {
- public:
-  void vwrite(uint8_t level, const char* fmt, va_list ap) override {
-    std::shared_lock<std::shared_mutex> hold(lock_);
-    if (target_ != nullptr) target_->vwrite(level, fmt, ap);
-  }
-  void set_target(Log* target) {
-    std::unique_lock<std::shared_mutex> hold(lock_);
-    target_ = target;
-  }
-
- private:
-  std::shared_mutex lock_;
-  Log* target_ = nullptr;
-};
 
 class AntennaSwitchWorkerObj {
  public:
@@ -113,7 +92,7 @@ class AntennaSwitchWorkerObj {
   void WriteEvent(uint8_t level, const char* line);
 
   // The service object behind the log goes away: later log calls are dropped.
-  void DetachLog() { log_.set_target(nullptr); }
+  void DetachLog() { log_.Detach(); }
 
   // The process teardown's share of the worker: the counter query, the mutexes and the
   // WLAN client. Only when no worker thread runs any more.
@@ -146,7 +125,9 @@ class AntennaSwitchWorkerObj {
   platform::Platform& platform() { return platform_; }
 
   // --- Fields (names as the rest of the engine speaks of them).
-  ForwardingLog log_;           // declared first: the device logic below holds it
+  // Declared first: the device logic below holds it. Detached until Init.
+  log::LogFile logFile_;
+  log::WorkerLog log_{logFile_};
   platform::DeviceState state;  // ready, counts, userMode, activeConfigSet, lid, Bluetooth
   config::Configuration config;
   std::atomic<bool> rssiPaRequested{false};
@@ -190,9 +171,6 @@ class AntennaSwitchWorkerObj {
   void ReapEndedThreads();
 
   platform::Platform& platform_;
-  log::LogContext logContext_;
-  log::LogFile logFile_;
-  std::unique_ptr<log::WorkerLog> workerLog_;
   std::unique_ptr<platform::Mutex> logMutex_;
   std::unique_ptr<platform::BoardIdentification> board_;
 

@@ -2,7 +2,7 @@
 
 #include "platform/log.h"
 #include "platform/status.h"
-#include "service/log/text_limits.h"
+#include "log/text_limits.h"
 
 namespace zaltor::service {
 

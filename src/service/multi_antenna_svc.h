@@ -12,9 +12,9 @@
 #include <string>
 
 #include "platform/thread_pool.h"
-#include "service/log/line_buffer.h"
-#include "service/log/log_context.h"
-#include "service/log/service_log.h"
+#include "log/line_buffer.h"
+#include "log/log_context.h"
+#include "log/service_log.h"
 #include "service/service_base.h"
 
 namespace zaltor::service {

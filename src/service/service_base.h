@@ -14,7 +14,7 @@
 #include "platform/event_trace.h"
 #include "platform/platform.h"
 #include "platform/service_manager.h"
-#include "service/log/log_entry_writer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::service {
 

@@ -10,7 +10,7 @@
 
 #include "engine/system_events.h"
 #include "platform/clock.h"
-#include "service/log/log_context.h"
+#include "log/log_context.h"
 #if defined(_WIN32)
 #include "platform/win32/win32_backends.h"
 #else

@@ -21,8 +21,8 @@
 #include "engine/worker.h"
 #include "platform/platform.h"
 #include "platform/sim/sim_notebook.h"
-#include "service/log/line_buffer.h"
-#include "service/log/log_entry_writer.h"
+#include "log/line_buffer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::engine {
 

@@ -18,8 +18,8 @@
 #include "engine/worker.h"
 #include "platform/sim/sim_notebook.h"
 #include "platform/system_events.h"
-#include "service/log/line_buffer.h"
-#include "service/log/log_entry_writer.h"
+#include "log/line_buffer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::engine::testing {
 

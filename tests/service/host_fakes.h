@@ -17,7 +17,7 @@
 #include "platform/platform.h"
 #include "platform/service_manager.h"
 #include "platform/thread_pool.h"
-#include "service/log/log_entry_writer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::host_test {
 

@@ -4,9 +4,9 @@
 #include <thread>
 
 #include "host_fakes.h"
-#include "service/log/line_buffer.h"
-#include "service/log/log_event.h"
-#include "service/log/service_log.h"
+#include "log/line_buffer.h"
+#include "log/log_event.h"
+#include "log/service_log.h"
 #include "service/multi_antenna_svc.h"
 
 namespace zaltor::host_test {

@@ -11,7 +11,7 @@
 #include "host_fakes.h"
 #include "notify_socket.h"
 #include "platform/posix/posix_backends.h"
-#include "service/log/log_event.h"
+#include "log/log_event.h"
 
 namespace zaltor::host_test {
 namespace {

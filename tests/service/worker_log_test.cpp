@@ -7,7 +7,7 @@
 #ifndef _WIN32
 #include "platform/posix/posix_backends.h"
 #endif
-#include "service/log/worker_log.h"
+#include "log/worker_log.h"
 #include "service/multi_antenna_svc.h"
 
 namespace zaltor::host_test {
@@ -98,6 +98,55 @@ TEST_F(WorkerLogTest, AfterAFailedOpenOtherThreadsWaitForTheKeptMutex) {
   EXPECT_TRUE(done->wait(platform::Clock::kInfinite));
   other.join();
   EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + "from the other thread\n");
+}
+
+// Collects the text of every call it is given.
+class CallText final : public Log {
+ public:
+  void vwrite(uint8_t level, const char* fmt, va_list ap) override {
+    text += std::to_string(level) + ":" + vformat(fmt, ap);
+  }
+  std::string text;
+};
+
+TEST_F(WorkerLogTest, ADetachedLogDropsCallsUntilAttachedAndAgainAfterDetach) {
+  svc.set_console(true);
+  log::WorkerLog detached(file);
+  detached.write(4, "before\n");
+  detached.WriteEntry(4, "entry before\n");
+  EXPECT_TRUE(fp.trace.events().empty());
+  EXPECT_EQ(fp.console.text(), "");
+  EXPECT_FALSE(fp.files.exists("rflog.txt"));
+
+  detached.Attach(svc.log_context());
+  detached.write(4, "attached\n");
+  EXPECT_EQ(fp.trace.events().size(), 1u);
+  EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + "attached\n");
+
+  detached.Detach();
+  detached.write(4, "after\n");
+  detached.WriteEntry(4, "entry after\n");
+  EXPECT_EQ(fp.trace.events().size(), 1u);
+  EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + "attached\n");
+}
+
+TEST_F(WorkerLogTest, ARedirectionTakesEveryCallAsMadeUntilItEndsOrTheLogIsDetached) {
+  svc.set_console(true);
+  CallText calls;
+  wlog.Redirect(&calls);
+  wlog.write(5, "Sleep: %d\n\n", 30);
+  EXPECT_EQ(calls.text, "5:Sleep: 30\n\n");
+  EXPECT_TRUE(fp.trace.events().empty());
+  EXPECT_FALSE(fp.files.exists("rflog.txt"));
+
+  wlog.Redirect(nullptr);
+  wlog.write(4, "back\n");
+  EXPECT_EQ(fp.trace.events().size(), 1u);
+
+  wlog.Redirect(&calls);
+  wlog.Detach();
+  wlog.write(4, "dropped\n");
+  EXPECT_EQ(calls.text, "5:Sleep: 30\n\n");
 }
 
 #ifndef _WIN32

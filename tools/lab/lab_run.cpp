@@ -16,13 +16,13 @@
 #include "engine/system_events.h"
 #include "engine/worker.h"
 #include "lab/lab_truth.h"
+#include "log/line_buffer.h"
+#include "log/log_entry_writer.h"
 #include "platform/log.h"
 #include "platform/posix/posix_backends.h"
 #include "platform/program_directory_files.h"
 #include "platform/registry.h"
 #include "platform/sim/sim_notebook.h"
-#include "service/log/line_buffer.h"
-#include "service/log/log_entry_writer.h"
 
 namespace zaltor::lab {
 namespace {
@@ -344,7 +344,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
                 std::to_string(init) + ")";
     } else {
       // From here on the lab reads the worker's log calls as they are made.
-      worker->log_.set_target(&recorder);
+      worker->log_.Redirect(&recorder);
       worker->SetUserMode(0);
       const int64_t now = notebook->clock().now_ms();
       if (endMs > now) notebook->clock().sleep_ms(endMs - now);

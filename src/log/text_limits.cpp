@@ -1,4 +1,4 @@
-#include "service/log/text_limits.h"
+#include "log/text_limits.h"
 
 namespace zaltor::log {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <atomic>
 
-#include "service/log/line_buffer.h"
-#include "service/log/log_entry_writer.h"
+#include "log/line_buffer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::log {
 

@@ -3,7 +3,7 @@
 // object's buffer.
 
 #include "platform/log.h"
-#include "service/log/log_context.h"
+#include "log/log_context.h"
 
 namespace zaltor::log {
 

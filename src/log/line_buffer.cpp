@@ -1,7 +1,7 @@
-#include "service/log/line_buffer.h"
+#include "log/line_buffer.h"
 
 #include "platform/log.h"
-#include "service/log/text_limits.h"
+#include "log/text_limits.h"
 
 namespace zaltor::log {
 

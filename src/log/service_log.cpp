@@ -1,4 +1,4 @@
-#include "service/log/service_log.h"
+#include "log/service_log.h"
 
 namespace zaltor::log {
 

@@ -18,7 +18,7 @@
 #include <mutex>
 #include <string>
 
-#include "service/log/log_entry_writer.h"
+#include "log/log_entry_writer.h"
 
 namespace zaltor::log {
 

@@ -1,4 +1,4 @@
-#include "service/log/log_event.h"
+#include "log/log_event.h"
 
 namespace zaltor::log {
 

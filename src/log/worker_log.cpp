@@ -1,0 +1,55 @@
+#include "log/worker_log.h"
+
+#include "platform/status.h"
+
+namespace zaltor::log {
+
+void WorkerLog::Attach(LogContext context) {
+  std::unique_lock<std::shared_mutex> hold(lock_);
+  context_ = context;
+  attached_ = true;
+}
+
+void WorkerLog::Detach() {
+  std::unique_lock<std::shared_mutex> hold(lock_);
+  attached_ = false;
+  redirect_ = nullptr;
+  context_ = LogContext{};
+}
+
+void WorkerLog::Redirect(Log* calls) {
+  std::unique_lock<std::shared_mutex> hold(lock_);
+  redirect_ = calls;
+}
+
+void WorkerLog::WriteEntry(uint8_t level, const char* line) {
+  std::shared_lock<std::shared_mutex> hold(lock_);
+  if (attached_ && context_.writer != nullptr) context_.writer->WriteLogEntry(line, level);
+}
+
+void WorkerLog::vwrite(uint8_t level, const char* fmt, va_list ap) {
+  std::shared_lock<std::shared_mutex> hold(lock_);
+  if (redirect_ != nullptr) {
+    redirect_->vwrite(level, fmt, ap);
+    return;
+  }
+  if (!attached_) return;
+  va_list again;
+  va_copy(again, ap);
+  context_.lines->assemble(level, fmt, ap, *context_.writer);
+  if (context_.console_mode()) write_file(fmt, again);
+  va_end(again);
+}
+
+uint32_t WorkerLog::write_file(const char* fmt, va_list ap) {
+  if (file_.files == nullptr) return STATUS_LOG_FAILURE;
+  const std::string text = vformat(fmt, ap);
+  if (file_.mutex != nullptr) file_.mutex->lock();
+  if (file_.files->append_utf8_text(file_.name, text) != 0) {
+    return STATUS_LOG_FAILURE;  // the mutex stays with this thread
+  }
+  if (file_.mutex != nullptr) file_.mutex->unlock();
+  return SWITCH_OK;
+}
+
+}  // namespace zaltor::log
