@@ -54,8 +54,8 @@ function(zaltor_test name dir)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/src)
   # zaltor_test_support carries main(), which sets ZALTOR_TEST_SOURCE_DIR and
   # ZALTOR_TEST_BIN_DIR for the tests.
-  target_link_libraries(${name} PRIVATE ${arg_UNPARSED_ARGUMENTS} zaltor_test_support GTest::gtest GTest::gmock
-    zaltor_options)
+  target_link_libraries(${name} PRIVATE ${arg_UNPARSED_ARGUMENTS} zaltor_test_support GTest::gtest
+    GTest::gmock zaltor_options)
   set_property(GLOBAL APPEND PROPERTY ZALTOR_TEST_TARGETS ${name})
   if(CMAKE_CROSSCOMPILING AND NOT ZALTOR_TEST_EACH_IN_OWN_PROCESS)
     # Under Wine every process start costs a few tenths of a second (seconds while the Wine

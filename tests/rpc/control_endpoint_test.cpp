@@ -5,7 +5,7 @@
 #include "rpc/control_interface.h"
 #include "rpc/fake_rpc_runtime.h"
 #include "rpc/rpc_fakes.h"
-#include "support/environment.h"
+#include "support/this_platform.h"
 
 namespace zaltor::rpc::test {
 namespace {

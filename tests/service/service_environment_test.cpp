@@ -7,7 +7,7 @@
 #include "host_fakes.h"
 #include "service/command_line.h"
 #include "service/service_environment.h"
-#include "support/environment.h"
+#include "support/this_platform.h"
 
 namespace zaltor::host_test {
 namespace {

@@ -6,7 +6,7 @@
 #include "platform/clock.h"
 #include "platform/control_device.h"
 #include "platform/select/backends.h"
-#include "support/environment.h"
+#include "support/this_platform.h"
 
 namespace zaltor::platform {
 namespace {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "config/config_test_support.h"
+#include "platform/posix/posix_backends.h"
 
 namespace zaltor::config {
 namespace {

@@ -2,6 +2,7 @@
 // (ini-corpus/expected.tsv).
 #include "config/config_test_support.h"
 #include "config/ini_corpus_check.h"
+#include "platform/posix/posix_backends.h"
 #include "platform/utf16.h"
 
 namespace zaltor::config {

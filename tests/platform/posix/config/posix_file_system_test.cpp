@@ -7,6 +7,7 @@
 #include <future>
 
 #include "config/config_test_support.h"
+#include "platform/posix/posix_backends.h"
 
 namespace zaltor::config {
 namespace {

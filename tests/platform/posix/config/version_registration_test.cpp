@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "config/config_test_support.h"
+#include "platform/posix/posix_backends.h"
 
 namespace zaltor::config {
 namespace {
