@@ -1,5 +1,5 @@
 // The INI reader against a corpus of files with the reads Windows gives for them
-// (ini-corpus/expected.tsv).
+// (tests/config/ini-corpus/expected.tsv).
 #include "config/config_test_support.h"
 #include "config/ini_corpus_check.h"
 #include "platform/posix/posix_backends.h"

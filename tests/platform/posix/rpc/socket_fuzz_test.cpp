@@ -1,7 +1,6 @@
-// Malformed frames: the files of tests/rpc/fuzz-corpus and generated ones. The server
-// refuses each with a fault (or hangs up when the stream cannot be followed), never calls the
-// target, and keeps serving.
-// The local socket runtime is the Linux one.
+// Malformed frames: the files of tests/platform/posix/rpc/fuzz-corpus and generated ones. The
+// server refuses each with a fault (or hangs up when the stream cannot be followed), never calls
+// the target, and keeps serving. The local socket runtime is the Linux one.
 
 #include <gtest/gtest.h>
 
@@ -19,7 +18,9 @@ namespace {
 
 std::filesystem::path corpus_dir() {
   const char* src = std::getenv("ZALTOR_TEST_SOURCE_DIR");
-  if (src != nullptr) return std::filesystem::path(src) / "tests" / "rpc" / "fuzz-corpus";
+  if (src != nullptr) {
+    return std::filesystem::path(src) / "tests" / "platform" / "posix" / "rpc" / "fuzz-corpus";
+  }
   return std::filesystem::path(__FILE__).parent_path() / "fuzz-corpus";
 }
 
