@@ -37,9 +37,16 @@ function(zaltor_library name dir)
   target_link_libraries(${name} PUBLIC zaltor_options ${ARGN})
 endfunction()
 
-# zaltor_test(NAME DIR DEPS...): one GoogleTest executable from every .cpp in DIR.
+# zaltor_test(NAME DIR DEPS... [MORE_DIRS DIR...]): one GoogleTest executable from every .cpp
+# in DIR and in the MORE_DIRS (such as the backend's tests of that subsystem, which share its
+# fakes and so join its executable rather than start one more process under Wine).
 function(zaltor_test name dir)
-  file(GLOB sources CONFIGURE_DEPENDS ${dir}/*.cpp)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "MORE_DIRS")
+  set(sources "")
+  foreach(_dir ${dir} ${arg_MORE_DIRS})
+    file(GLOB _dir_sources CONFIGURE_DEPENDS ${_dir}/*.cpp)
+    list(APPEND sources ${_dir_sources})
+  endforeach()
   if(NOT sources)
     return()
   endif()
@@ -47,8 +54,8 @@ function(zaltor_test name dir)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/src)
   # zaltor_test_support carries main(), which sets ZALTOR_TEST_SOURCE_DIR and
   # ZALTOR_TEST_BIN_DIR for the tests.
-  target_link_libraries(${name} PRIVATE ${ARGN} zaltor_test_support GTest::gtest GTest::gmock
-    zaltor_options)
+  target_link_libraries(${name} PRIVATE ${arg_UNPARSED_ARGUMENTS} zaltor_test_support GTest::gtest
+    GTest::gmock zaltor_options)
   set_property(GLOBAL APPEND PROPERTY ZALTOR_TEST_TARGETS ${name})
   if(CMAKE_CROSSCOMPILING AND NOT ZALTOR_TEST_EACH_IN_OWN_PROCESS)
     # Under Wine every process start costs a few tenths of a second (seconds while the Wine

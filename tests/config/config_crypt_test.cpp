@@ -80,11 +80,8 @@ TEST_F(ConfigCryptTest, DecryptFileWritesThePlainText) {
   EXPECT_TRUE(
       decrypt_config_file(*files, *crypto_, console_, dir.file("Conf.bin"), dir.file("Conf.ini")));
   // The plain file is written in text mode: Windows ends its lines with CR LF.
-#if defined(_WIN32)
-  EXPECT_EQ(dir.read("Conf.ini"), "[Version]\r\nTargetVersionMajor=2\r\n");
-#else
-  EXPECT_EQ(dir.read("Conf.ini"), text);
-#endif
+  const std::string eol = test_support::kTextModeLineEnd;
+  EXPECT_EQ(dir.read("Conf.ini"), "[Version]" + eol + "TargetVersionMajor=2" + eol);
 }
 
 TEST_F(ConfigCryptTest, UnwritablePlainFileReportsAnOpenFailure) {

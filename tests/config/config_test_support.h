@@ -20,39 +20,16 @@
 #include "platform/log.h"
 #include "platform/profile.h"
 #include "support/program_dir_files.h"
-
-#if defined(_WIN32)
-#include "platform/win32/win32_backends.h"
-#else
-#include "platform/posix/posix_backends.h"
-#endif
+#include "support/this_platform.h"
 
 namespace zaltor::config::testing {
 
 // This platform's own backends of the seams the configuration code uses: the tests run
 // the same way over the Linux files, INI reader and OpenSSL and over the Win32 files,
 // GetPrivateProfile* and CNG (under Wine).
-#if defined(_WIN32)
-inline std::unique_ptr<platform::FileSystem> platform_file_system() {
-  return platform::make_win32_file_system();
-}
-inline std::unique_ptr<platform::ProfileReader> platform_profile_reader() {
-  return platform::make_private_profile_reader();
-}
-inline std::unique_ptr<platform::Crypto> platform_crypto() {
-  return platform::make_cng_crypto();
-}
-#else
-inline std::unique_ptr<platform::FileSystem> platform_file_system() {
-  return platform::make_posix_file_system();
-}
-inline std::unique_ptr<platform::ProfileReader> platform_profile_reader() {
-  return platform::make_ini_profile_reader();
-}
-inline std::unique_ptr<platform::Crypto> platform_crypto() {
-  return platform::make_openssl_crypto();
-}
-#endif
+using test_support::platform_crypto;
+using test_support::platform_file_system;
+using test_support::platform_profile_reader;
 
 struct LogLine {
   uint8_t level;

@@ -2,34 +2,25 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
 #include "platform/clock.h"
 #include "platform/control_device.h"
 #include "platform/select/backends.h"
+#include "support/this_platform.h"
 
 namespace zaltor::platform {
 namespace {
 
-void set_env(const char* name, const std::string& value) {
-#if defined(_WIN32)
-  _putenv_s(name, value.c_str());
-#else
-  if (value.empty()) {
-    unsetenv(name);
-  } else {
-    setenv(name, value.c_str(), 1);
-  }
-#endif
-}
+using test_support::set_env;
+using test_support::unset_env;
 
 class SimBackends : public ::testing::Test {
  protected:
   void TearDown() override {
-    set_env("ZALTOR_PLATFORM", "");
-    set_env("ZALTOR_SIM_SCENARIO", "");
+    unset_env("ZALTOR_PLATFORM");
+    unset_env("ZALTOR_SIM_SCENARIO");
     std::remove(path_.c_str());
   }
   void write(const std::string& text) {
@@ -81,16 +72,6 @@ TEST_F(SimBackends, AnUnknownPlatformIsRefused) {
   EXPECT_EQ(make_backends(error), nullptr);
   EXPECT_NE(error.find("ZALTOR_PLATFORM=quantum"), std::string::npos) << error;
 }
-
-#if !defined(_WIN32)
-TEST_F(SimBackends, LinuxDefaultsToTheDefaultSimulatedNotebook) {
-  std::string error;
-  auto backends = make_backends(error);
-  ASSERT_NE(backends, nullptr) << error;
-  EXPECT_NE(backends->platform().control_device, nullptr);
-  backends->platform().clock->detach_current_thread();
-}
-#endif
 
 }  // namespace
 }  // namespace zaltor::platform

@@ -1,12 +1,11 @@
 // Setting up and withdrawing the control endpoint, against a runtime that records the order.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "rpc/control_endpoint.h"
 #include "rpc/control_interface.h"
 #include "rpc/fake_rpc_runtime.h"
 #include "rpc/rpc_fakes.h"
+#include "support/this_platform.h"
 
 namespace zaltor::rpc::test {
 namespace {
@@ -204,17 +203,15 @@ TEST_F(RpcEndpointSetup, StopBeforeAnythingWasRegisteredIgnoresTheFailures) {
                           "ep_unregister(null)"}));
 }
 
-#if !defined(_WIN32)  // setenv
 TEST(RpcInterfaceNames, EndpointComesFromTheEnvironmentWithTheProductDefault) {
-  ::unsetenv("ZALTOR_RPC_ENDPOINT");
+  test_support::unset_env("ZALTOR_RPC_ENDPOINT");
   EXPECT_EQ(endpoint_name_from_environment(), "ZaltorMultiAntennaRpcEndpoint");
-  ::setenv("ZALTOR_RPC_ENDPOINT", "Other", 1);
+  test_support::set_env("ZALTOR_RPC_ENDPOINT", "Other");
   EXPECT_EQ(endpoint_name_from_environment(), "Other");
-  ::setenv("ZALTOR_RPC_ENDPOINT", "", 1);
+  test_support::set_env("ZALTOR_RPC_ENDPOINT", "");
   EXPECT_EQ(endpoint_name_from_environment(), "ZaltorMultiAntennaRpcEndpoint");
-  ::unsetenv("ZALTOR_RPC_ENDPOINT");
+  test_support::unset_env("ZALTOR_RPC_ENDPOINT");
 }
-#endif
 
 }  // namespace
 }  // namespace zaltor::rpc::test

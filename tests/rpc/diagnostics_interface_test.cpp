@@ -1,5 +1,5 @@
 // The diagnostics interface on this platform's real runtime, beside the control interface
-// on the same endpoint: texts sized to the caller's room, the room's bound, withdrawal.
+// on the same endpoint: texts sized to the caller's room, the room's bound.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -64,19 +64,6 @@ TEST(DiagnosticsInterface, ARoomAboveTheBoundIsRefused) {
   EXPECT_EQ(client->read_diagnostics(platform::kReadHealth, 0, -1, status, length, text),
             platform::kRpcInvalidBound);
 }
-
-#if !defined(_WIN32)
-TEST(DiagnosticsInterface, AfterWithdrawalCallsAreRefusedAsUnknownInterface) {
-  TestServer server("diag-withdrawn");
-  auto client = server.connect();
-  ASSERT_NE(client, nullptr);
-  withdraw(*server.runtime);
-  int32_t status = -1, length = -1;
-  std::string text;
-  EXPECT_EQ(client->read_diagnostics(platform::kReadHealth, 0, 100, status, length, text),
-            platform::kRpcUnknownIf);
-}
-#endif
 
 }  // namespace
 }  // namespace zaltor::rpc::test

@@ -7,6 +7,7 @@
 #include "host_fakes.h"
 #include "service/command_line.h"
 #include "service/service_environment.h"
+#include "support/this_platform.h"
 
 namespace zaltor::host_test {
 namespace {
@@ -36,32 +37,24 @@ TEST(ServiceEnvironment, EmptyVariablesMeanTheDefaultAndAreLeftOut) {
   EXPECT_TRUE(service_environment([](const char*) -> const char* { return nullptr; }).empty());
 }
 
-void set_env(const char* name, const char* value) {
-#if defined(_WIN32)
-  _putenv_s(name, value);  // an empty value removes the variable
-#else
-  if (*value == '\0') {
-    ::unsetenv(name);
-  } else {
-    ::setenv(name, value, 1);
-  }
-#endif
-}
-
 TEST(ServiceEnvironment, InstallRegistersTheInstallersSettingsWithTheService) {
   std::map<std::string, std::string> saved;
   for (const char* name : service::kServiceEnvironmentNames) {
     if (const char* v = std::getenv(name)) saved[name] = v;
-    set_env(name, "");
+    test_support::unset_env(name);
   }
-  set_env("ZALTOR_PLATFORM", "sim");
-  set_env("ZALTOR_RPC_ENDPOINT", "TestEndpoint");
+  test_support::set_env("ZALTOR_PLATFORM", "sim");
+  test_support::set_env("ZALTOR_RPC_ENDPOINT", "TestEndpoint");
   FakePlatform fp;
   EXPECT_EQ(service::run_command_line({"ZaltorMultiAntennaSvc", "-install"}, fp.platform), 0);
   EXPECT_EQ(fp.services.created.environment,
             (std::vector<std::string>{"ZALTOR_PLATFORM=sim", "ZALTOR_RPC_ENDPOINT=TestEndpoint"}));
   for (const char* name : service::kServiceEnvironmentNames) {
-    set_env(name, saved.count(name) != 0 ? saved[name].c_str() : "");
+    if (saved.count(name) != 0) {
+      test_support::set_env(name, saved[name]);
+    } else {
+      test_support::unset_env(name);
+    }
   }
 }
 

@@ -5,14 +5,12 @@
 
 #include <cstdlib>
 
+#include "support/this_platform.h"
+
 namespace {
 void set_default_env(const char* name, const char* value) {
   if (std::getenv(name) != nullptr) return;
-#if defined(_WIN32)
-  _putenv_s(name, value);
-#else
-  setenv(name, value, 0);
-#endif
+  zaltor::test_support::set_env(name, value);
 }
 }  // namespace
 

@@ -1,0 +1,181 @@
+// The socket runtime's threads: the thread that reads a request runs it, yet a call that
+// blocks holds up neither the other connections nor the next calls of its own connection,
+// and calls beyond the limit wait for a free thread.
+// The local socket runtime is the Linux one.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "platform/posix/control_wire.h"
+#include "rpc/call_gate.h"
+#include "rpc/raw_connection.h"
+#include "rpc/test_server.h"
+
+namespace zaltor::rpc::test {
+namespace {
+
+using platform::ContextHandleWire;
+using std::chrono::seconds;
+
+std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
+  std::vector<uint32_t> words;
+  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened.out[i]));
+  return words;
+}
+
+TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpOtherConnections) {
+  TestServer server("threads-other");
+  Gate gate;
+  server.target.set_on_call([&] { gate.pass(); });  // SetUserMode passes the gate
+  auto blocked = server.connect(30000);
+  auto other = server.connect();
+  ASSERT_TRUE(blocked && other);
+  ContextHandleWire blocked_ctx, other_ctx;
+  ASSERT_EQ(blocked->open_context(blocked_ctx), 0u);
+  ASSERT_EQ(other->open_context(other_ctx), 0u);
+  std::atomic<uint32_t> set_result{0xFFFFFFFF};
+  std::thread caller([&] {
+    int32_t status = -1;
+    set_result = blocked->set_value(blocked_ctx, kSetUserMode, 1, status);
+  });
+  ASSERT_TRUE(gate.wait_inside(1));
+  // The other connection is served while the first call is held.
+  for (int i = 0; i < 20; ++i) {
+    int32_t status = -1, value = 0;
+    ASSERT_EQ(other->query_value(other_ctx, kGetModeCount, status, value), 0u);
+    EXPECT_EQ(value, 4);
+  }
+  EXPECT_EQ(gate.inside(), 1);
+  gate.open();
+  caller.join();
+  EXPECT_EQ(set_result.load(), 0u);
+}
+
+TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpTheNextCallOfItsConnection) {
+  TestServer server("threads-same");
+  Gate gate;
+  server.target.set_on_call([&] { gate.pass(); });
+  RawConnection raw(server.endpoint);
+  ASSERT_TRUE(raw.connected());
+  ASSERT_TRUE(raw.send(raw_frame(1, 0, {})));
+  auto opened = raw.read_reply();
+  ASSERT_TRUE(opened);
+  ASSERT_EQ(opened->fault, 0u);
+  std::vector<uint32_t> set = handle_words(*opened);
+  set.push_back(kSetUserMode);
+  set.push_back(1);
+  ASSERT_TRUE(raw.send(raw_frame(2, 4, set)));
+  ASSERT_TRUE(gate.wait_inside(1));
+  std::vector<uint32_t> query = handle_words(*opened);
+  query.push_back(kGetModeCount);
+  ASSERT_TRUE(raw.send(raw_frame(3, 2, query)));
+  auto first = raw.read_reply();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->call_id, 3u);  // the query overtakes the held call
+  EXPECT_EQ(first->fault, 0u);
+  gate.open();
+  auto second = raw.read_reply();
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->call_id, 2u);
+  EXPECT_EQ(second->fault, 0u);
+}
+
+TEST(RpcSocketThreads, RequestsReadTogetherRunOnSeparateThreads) {
+  TestServer server("threads-batch");
+  Gate gate;
+  server.target.set_on_call([&] { gate.pass(); });
+  RawConnection raw(server.endpoint);
+  ASSERT_TRUE(raw.connected());
+  ASSERT_TRUE(raw.send(raw_frame(1, 0, {})));
+  auto opened = raw.read_reply();
+  ASSERT_TRUE(opened);
+  constexpr uint32_t kBatch = 8;
+  std::vector<uint8_t> batch;
+  for (uint32_t id = 10; id < 10 + kBatch; ++id) {
+    std::vector<uint32_t> words = handle_words(*opened);
+    words.push_back(kSetUserMode);
+    words.push_back(1);
+    const auto f = raw_frame(id, 4, words);
+    batch.insert(batch.end(), f.begin(), f.end());
+  }
+  ASSERT_TRUE(raw.send(batch));  // one write: the server reads them together
+  // Every call of the batch is inside at the same moment.
+  ASSERT_TRUE(gate.wait_inside(static_cast<int>(kBatch)));
+  gate.open();
+  for (uint32_t i = 0; i < kBatch; ++i) {
+    auto r = raw.read_reply();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->fault, 0u);
+  }
+  EXPECT_EQ(gate.most(), static_cast<int>(kBatch));
+}
+
+// Procedures that hold every query at the gate.
+class GatedDispatch final : public platform::RpcDispatch {
+ public:
+  explicit GatedDispatch(Gate& gate) : gate_(gate) {}
+  platform::ContextObject open_context() override { return this; }
+  void close_context(platform::ContextObject& context) override { context = nullptr; }
+  void rundown(platform::ContextObject) override {}
+  void query_value(platform::ContextObject, int32_t, int32_t& status, int32_t& value) override {
+    gate_.pass();
+    status = 0;
+    value = 7;
+  }
+  void query_indexed_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t&) override {
+  }
+  void set_value(platform::ContextObject, int32_t, int32_t&, int32_t) override {}
+  void set_paired_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t) override {}
+  void query_array(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t*) override {}
+
+ private:
+  Gate& gate_;
+};
+
+TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
+  TestClock clock;
+  Gate gate;
+  GatedDispatch dispatch(gate);
+  const std::string endpoint = unique_endpoint("threads-limit");
+  auto runtime = platform::make_socket_rpc_runtime(clock);
+  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, endpoint, nullptr), 0u);
+  ASSERT_EQ(runtime->register_if({}, dispatch, platform::kRpcIfAutolisten, 2, 0, nullptr), 0u);
+  constexpr int kClients = 4;
+  std::vector<std::unique_ptr<platform::ControlClient>> clients;
+  std::vector<ContextHandleWire> contexts(kClients);
+  for (int i = 0; i < kClients; ++i) {
+    uint32_t error = 0;
+    clients.push_back(platform::connect_control_client(endpoint, 30000, error));
+    ASSERT_TRUE(clients.back()) << error;
+    ASSERT_EQ(clients.back()->open_context(contexts[static_cast<size_t>(i)]), 0u);
+  }
+  std::atomic<int> answered{0};
+  std::vector<std::thread> callers;
+  for (int i = 0; i < kClients; ++i) {
+    callers.emplace_back([&, i] {
+      int32_t status = -1, value = 0;
+      if (clients[static_cast<size_t>(i)]->query_value(contexts[static_cast<size_t>(i)], 1, status,
+                                                       value) == 0 &&
+          value == 7) {
+        ++answered;
+      }
+    });
+  }
+  ASSERT_TRUE(gate.wait_inside(2));
+  // The other two calls have arrived by now; give them a moment to (wrongly) start.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(gate.inside(), 2);
+  gate.open();
+  for (auto& t : callers) t.join();
+  EXPECT_EQ(answered.load(), kClients);
+  EXPECT_EQ(gate.most(), 2);
+  EXPECT_EQ(runtime->stop_server_listening(), 0u);
+}
+
+}  // namespace
+}  // namespace zaltor::rpc::test
