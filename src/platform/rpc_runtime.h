@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/guid.h"
 #include "platform/system_errors.h"
 
@@ -136,15 +137,9 @@ class RpcDispatch {
                            int32_t* values) = 0;
 };
 
-// The diagnostics interface: three read-only procedures that hand out UTF-8 JSON text (the
-// decision journal and the antenna health; see docs/diagnostics-interface.md). The caller
-// names the room it has for the text; a text that does not fit is not sent, and the call
-// answers kDiagnosticsMoreData with the length needed.
-enum DiagnosticsProcedure : uint32_t {
-  kReadLastDecision = 0,
-  kReadHistory = 1,
-  kReadHealth = 2,
-};
+// The diagnostics interface: three read-only procedures (DiagnosticsProcedure) that hand out
+// UTF-8 JSON text. The caller names the room it has for the text; a text that does not fit is
+// not sent, and the call answers kDiagnosticsMoreData with the length needed.
 constexpr int32_t kMaxDiagnosticsBytes = 1024 * 1024;  // the room a caller may ask for
 constexpr int32_t kDiagnosticsMoreData = 234;          // ERROR_MORE_DATA
 

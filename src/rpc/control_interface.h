@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/control_protocol.h"
 #include "platform/rpc_runtime.h"
 
 namespace zaltor::rpc {
@@ -28,17 +29,16 @@ inline constexpr uint32_t kMaxConcurrentCalls = 1234;
 inline constexpr uint32_t kMinCallThreads = 1;
 inline constexpr int64_t kEndpointRetryMs = 5000;
 
-// Procedure numbers.
-enum Procedure : uint32_t {
-  kOpenControlContext = 0,
-  kCloseControlContext = 1,
-  kQueryValue = 2,
-  kQueryIndexedValue = 3,
-  kSetValue = 4,
-  kSetPairedValue = 5,
-  kQueryArray = 6,
-  kProcedureCount = 7,
-};
+// Procedure numbers (platform/control_protocol.h).
+using Procedure = platform::ControlProcedure;
+using platform::kCloseControlContext;
+using platform::kOpenControlContext;
+using platform::kProcedureCount;
+using platform::kQueryArray;
+using platform::kQueryIndexedValue;
+using platform::kQueryValue;
+using platform::kSetPairedValue;
+using platform::kSetValue;
 
 // Command codes; the high nibble of the second byte names the procedure group.
 enum Command : int32_t {
@@ -61,7 +61,7 @@ enum Command : int32_t {
 };
 
 // Largest element count a QueryArray call may ask for (the runtime refuses more).
-inline constexpr int32_t kMaxArrayCount = 4096;
+using platform::kMaxArrayCount;
 
 // The endpoint name: ZALTOR_RPC_ENDPOINT when set and not empty, else the default.
 std::string endpoint_name_from_environment();

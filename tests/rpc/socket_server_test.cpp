@@ -258,6 +258,27 @@ TEST_F(RpcSocket, CallsOnOneConnectionMayOverlapAndAreMatchedByCallId) {
   for (bool s : seen) EXPECT_TRUE(s);
 }
 
+TEST(RpcSocketWire, RequestBodiesHaveTheSizesOfTheWireFormat) {
+  // Call id and procedure (8), the context (20) where one is named, then the longs.
+  const size_t control[] = {8, 28, 32, 36, 36, 40, 36};
+  for (uint32_t p = 0; p < 7; ++p) {
+    EXPECT_EQ(platform::wire::request_body_size(p), control[p]) << p;
+    platform::wire::Request r;
+    r.procedure = p;
+    EXPECT_EQ(platform::wire::encode_request(r).size(), 4 + control[p]) << p;
+  }
+  EXPECT_EQ(platform::wire::request_body_size(7), 0u);
+  EXPECT_EQ(platform::wire::request_body_size(0x10000), 12u);  // ReadLastDecision
+  EXPECT_EQ(platform::wire::request_body_size(0x10001), 16u);  // ReadHistory
+  EXPECT_EQ(platform::wire::request_body_size(0x10002), 12u);  // ReadHealth
+  EXPECT_EQ(platform::wire::request_body_size(0x10003), 0u);
+  for (uint32_t p = 0x10000; p < 0x10003; ++p) {
+    platform::wire::Request r;
+    r.procedure = p;
+    EXPECT_EQ(platform::wire::encode_request(r).size(), 4 + platform::wire::request_body_size(p));
+  }
+}
+
 TEST(RpcSocketRuntime, OnlyTheLocalProtocolSequenceExists) {
   TestClock clock;
   auto rt = platform::make_socket_rpc_runtime(clock);

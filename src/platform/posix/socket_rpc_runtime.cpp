@@ -22,6 +22,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/posix/control_wire.h"
 #include "platform/posix/rpc_security.h"
 
@@ -745,7 +746,7 @@ class SocketRpcRuntime final : public RpcRuntime {
                                           DiagnosticsDispatch* dispatch) {
     if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
     int32_t count = 0, capacity = 0;
-    const uint32_t op = proc & ~wire::kDiagnosticsInterfaceBit;
+    const uint32_t op = proc & ~kDiagnosticsInterfaceBit;
     if (op == kReadHistory) in.i32(count);
     in.i32(capacity);
     if (capacity < 0 || capacity > kMaxDiagnosticsBytes) {
@@ -781,7 +782,7 @@ class SocketRpcRuntime final : public RpcRuntime {
     const size_t expected = wire::request_body_size(proc);
     if (expected == 0) return fault_frame(call_id, kRpcProcnumOutOfRange);
     if (body.size() != expected) return fault_frame(call_id, kRpcProtocolError);
-    if ((proc & wire::kDiagnosticsInterfaceBit) != 0) {
+    if ((proc & kDiagnosticsInterfaceBit) != 0) {
       return handle_diagnostics(call_id, proc, in, diagnostics);
     }
     if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
@@ -790,7 +791,7 @@ class SocketRpcRuntime final : public RpcRuntime {
     out.u32(call_id);
     out.u32(0);
     try {
-      if (proc == 0) {
+      if (proc == kOpenControlContext) {
         {
           // A slot is taken before the procedure runs, so that opens running at once cannot
           // pass the bound together.
@@ -830,9 +831,9 @@ class SocketRpcRuntime final : public RpcRuntime {
           return fault_frame(call_id, kErrorInvalidHandle);
         }
         entry = it->second;
-        if (proc == 1) c.contexts.erase(it);
+        if (proc == kCloseControlContext) c.contexts.erase(it);
       }
-      if (proc == 1) {
+      if (proc == kCloseControlContext) {
         {
           ClockAttachment attach(clock_);
           entry.second->close_context(entry.first);
@@ -841,24 +842,27 @@ class SocketRpcRuntime final : public RpcRuntime {
         return out.frame();
       }
       int32_t command = 0, a = 0, b = 0, status = 0, value = 0;
+      const int longs = long_arguments(proc);
       in.i32(command);
-      if (proc != 2) in.i32(a);
-      if (proc == 5) in.i32(b);
-      if (proc == 6 && (a < 0 || a > 4096)) return fault_frame(call_id, kRpcInvalidBound);
-      std::vector<int32_t> values(proc == 6 ? static_cast<size_t>(a) : 0, 0);
+      if (longs >= 2) in.i32(a);
+      if (longs >= 3) in.i32(b);
+      if (proc == kQueryArray && (a < 0 || a > kMaxArrayCount)) {
+        return fault_frame(call_id, kRpcInvalidBound);
+      }
+      std::vector<int32_t> values(proc == kQueryArray ? static_cast<size_t>(a) : 0, 0);
       {
         ClockAttachment attach(clock_);
         switch (proc) {
-          case 2:
+          case kQueryValue:
             dispatch->query_value(entry.first, command, status, value);
             break;
-          case 3:
+          case kQueryIndexedValue:
             dispatch->query_indexed_value(entry.first, command, status, a, value);
             break;
-          case 4:
+          case kSetValue:
             dispatch->set_value(entry.first, command, status, a);
             break;
-          case 5:
+          case kSetPairedValue:
             dispatch->set_paired_value(entry.first, command, status, a, b);
             break;
           default:
@@ -867,8 +871,8 @@ class SocketRpcRuntime final : public RpcRuntime {
         }
       }
       out.i32(status);
-      if (proc == 2 || proc == 3) out.i32(value);
-      if (proc == 6) {
+      if (returns_value(proc)) out.i32(value);
+      if (proc == kQueryArray) {
         out.u32(static_cast<uint32_t>(values.size()));
         for (int32_t v : values) out.i32(v);
       }
