@@ -17,16 +17,16 @@ extern const platform::RpcInterfaceId kDiagnosticsInterface;
 // NDR transfer syntax 8a885d04-1ceb-11c9-9fe8-08002b104860, version 2.0.
 extern const platform::RpcInterfaceId kNdrTransferSyntax;
 
-inline constexpr const char* kProtocolSequence = "ncalrpc";
+using platform::kProtocolSequence;
 inline constexpr const char* kDefaultEndpoint = "ZaltorMultiAntennaRpcEndpoint";
 inline constexpr const char* kEndpointEnvironment = "ZALTOR_RPC_ENDPOINT";
 inline constexpr const char* kCompanionPackageFamily = "Zaltor.antennaSwitch_k3d9wq2v8xhna";
 
-inline constexpr uint32_t kProtseqMaxCalls = 10;
-inline constexpr uint32_t kInterfaceFlags =
-    platform::kRpcIfAutolisten | platform::kRpcIfAllowLocalOnly;  // 0x21
-inline constexpr uint32_t kMaxConcurrentCalls = 1234;
-inline constexpr uint32_t kMinCallThreads = 1;
+// How the runtime serves the endpoint (platform/rpc_runtime.h).
+inline constexpr uint32_t kProtseqMaxCalls = platform::kEndpointMaxCalls;
+using platform::kInterfaceFlags;
+using platform::kMaxConcurrentCalls;
+using platform::kMinCallThreads;
 inline constexpr int64_t kEndpointRetryMs = 5000;
 
 // Procedure numbers (platform/control_protocol.h).
