@@ -71,7 +71,7 @@ struct Server {
   }
   ~Server() {
     rpc::withdraw(*runtime);
-    runtime->stop_server_listening();
+    runtime->stop_listening();
     thread.join();
   }
   std::string endpoint;

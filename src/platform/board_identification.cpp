@@ -15,41 +15,34 @@ std::string TrimBlanks(const std::string& text) {
 int32_t BoardIdentification::ConnectWmi() {
   connected_ = false;
   queried_ = false;
-  int32_t hr = 0;
-  session_ = query_.open(hr);
-  if (hr < 0 || !session_) {
-    console_.print("Failed to initialize COM library. Error code = 0x%x\n",
-                   static_cast<unsigned>(hr));
-    session_.reset();
-    return -1;
-  }
-  hr = session_->create_locator();
-  if (hr < 0) {
-    console_.print("Failed to create IWbemLocator object. Error code = 0x%x\n",
-                   static_cast<unsigned>(hr));
-    return -1;
-  }
-  hr = session_->connect(kBoardNamespace);
-  if (hr < 0) {
-    console_.print("Could not connect to namespace %s. Error code = 0x%x\n", kBoardNamespace,
-                   static_cast<unsigned>(hr));
-    return -1;
-  }
-  hr = session_->set_proxy_blanket();
-  if (hr < 0) {
-    console_.print("Could not set proxy blanket. Error code = 0x%x\n", static_cast<unsigned>(hr));
-    return -1;
+  answer_ = query_.base_board_products();
+  const auto hr = static_cast<unsigned>(answer_.hr);
+  switch (answer_.failed_step) {
+    case BoardQueryStep::kInitializeCom:
+      console_.print("Failed to initialize COM library. Error code = 0x%x\n", hr);
+      return -1;
+    case BoardQueryStep::kCreateLocator:
+      console_.print("Failed to create IWbemLocator object. Error code = 0x%x\n", hr);
+      return -1;
+    case BoardQueryStep::kConnect:
+      console_.print("Could not connect to namespace %s. Error code = 0x%x\n", kBoardNamespace, hr);
+      return -1;
+    case BoardQueryStep::kSetProxyBlanket:
+      console_.print("Could not set proxy blanket. Error code = 0x%x\n", hr);
+      return -1;
+    case BoardQueryStep::kExecQuery:
+    case BoardQueryStep::kNone:
+      break;
   }
   connected_ = true;
   return 0;
 }
 
 int32_t BoardIdentification::QueryBaseBoard() {
-  if (!connected_ || !session_) return -1;
-  const int32_t hr = session_->exec_query(kBoardQuery);
-  if (hr < 0) {
+  if (!connected_) return -1;
+  if (answer_.failed_step == BoardQueryStep::kExecQuery) {
     console_.print("Query (%s) failed. Error code = 0x%x\n", kBoardQuery,
-                   static_cast<unsigned>(hr));
+                   static_cast<unsigned>(answer_.hr));
     return -1;
   }
   queried_ = true;
@@ -58,9 +51,8 @@ int32_t BoardIdentification::QueryBaseBoard() {
 
 int32_t BoardIdentification::ReadModelName(std::string& model) {
   model.clear();
-  if (!queried_ || !session_) return 0;
-  std::string product;
-  while (session_->next_product(product)) {
+  if (!queried_) return 0;
+  for (std::string product : answer_.products) {
     if (product.size() > kProductTextLimit) product.resize(kProductTextLimit);
     std::string trimmed = TrimBlanks(product);
     // Bounded copy into the 255-byte buffer: a value that does not fit is refused.

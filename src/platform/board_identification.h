@@ -17,22 +17,22 @@ namespace zaltor::platform {
 
 constexpr size_t kModelNameBuffer = 255;  // bytes, terminator included
 constexpr size_t kProductTextLimit = 1023;
-constexpr const char* kBoardNamespace = "ROOT\\CIMV2";
-constexpr const char* kBoardQuery = "Select * from Win32_BaseBoard";
 
 // Removes leading and trailing " \t\r\n".
 std::string TrimBlanks(const std::string& text);
 
-// The WMI session. It stays open until this object is destroyed (the worker keeps it for
-// its lifetime). Failures are printed to the console, not logged.
+// The base board query in the worker's three steps: connect, query, read the name. The query
+// runs once, in ConnectWmi; the steps then report its answer. Failures are printed to the
+// console, not logged.
 class BoardIdentification {
  public:
   BoardIdentification(BoardQuery& query, Console& console) : query_(query), console_(console) {}
 
-  // Initialises COM, creates the locator, connects to "ROOT\CIMV2" and sets the proxy
-  // blanket. 0, or -1 on any failure.
+  // Runs the board query: COM, the locator, the connection to "ROOT\CIMV2", the proxy
+  // blanket and the query. 0, or -1 when a step before the query failed (printed).
   int32_t ConnectWmi();
-  // Runs "Select * from Win32_BaseBoard". 0, or -1 (also when ConnectWmi did not succeed).
+  // The outcome of "Select * from Win32_BaseBoard": 0, or -1 (printed; also -1 when
+  // ConnectWmi did not succeed).
   int32_t QueryBaseBoard();
   // Every base board overwrites `model` with its trimmed "Product" value, so the last one
   // wins; with none the name stays empty. The copy is bounded to 254 bytes and refuses a
@@ -43,7 +43,7 @@ class BoardIdentification {
  private:
   BoardQuery& query_;
   Console& console_;
-  std::unique_ptr<BoardSession> session_;
+  BoardProducts answer_;
   bool connected_ = false;
   bool queried_ = false;
 };

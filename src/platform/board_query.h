@@ -1,30 +1,43 @@
 #pragma once
-// The base board query (WMI over COM on Windows). Each step answers an HRESULT (negative
-// is a failure), so that the caller can print which step failed.
+// The base boards' product names (WMI's Win32_BaseBoard on Windows). One call does the whole
+// query; when a step fails it answers that step and its HRESULT (negative), so that the
+// caller can print which step failed.
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace zaltor::platform {
 
-class BoardSession {
- public:
-  virtual ~BoardSession() = default;
-  virtual int32_t create_locator() = 0;
-  virtual int32_t connect(const std::string& name_space) = 0;
-  virtual int32_t set_proxy_blanket() = 0;
-  virtual int32_t exec_query(const std::string& wql) = 0;
-  // The next base board's "Product" value, converted to narrow text; false when no more.
-  virtual bool next_product(std::string& product) = 0;
+constexpr const char* kBoardNamespace = "ROOT\\CIMV2";
+constexpr const char* kBoardQuery = "Select * from Win32_BaseBoard";
+
+// The steps of the query, in the order they run.
+enum class BoardQueryStep {
+  kNone,             // every step succeeded
+  kInitializeCom,    // CoInitialize
+  kCreateLocator,    // the IWbemLocator object
+  kConnect,          // the connection to kBoardNamespace
+  kSetProxyBlanket,  // the connection's security
+  kExecQuery,        // kBoardQuery
+};
+
+struct BoardProducts {
+  BoardQueryStep failed_step = BoardQueryStep::kNone;
+  int32_t hr = 0;  // the failed step's HRESULT
+  // Each base board's "Product" value as UTF-8, in the order the system lists the boards (an
+  // object without a text value gives an empty one).
+  std::vector<std::string> products;
+  bool ok() const { return failed_step == BoardQueryStep::kNone; }
 };
 
 class BoardQuery {
  public:
   virtual ~BoardQuery() = default;
-  // Initialises COM (CoInitialize) and gives a session; `hr` is the initialisation's result.
-  // The session, once made, lives until the caller drops it.
-  virtual std::unique_ptr<BoardSession> open(int32_t& hr) = 0;
+  // Runs the query on the calling thread; what it sets up (COM, the connection) is released
+  // before it returns.
+  virtual BoardProducts base_board_products() = 0;
 };
 
 }  // namespace zaltor::platform

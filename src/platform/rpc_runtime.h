@@ -1,20 +1,21 @@
 #pragma once
-// The remote-procedure-call runtime and the security objects of the control endpoint, as the
-// control interface needs them. Each operation has the success/failure results of the Windows
-// call it stands for: the security calls answer true/false with the error in last_error() (or
-// an error code where Windows returns one), the runtime calls answer an RPC status (0 = OK).
+// The remote-procedure-call runtime as the control endpoint needs it: admit who may call,
+// open the local endpoint, serve the control and diagnostics interfaces with their
+// procedures, make the control interface findable, listen, and stop serving. Each step
+// answers an RpcStep: 0, or the code of the failure with the name of the system call that
+// failed, so that a message can name it.
 //
-// On Windows the backend wraps the real runtime; on Linux it serves a local stream socket
-// (see docs/control-wire-format.md). Handles are opaque to the core: only the backend that
-// made one looks inside.
+// On Windows the backend does the work of the security identifiers, access list, security
+// descriptor, binding vector and endpoint map inside itself; on Linux it serves a local
+// stream socket (see docs/control-wire-format.md), which every local process may reach.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string>
-#include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/guid.h"
 #include "platform/system_errors.h"
 
@@ -42,42 +43,16 @@ enum : uint32_t {
   kStatusIntegerDivideByZero = 0xC0000094,
 };
 
-// Interface registration flags.
-constexpr uint32_t kRpcIfAutolisten = 0x1;
-constexpr uint32_t kRpcIfAllowLocalOnly = 0x20;
-
-// Access-list entry values.
-constexpr uint32_t kGenericAll = 0x10000000;
-constexpr uint32_t kSetAccess = 2;
-constexpr uint32_t kNoInheritance = 0;
-constexpr uint32_t kTrusteeIsSid = 0;
-constexpr uint32_t kTrusteeIsUnknown = 0;
-constexpr uint32_t kTrusteeIsWellKnownGroup = 5;
-constexpr uint32_t kSecurityDescriptorRevision = 1;
-
-struct SidObject;  // a security identifier, owned by the backend that made it
-using Sid = SidObject*;
-struct AclObject;  // an access list
-using Acl = AclObject*;
-struct BindingVectorObject;  // the server's binding vector
-using BindingVector = BindingVectorObject*;
-
-using SidAuthority = std::array<uint8_t, 6>;
-constexpr SidAuthority kSecurityWorldSidAuthority{0, 0, 0, 0, 0, 1};
-
-struct ExplicitAccess {
-  uint32_t permissions = 0;
-  uint32_t mode = 0;
-  uint32_t inheritance = 0;
-  uint32_t trustee_form = kTrusteeIsSid;
-  uint32_t trustee_type = kTrusteeIsUnknown;
-  Sid trustee = nullptr;
-};
-
-// Room for an absolute security descriptor; its layout belongs to the backend.
-struct SecurityDescriptor {
-  alignas(8) std::array<unsigned char, 64> storage{};
-};
+// How the control endpoint is served: the local protocol sequence, the calls its endpoint
+// queues, the calls that run at once and the runtime's fewest call threads. Interfaces are
+// registered for local callers only, listening as soon as they are registered.
+inline constexpr const char* kProtocolSequence = "ncalrpc";
+inline constexpr uint32_t kEndpointMaxCalls = 10;
+inline constexpr uint32_t kMaxConcurrentCalls = 1234;
+inline constexpr uint32_t kMinCallThreads = 1;
+inline constexpr uint32_t kRpcIfAutolisten = 0x1;
+inline constexpr uint32_t kRpcIfAllowLocalOnly = 0x20;
+inline constexpr uint32_t kInterfaceFlags = kRpcIfAutolisten | kRpcIfAllowLocalOnly;  // 0x21
 
 // The identity of an interface (and of its transfer syntax).
 struct RpcInterfaceId {
@@ -136,15 +111,9 @@ class RpcDispatch {
                            int32_t* values) = 0;
 };
 
-// The diagnostics interface: three read-only procedures that hand out UTF-8 JSON text (the
-// decision journal and the antenna health; see docs/diagnostics-interface.md). The caller
-// names the room it has for the text; a text that does not fit is not sent, and the call
-// answers kDiagnosticsMoreData with the length needed.
-enum DiagnosticsProcedure : uint32_t {
-  kReadLastDecision = 0,
-  kReadHistory = 1,
-  kReadHealth = 2,
-};
+// The diagnostics interface: three read-only procedures (DiagnosticsProcedure) that hand out
+// UTF-8 JSON text. The caller names the room it has for the text; a text that does not fit is
+// not sent, and the call answers kDiagnosticsMoreData with the length needed.
 constexpr int32_t kMaxDiagnosticsBytes = 1024 * 1024;  // the room a caller may ask for
 constexpr int32_t kDiagnosticsMoreData = 234;          // ERROR_MORE_DATA
 
@@ -187,60 +156,61 @@ inline void run_diagnostics(DiagnosticsDispatch& dispatch, uint32_t procedure, i
   status = 0;
 }
 
+// The calls a step names when it fails: the Windows runtime's own, which the Linux runtime's
+// steps stand for too, so that a message reads the same on both.
+namespace rpc_call {
+inline constexpr const char* kDeriveCapabilitySids = "DeriveCapabilitySidsFromName";
+inline constexpr const char* kAllocateSid = "AllocateAndInitializeSid";
+inline constexpr const char* kSetEntriesInAcl = "SetEntriesInAclW";
+inline constexpr const char* kInitializeSecurityDescriptor = "InitializeSecurityDescriptor";
+inline constexpr const char* kSetSecurityDescriptorDacl = "SetSecurityDescriptorDacl";
+inline constexpr const char* kUseProtseqEp = "RpcServerUseProtseqEpW";
+inline constexpr const char* kRegisterIf = "RpcServerRegisterIf3";
+inline constexpr const char* kInqBindings = "RpcServerInqBindings";
+inline constexpr const char* kEpRegister = "RpcEpRegisterW";
+inline constexpr const char* kListen = "RpcServerListen";
+}  // namespace rpc_call
+
+// What a step answered: status 0, or the failure's code and the system call that failed
+// ("RpcServerUseProtseqEp"), for a message that names it.
+struct RpcStep {
+  uint32_t status = 0;
+  const char* failed_call = "";
+  bool ok() const { return status == 0; }
+  static RpcStep done() { return {}; }
+  static RpcStep failed(uint32_t code, const char* call) { return {code, call}; }
+};
+
 class RpcRuntime {
  public:
   virtual ~RpcRuntime() = default;
 
-  // Error of the last failed security call of this thread (GetLastError).
-  virtual uint32_t last_error() = 0;
-
-  // DeriveCapabilitySidsFromName: false on failure.
-  virtual bool derive_capability_sids_from_name(const std::string& name,
-                                                std::vector<Sid>& group_sids,
-                                                std::vector<Sid>& capability_sids) = 0;
-  // LocalFree of one SID that DeriveCapabilitySidsFromName gave; the entry is set to null.
-  virtual void local_free_sid(Sid& sid) = 0;
-  // LocalFree of the array that held such SIDs.
-  virtual void local_free_sid_array(std::vector<Sid>& sids) = 0;
-  // AllocateAndInitializeSid with up to eight sub-authorities: false on failure.
-  virtual bool allocate_and_initialize_sid(const SidAuthority& authority,
-                                           const std::vector<uint32_t>& sub_authorities,
-                                           Sid& out) = 0;
-  virtual void free_sid(Sid& sid) = 0;
-  // SetEntriesInAclW(count, entries, no old list): an error code.
-  virtual uint32_t set_entries_in_acl(const std::vector<ExplicitAccess>& entries, Acl& out) = 0;
-  virtual void local_free_acl(Acl& acl) = 0;
-  virtual bool initialize_security_descriptor(SecurityDescriptor& sd, uint32_t revision) = 0;
-  virtual bool set_security_descriptor_dacl(SecurityDescriptor& sd, bool present, Acl acl,
-                                            bool defaulted) = 0;
-
-  // RpcServerUseProtseqEpW.
-  virtual uint32_t use_protseq_ep(const std::string& protseq, uint32_t max_calls,
-                                  const std::string& endpoint, const SecurityDescriptor* sd) = 0;
-  // RpcServerRegisterIf3 without manager type, entry vector or security callback: the
-  // procedures are given as `dispatch`, which must outlive the runtime's use of it.
-  virtual uint32_t register_if(const RpcInterfaceId& id, RpcDispatch& dispatch, uint32_t flags,
-                               uint32_t max_calls, uint32_t max_rpc_size,
-                               const SecurityDescriptor* sd) = 0;
-  // Registers the diagnostics interface beside the control interface, on the same endpoint
-  // with the same flags and descriptor. unregister_if with its id withdraws it.
-  virtual uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
-                                           uint32_t flags, uint32_t max_calls,
-                                           const SecurityDescriptor* sd) = 0;
-  // RpcServerInqBindings.
-  virtual uint32_t inq_bindings(BindingVector& out) = 0;
-  // RpcEpRegisterW without object UUIDs or annotation.
-  virtual uint32_t ep_register(const RpcInterfaceId& id, BindingVector bindings) = 0;
-  // RpcServerListen: with dont_wait false it blocks until listening is stopped.
-  virtual uint32_t listen(uint32_t min_call_threads, uint32_t max_calls, bool dont_wait) = 0;
-  // RpcMgmtStopServerListening (tests and tools only: the service never stops listening).
-  virtual uint32_t stop_server_listening() = 0;
-  // RpcServerUnregisterIf(interface, no manager type, wait_for_calls).
-  virtual uint32_t unregister_if(const RpcInterfaceId& id, bool wait_for_calls) = 0;
-  // RpcEpUnregister without object UUIDs.
-  virtual uint32_t ep_unregister(const RpcInterfaceId& id, BindingVector bindings) = 0;
-  // RpcBindingVectorFree: frees and nulls the vector.
-  virtual uint32_t binding_vector_free(BindingVector& bindings) = 0;
+  // Who may call the endpoint and the interfaces: everyone, and the app container of the
+  // package whose capability name is given (an app container is not part of Everyone). Comes
+  // first; what it builds is kept for as long as the runtime serves. Fails with the failing
+  // call's error, or 87 when the name does not yield exactly one capability SID.
+  virtual RpcStep admit_everyone_and(const std::string& capability_name) = 0;
+  // One attempt to open the local endpoint `endpoint` for the admitted callers. The caller
+  // decides whether to try again (a previous instance may still hold the name).
+  virtual RpcStep open_endpoint(const std::string& endpoint) = 0;
+  // Serves the control interface with `procedures` (which must outlive the serving); calls may
+  // start before this returns.
+  virtual RpcStep serve_control(RpcDispatch& procedures) = 0;
+  // Serves the diagnostics interface beside it, on the same endpoint for the same callers.
+  virtual RpcStep serve_diagnostics(DiagnosticsDispatch& procedures) = 0;
+  // Enters the control interface in the endpoint map, where clients that look it up find it.
+  virtual RpcStep publish_control() = 0;
+  // Listens until stop_listening; answers kRpcAlreadyListening when listening had already
+  // started (the interfaces are registered to listen by themselves).
+  virtual RpcStep listen() = 0;
+  // Ends listening (tests and tools only: the service never stops listening).
+  virtual uint32_t stop_listening() = 0;
+  // Stops serving both interfaces without waiting for calls in progress and withdraws the
+  // endpoint-map entry. Failures are ignored: a stop may come before anything was served.
+  virtual void withdraw() = 0;
+  // Whether the runtime holds what publishing the control interface took (the binding
+  // vector on Windows): from publish_control, even a failed entry, until withdraw.
+  virtual bool published() const = 0;
 };
 
 }  // namespace zaltor::platform

@@ -1,6 +1,7 @@
 #pragma once
-// Setting up the control endpoint (security descriptor, local endpoint, interface, endpoint
-// map, listening) and withdrawing it when the service stops.
+// Setting up the control endpoint (who may call, the local endpoint, the interfaces, the
+// endpoint map, listening) and withdrawing it when the service stops: the order of the steps
+// and the messages between them. The runtime does each step.
 
 #include <cstdint>
 #include <functional>
@@ -23,25 +24,21 @@ struct EndpointSetup {
   // Called once the endpoint is open and before the interface is registered: the run body
   // chooses Auto mode here. May be empty.
   std::function<void()> choose_auto;
-  // The procedures of the diagnostics interface, registered after the control interface
-  // with the same flags and descriptor; null: not served.
+  // The procedures of the diagnostics interface, served after the control interface for
+  // the same callers; null: not served.
   platform::DiagnosticsDispatch* diagnostics = nullptr;
 };
 
-// Builds the security objects, opens the endpoint (retrying every 5000 ms for as long as it
-// takes), registers the interface and listens. Blocks while listening. Answers 0 when
-// listening ended normally, else the first failure's code (87 when the companion package
-// does not yield exactly one capability SID). Frees the security objects on every path.
+// Admits everyone and the companion package, opens the endpoint (retrying every 5000 ms for
+// as long as it takes), serves the interfaces, publishes the control interface and listens.
+// Blocks while listening. Answers 0 when listening ended normally, else the first failure's
+// code (87 when the companion package does not yield exactly one capability SID).
 // Call it on a thread that takes part in the clock (it sleeps through it between endpoint
 // attempts); it steps out of the clock while it blocks in listening.
 uint32_t serve(const EndpointSetup& setup);
 
-// Unregisters the interface (without waiting for calls) and its endpoint-map entry, and frees
-// the binding vector that serve obtained, if any. Failures are ignored: a stop may come before
-// anything was registered.
+// Stops serving the interfaces (without waiting for calls) and withdraws the endpoint-map
+// entry. Failures are ignored: a stop may come before anything was served.
 void withdraw(platform::RpcRuntime& runtime);
-
-// Whether serve currently holds a binding vector (for diagnostics and tests).
-bool holds_binding_vector();
 
 }  // namespace zaltor::rpc

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/control_protocol.h"
 #include "platform/rpc_runtime.h"
 
 namespace zaltor::rpc {
@@ -16,29 +17,28 @@ extern const platform::RpcInterfaceId kDiagnosticsInterface;
 // NDR transfer syntax 8a885d04-1ceb-11c9-9fe8-08002b104860, version 2.0.
 extern const platform::RpcInterfaceId kNdrTransferSyntax;
 
-inline constexpr const char* kProtocolSequence = "ncalrpc";
+using platform::kProtocolSequence;
 inline constexpr const char* kDefaultEndpoint = "ZaltorMultiAntennaRpcEndpoint";
 inline constexpr const char* kEndpointEnvironment = "ZALTOR_RPC_ENDPOINT";
 inline constexpr const char* kCompanionPackageFamily = "Zaltor.antennaSwitch_k3d9wq2v8xhna";
 
-inline constexpr uint32_t kProtseqMaxCalls = 10;
-inline constexpr uint32_t kInterfaceFlags =
-    platform::kRpcIfAutolisten | platform::kRpcIfAllowLocalOnly;  // 0x21
-inline constexpr uint32_t kMaxConcurrentCalls = 1234;
-inline constexpr uint32_t kMinCallThreads = 1;
+// How the runtime serves the endpoint (platform/rpc_runtime.h).
+inline constexpr uint32_t kProtseqMaxCalls = platform::kEndpointMaxCalls;
+using platform::kInterfaceFlags;
+using platform::kMaxConcurrentCalls;
+using platform::kMinCallThreads;
 inline constexpr int64_t kEndpointRetryMs = 5000;
 
-// Procedure numbers.
-enum Procedure : uint32_t {
-  kOpenControlContext = 0,
-  kCloseControlContext = 1,
-  kQueryValue = 2,
-  kQueryIndexedValue = 3,
-  kSetValue = 4,
-  kSetPairedValue = 5,
-  kQueryArray = 6,
-  kProcedureCount = 7,
-};
+// Procedure numbers (platform/control_protocol.h).
+using Procedure = platform::ControlProcedure;
+using platform::kCloseControlContext;
+using platform::kOpenControlContext;
+using platform::kProcedureCount;
+using platform::kQueryArray;
+using platform::kQueryIndexedValue;
+using platform::kQueryValue;
+using platform::kSetPairedValue;
+using platform::kSetValue;
 
 // Command codes; the high nibble of the second byte names the procedure group.
 enum Command : int32_t {
@@ -61,7 +61,7 @@ enum Command : int32_t {
 };
 
 // Largest element count a QueryArray call may ask for (the runtime refuses more).
-inline constexpr int32_t kMaxArrayCount = 4096;
+using platform::kMaxArrayCount;
 
 // The endpoint name: ZALTOR_RPC_ENDPOINT when set and not empty, else the default.
 std::string endpoint_name_from_environment();

@@ -82,7 +82,7 @@ class ControlServer {
         thread_([this] { rpc::serve(setup_); }) {}
   ~ControlServer() {
     rpc::withdraw(*runtime_);
-    runtime_->stop_server_listening();
+    runtime_->stop_listening();
     thread_.join();
   }
   ControlServer(const ControlServer&) = delete;

@@ -336,44 +336,37 @@ class FakeWlanSession final : public platform::WlanSession {
   std::vector<platform::Guid> channel_queries;
 };
 
-class FakeBoardSession final : public platform::BoardSession {
+// A board query that answers as scripted: the first step that has a failure (negative)
+// fails, else the products. Counts its queries.
+class FakeBoardQuery final : public platform::BoardQuery {
  public:
   struct Script {
     int32_t locator = 0, connect = 0, blanket = 0, query = 0;
     std::vector<std::string> products;
-    std::string connected_namespace, query_text;
   };
-  explicit FakeBoardSession(Script& s) : s_(s) {}
-  int32_t create_locator() override { return s_.locator; }
-  int32_t connect(const std::string& ns) override {
-    s_.connected_namespace = ns;
-    return s_.connect;
-  }
-  int32_t set_proxy_blanket() override { return s_.blanket; }
-  int32_t exec_query(const std::string& wql) override {
-    s_.query_text = wql;
-    return s_.query;
-  }
-  bool next_product(std::string& product) override {
-    if (next_ >= s_.products.size()) return false;
-    product = s_.products[next_++];
-    return true;
-  }
-
- private:
-  Script& s_;
-  size_t next_ = 0;
-};
-
-class FakeBoardQuery final : public platform::BoardQuery {
- public:
-  std::unique_ptr<platform::BoardSession> open(int32_t& hr) override {
-    hr = init_hr;
-    if (init_hr < 0) return nullptr;
-    return std::make_unique<FakeBoardSession>(script);
+  platform::BoardProducts base_board_products() override {
+    ++queries;
+    platform::BoardProducts answer;
+    const std::pair<platform::BoardQueryStep, int32_t> steps[] = {
+        {platform::BoardQueryStep::kInitializeCom, init_hr},
+        {platform::BoardQueryStep::kCreateLocator, script.locator},
+        {platform::BoardQueryStep::kConnect, script.connect},
+        {platform::BoardQueryStep::kSetProxyBlanket, script.blanket},
+        {platform::BoardQueryStep::kExecQuery, script.query},
+    };
+    for (const auto& [step, hr] : steps) {
+      if (hr < 0) {
+        answer.failed_step = step;
+        answer.hr = hr;
+        return answer;
+      }
+    }
+    answer.products = script.products;
+    return answer;
   }
   int32_t init_hr = 0;
-  FakeBoardSession::Script script;
+  Script script;
+  int queries = 0;
 };
 
 }  // namespace zaltor::testing

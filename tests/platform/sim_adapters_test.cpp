@@ -18,45 +18,26 @@ std::unique_ptr<SimNotebook> notebook(const std::string& text) {
 
 TEST(SimBoard, AnswersTheProductsInOrder) {
   auto nb = notebook(R"({"board": {"products": [" AB12XY \r\n", "CD34"]}})");
-  int32_t hr = -1;
-  auto s = nb->board().open(hr);
-  ASSERT_NE(s, nullptr);
-  EXPECT_EQ(hr, 0);
-  EXPECT_EQ(s->create_locator(), 0);
-  EXPECT_EQ(s->connect("ROOT\\CIMV2"), 0);
-  EXPECT_EQ(s->set_proxy_blanket(), 0);
-  EXPECT_EQ(s->exec_query("Select * from Win32_BaseBoard"), 0);
-  std::string p;
-  ASSERT_TRUE(s->next_product(p));
-  EXPECT_EQ(p, " AB12XY \r\n") << "the notebook gives the raw value; trimming is the caller's";
-  ASSERT_TRUE(s->next_product(p));
-  EXPECT_EQ(p, "CD34");
-  EXPECT_FALSE(s->next_product(p));
+  const BoardProducts answer = nb->board().base_board_products();
+  EXPECT_TRUE(answer.ok());
+  EXPECT_EQ(answer.hr, 0);
+  EXPECT_EQ(answer.products, (std::vector<std::string>{" AB12XY \r\n", "CD34"}))
+      << "the notebook gives the raw value; trimming is the caller's";
 }
 
 TEST(SimBoard, NoBaseBoardYieldsNothing) {
   auto nb = notebook(R"({"board": {"products": []}})");
-  int32_t hr = -1;
-  auto s = nb->board().open(hr);
-  ASSERT_EQ(s->exec_query("Select * from Win32_BaseBoard"), 0);
-  std::string p;
-  EXPECT_FALSE(s->next_product(p));
+  const BoardProducts answer = nb->board().base_board_products();
+  EXPECT_TRUE(answer.ok());
+  EXPECT_TRUE(answer.products.empty());
 }
 
 TEST(SimBoard, QueryErrorFailsTheQuery) {
   auto nb = notebook(R"({"board": {"queryError": "0x80041003"}})");
-  int32_t hr = -1;
-  auto s = nb->board().open(hr);
-  EXPECT_EQ(static_cast<uint32_t>(s->exec_query("Select * from Win32_BaseBoard")), 0x80041003u);
-  std::string p;
-  EXPECT_FALSE(s->next_product(p));
-}
-
-TEST(SimBoard, AnotherNamespaceIsInvalid) {
-  auto nb = notebook("");
-  int32_t hr = -1;
-  auto s = nb->board().open(hr);
-  EXPECT_EQ(static_cast<uint32_t>(s->connect("ROOT\\WMI")), 0x8004100Eu);
+  const BoardProducts answer = nb->board().base_board_products();
+  EXPECT_EQ(answer.failed_step, BoardQueryStep::kExecQuery);
+  EXPECT_EQ(static_cast<uint32_t>(answer.hr), 0x80041003u);
+  EXPECT_TRUE(answer.products.empty());
 }
 
 TEST(SimDeviceLists, PciAdaptersOfTheNetworkClass) {

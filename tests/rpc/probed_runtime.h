@@ -1,5 +1,5 @@
 #pragma once
-// A runtime wrapper for the control interface's tests: it forwards every operation to a real
+// A runtime wrapper for the control interface's tests: it forwards every step to a real
 // runtime and tells when the set-up has reached listening (so that a test stops the server
 // only once set-up is complete).
 
@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/rpc_runtime.h"
 
@@ -19,63 +18,26 @@ class ProbedRuntime final : public platform::RpcRuntime {
   explicit ProbedRuntime(std::unique_ptr<platform::RpcRuntime> inner) : inner_(std::move(inner)) {}
   std::atomic<bool> listening{false};
 
-  uint32_t last_error() override { return inner_->last_error(); }
-  bool derive_capability_sids_from_name(const std::string& n, std::vector<platform::Sid>& g,
-                                        std::vector<platform::Sid>& c) override {
-    return inner_->derive_capability_sids_from_name(n, g, c);
+  platform::RpcStep admit_everyone_and(const std::string& name) override {
+    return inner_->admit_everyone_and(name);
   }
-  void local_free_sid(platform::Sid& s) override { inner_->local_free_sid(s); }
-  void local_free_sid_array(std::vector<platform::Sid>& s) override {
-    inner_->local_free_sid_array(s);
+  platform::RpcStep open_endpoint(const std::string& endpoint) override {
+    return inner_->open_endpoint(endpoint);
   }
-  bool allocate_and_initialize_sid(const platform::SidAuthority& a,
-                                   const std::vector<uint32_t>& subs, platform::Sid& out) override {
-    return inner_->allocate_and_initialize_sid(a, subs, out);
+  platform::RpcStep serve_control(platform::RpcDispatch& d) override {
+    return inner_->serve_control(d);
   }
-  void free_sid(platform::Sid& s) override { inner_->free_sid(s); }
-  uint32_t set_entries_in_acl(const std::vector<platform::ExplicitAccess>& e,
-                              platform::Acl& out) override {
-    return inner_->set_entries_in_acl(e, out);
+  platform::RpcStep serve_diagnostics(platform::DiagnosticsDispatch& d) override {
+    return inner_->serve_diagnostics(d);
   }
-  void local_free_acl(platform::Acl& a) override { inner_->local_free_acl(a); }
-  bool initialize_security_descriptor(platform::SecurityDescriptor& sd, uint32_t r) override {
-    return inner_->initialize_security_descriptor(sd, r);
-  }
-  bool set_security_descriptor_dacl(platform::SecurityDescriptor& sd, bool p, platform::Acl a,
-                                    bool d) override {
-    return inner_->set_security_descriptor_dacl(sd, p, a, d);
-  }
-  uint32_t use_protseq_ep(const std::string& p, uint32_t m, const std::string& e,
-                          const platform::SecurityDescriptor* sd) override {
-    return inner_->use_protseq_ep(p, m, e, sd);
-  }
-  uint32_t register_if(const platform::RpcInterfaceId& id, platform::RpcDispatch& d, uint32_t f,
-                       uint32_t m, uint32_t s, const platform::SecurityDescriptor* sd) override {
-    return inner_->register_if(id, d, f, m, s, sd);
-  }
-  uint32_t register_diagnostics_if(const platform::RpcInterfaceId& id,
-                                   platform::DiagnosticsDispatch& d, uint32_t f, uint32_t m,
-                                   const platform::SecurityDescriptor* sd) override {
-    return inner_->register_diagnostics_if(id, d, f, m, sd);
-  }
-  uint32_t inq_bindings(platform::BindingVector& out) override { return inner_->inq_bindings(out); }
-  uint32_t ep_register(const platform::RpcInterfaceId& id, platform::BindingVector b) override {
-    return inner_->ep_register(id, b);
-  }
-  uint32_t listen(uint32_t a, uint32_t m, bool dont_wait) override {
+  platform::RpcStep publish_control() override { return inner_->publish_control(); }
+  platform::RpcStep listen() override {
     listening = true;
-    return inner_->listen(a, m, dont_wait);
+    return inner_->listen();
   }
-  uint32_t stop_server_listening() override { return inner_->stop_server_listening(); }
-  uint32_t unregister_if(const platform::RpcInterfaceId& id, bool w) override {
-    return inner_->unregister_if(id, w);
-  }
-  uint32_t ep_unregister(const platform::RpcInterfaceId& id, platform::BindingVector b) override {
-    return inner_->ep_unregister(id, b);
-  }
-  uint32_t binding_vector_free(platform::BindingVector& b) override {
-    return inner_->binding_vector_free(b);
-  }
+  uint32_t stop_listening() override { return inner_->stop_listening(); }
+  void withdraw() override { inner_->withdraw(); }
+  bool published() const override { return inner_->published(); }
 
  private:
   std::unique_ptr<platform::RpcRuntime> inner_;

@@ -85,7 +85,7 @@ class TestServer {
   void stop() {
     if (thread_.joinable()) {
       withdraw(*runtime);
-      runtime->stop_server_listening();
+      runtime->stop_listening();
       thread_.join();
     }
   }

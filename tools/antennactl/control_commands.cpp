@@ -106,15 +106,9 @@ std::string join(const std::vector<int32_t>& v, const char* sep) {
 
 // --- call ---------------------------------------------------------------------------------
 
+// The numbers a call takes after its command code.
 size_t argument_count(uint32_t procedure) {
-  switch (procedure) {
-    case rpc::kQueryValue:
-      return 0;
-    case rpc::kSetPairedValue:
-      return 2;
-    default:
-      return 1;
-  }
+  return static_cast<size_t>(platform::long_arguments(procedure) - 1);
 }
 
 int run_call(const std::vector<std::string>& args, bool json) {
@@ -190,7 +184,7 @@ int run_call(const std::vector<std::string>& args, bool json) {
   }
   if (fault != 0) return print_fault(fault);
 
-  const bool has_value = procedure == rpc::kQueryValue || procedure == rpc::kQueryIndexedValue;
+  const bool has_value = platform::returns_value(procedure);
   if (json) {
     std::printf("{\"status\":%d", status);
     if (has_value) std::printf(",\"value\":%d", value);

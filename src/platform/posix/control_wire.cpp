@@ -44,29 +44,18 @@ bool Reader::context(ContextHandleWire& c) {
   return true;
 }
 
+// A request body is the call id and the procedure number, then, for the control interface,
+// the context handle where the procedure takes one and its longs; for the diagnostics
+// interface its longs alone. The size is exact: a body of another size is malformed.
 size_t request_body_size(uint32_t procedure) {
   constexpr size_t head = 8;
-  switch (procedure) {
-    case 0:  // OpenControlContext: the binding is the connection itself
-      return head;
-    case 1:  // CloseControlContext
-      return head + kContextBytes;
-    case 2:  // QueryValue: context, command
-      return head + kContextBytes + 4;
-    case 3:  // QueryIndexedValue: context, command, argument
-    case 4:  // SetValue: context, command, argument
-    case 6:  // QueryArray: context, command, count
-      return head + kContextBytes + 8;
-    case 5:  // SetPairedValue: context, command, first, second
-      return head + kContextBytes + 12;
-    case kDiagnosticsInterfaceBit | kReadLastDecision:  // capacity
-    case kDiagnosticsInterfaceBit | kReadHealth:
-      return head + 4;
-    case kDiagnosticsInterfaceBit | kReadHistory:  // count, capacity
-      return head + 8;
-    default:
-      return 0;
+  if ((procedure & kDiagnosticsInterfaceBit) != 0) {
+    const int longs = diagnostics_long_arguments(procedure & ~kDiagnosticsInterfaceBit);
+    return longs < 0 ? 0 : head + 4 * static_cast<size_t>(longs);
   }
+  const int longs = long_arguments(procedure);
+  if (longs < 0) return 0;
+  return head + (takes_context(procedure) ? kContextBytes : 0) + 4 * static_cast<size_t>(longs);
 }
 
 std::vector<uint8_t> encode_request(const Request& r) {
@@ -74,14 +63,15 @@ std::vector<uint8_t> encode_request(const Request& r) {
   w.u32(r.call_id);
   w.u32(r.procedure);
   if ((r.procedure & kDiagnosticsInterfaceBit) != 0) {
-    if (r.procedure == (kDiagnosticsInterfaceBit | kReadHistory)) w.i32(r.a);
+    if (diagnostics_long_arguments(r.procedure & ~kDiagnosticsInterfaceBit) == 2) w.i32(r.a);
     w.i32(r.b);
     return w.frame();
   }
-  if (r.procedure >= 1) w.context(r.context);
-  if (r.procedure >= 2) w.i32(r.command);
-  if (r.procedure >= 3) w.i32(r.a);
-  if (r.procedure == 5) w.i32(r.b);
+  if (takes_context(r.procedure)) w.context(r.context);
+  const int longs = long_arguments(r.procedure);
+  if (longs >= 1) w.i32(r.command);
+  if (longs >= 2) w.i32(r.a);
+  if (longs >= 3) w.i32(r.b);
   return w.frame();
 }
 

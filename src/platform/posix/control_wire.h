@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/rpc_runtime.h"
 
 namespace zaltor::platform::wire {
@@ -19,12 +20,11 @@ inline constexpr size_t kLengthBytes = 4;
 inline constexpr size_t kContextBytes = 20;
 // The largest request body: call id, procedure, a context and four longs would be 44.
 inline constexpr uint32_t kMaxRequestBody = 64;
-// Procedure numbers of the diagnostics interface: this bit and the procedure's number.
-inline constexpr uint32_t kDiagnosticsInterfaceBit = 0x10000;
 // The largest reply body: call id, fault, status, length, the text's byte count and the
 // largest diagnostics text (above the control interface's call id, fault, status, count and
-// 4096 longs).
+// kMaxArrayCount longs).
 inline constexpr uint32_t kMaxReplyBody = 20 + kMaxDiagnosticsBytes;
+static_assert(kMaxReplyBody >= 16 + 4 * static_cast<uint32_t>(kMaxArrayCount));
 
 class Writer {
  public:

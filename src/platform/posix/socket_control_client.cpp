@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "platform/control_client.h"
+#include "platform/control_protocol.h"
 #include "platform/posix/control_wire.h"
 
 namespace zaltor::platform {
@@ -27,7 +28,7 @@ class SocketControlClient final : public ControlClient {
 
   uint32_t open_context(ContextHandleWire& context) override {
     wire::Request r;
-    r.procedure = 0;
+    r.procedure = kOpenControlContext;
     std::vector<uint8_t> reply;
     if (const uint32_t e = call(r, reply); e != 0) return e;
     wire::Reader in(reply.data(), reply.size());
@@ -39,7 +40,7 @@ class SocketControlClient final : public ControlClient {
 
   uint32_t close_context(ContextHandleWire& context) override {
     wire::Request r;
-    r.procedure = 1;
+    r.procedure = kCloseControlContext;
     r.context = context;
     std::vector<uint8_t> reply;
     if (const uint32_t e = call(r, reply); e != 0) return e;
@@ -52,27 +53,27 @@ class SocketControlClient final : public ControlClient {
 
   uint32_t query_value(const ContextHandleWire& context, int32_t command, int32_t& status,
                        int32_t& value) override {
-    return two_longs(2, context, command, 0, status, value);
+    return two_longs(kQueryValue, context, command, 0, status, value);
   }
 
   uint32_t query_indexed_value(const ContextHandleWire& context, int32_t command, int32_t argument,
                                int32_t& status, int32_t& value) override {
-    return two_longs(3, context, command, argument, status, value);
+    return two_longs(kQueryIndexedValue, context, command, argument, status, value);
   }
 
   uint32_t set_value(const ContextHandleWire& context, int32_t command, int32_t argument,
                      int32_t& status) override {
-    return one_long(4, context, command, argument, 0, status);
+    return one_long(kSetValue, context, command, argument, 0, status);
   }
 
   uint32_t set_paired_value(const ContextHandleWire& context, int32_t command, int32_t first,
                             int32_t second, int32_t& status) override {
-    return one_long(5, context, command, first, second, status);
+    return one_long(kSetPairedValue, context, command, first, second, status);
   }
 
   uint32_t query_array(const ContextHandleWire& context, int32_t command, int32_t count,
                        int32_t& status, std::vector<int32_t>& values) override {
-    wire::Request r{0, 6, context, command, count, 0};
+    wire::Request r{0, kQueryArray, context, command, count, 0};
     std::vector<uint8_t> reply;
     if (const uint32_t e = call(r, reply); e != 0) return e;
     wire::Reader in(reply.data(), reply.size());
@@ -90,7 +91,7 @@ class SocketControlClient final : public ControlClient {
 
   uint32_t read_diagnostics(uint32_t procedure, int32_t count, int32_t capacity, int32_t& status,
                             int32_t& length, std::string& text) override {
-    wire::Request r{0, wire::kDiagnosticsInterfaceBit | procedure, {}, 0, count, capacity};
+    wire::Request r{0, kDiagnosticsInterfaceBit | procedure, {}, 0, count, capacity};
     std::vector<uint8_t> reply;
     if (const uint32_t e = call(r, reply); e != 0) return e;
     wire::Reader in(reply.data(), reply.size());

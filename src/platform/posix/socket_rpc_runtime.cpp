@@ -22,31 +22,22 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/posix/control_wire.h"
-#include "platform/posix/rpc_security.h"
 
 namespace zaltor::platform {
-
-struct BindingVectorObject {
-  std::vector<std::string> bindings;  // "ncalrpc:[endpoint]"
-};
 
 namespace {
 
 constexpr uint32_t kNoProtseqsRegistered = 1714;   // RPC_S_NO_PROTSEQS_REGISTERED
 constexpr uint32_t kInvalidEndpointFormat = 1706;  // RPC_S_INVALID_ENDPOINT_FORMAT
 constexpr uint32_t kCantCreateEndpoint = 1720;     // RPC_S_CANT_CREATE_ENDPOINT
-constexpr uint32_t kEptNotRegistered = 1753;       // EPT_S_NOT_REGISTERED
-constexpr uint32_t kInvalidSecurityDescr = 1338;   // ERROR_INVALID_SECURITY_DESCR
-constexpr uint32_t kUnknownRevision = 1305;        // ERROR_UNKNOWN_REVISION
 // Reads of one connection per poll event (of 4096 bytes each) before the others get a turn.
 constexpr int kReadsPerEvent = 16;
 // Connections taken per event of the listening socket before the others get a turn.
 constexpr int kAcceptsPerEvent = 64;
 // How long the listener rests when no descriptor is left even to refuse a connection.
 constexpr long kListenerRestNs = 100'000'000;
-
-thread_local uint32_t t_last_error = 0;
 
 using Uuid = std::array<uint8_t, 16>;
 
@@ -172,7 +163,10 @@ std::vector<uint8_t> fault_frame(uint32_t call_id, uint32_t fault) {
 class SocketRpcRuntime final : public RpcRuntime {
  public:
   SocketRpcRuntime(Clock& clock, SocketRuntimeLimits limits)
-      : clock_(clock), limits_(std::move(limits)), rng_(std::random_device{}()) {
+      : clock_(clock),
+        limits_(std::move(limits)),
+        max_calls_(limits_.max_calls > 0 ? limits_.max_calls : kMaxConcurrentCalls),
+        rng_(std::random_device{}()) {
     if (!limits_.start_thread) {
       limits_.start_thread = [](std::function<void()> body) {
         return std::thread(std::move(body));
@@ -180,163 +174,97 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
   }
   ~SocketRpcRuntime() override {
-    stop_server_listening();
+    stop_listening();
     if (listen_fd_ >= 0) ::close(listen_fd_);
   }
 
-  uint32_t last_error() override { return t_last_error; }
+  // Every local process may reach an abstract local socket, the companion app's as well:
+  // that is the access the Windows runtime grants to everyone and the package, so there is
+  // nothing to build or enforce here.
+  RpcStep admit_everyone_and(const std::string&) override { return RpcStep::done(); }
 
-  bool derive_capability_sids_from_name(const std::string& name, std::vector<Sid>& group_sids,
-                                        std::vector<Sid>& capability_sids) override {
-    auto cap = std::make_unique<SidObject>();
-    auto group = std::make_unique<SidObject>();
-    if (!posix_security::derive_capability_sids(name, *cap, *group)) {
-      t_last_error = kErrorInvalidParameter;
-      return false;
-    }
-    group_sids = {group.release()};
-    capability_sids = {cap.release()};
-    return true;
-  }
-  void local_free_sid(Sid& sid) override {
-    delete sid;
-    sid = nullptr;
-  }
-  void local_free_sid_array(std::vector<Sid>& sids) override {
-    // The array itself; its entries were freed one by one before.
-    for (Sid& s : sids) delete s;
-    sids.clear();
-  }
-  bool allocate_and_initialize_sid(const SidAuthority& authority,
-                                   const std::vector<uint32_t>& sub_authorities,
-                                   Sid& out) override {
-    if (sub_authorities.empty() || sub_authorities.size() > 8) {
-      t_last_error = kErrorInvalidParameter;
-      return false;
-    }
-    out = new SidObject{authority, sub_authorities};
-    return true;
-  }
-  void free_sid(Sid& sid) override {
-    delete sid;
-    sid = nullptr;
-  }
-  uint32_t set_entries_in_acl(const std::vector<ExplicitAccess>& entries, Acl& out) override {
-    auto acl = std::make_unique<AclObject>();
-    for (const ExplicitAccess& e : entries) {
-      if (e.trustee_form != kTrusteeIsSid || e.trustee == nullptr) return kErrorInvalidParameter;
-      acl->entries.push_back({e.permissions, e.mode, e.inheritance, e.trustee_type, *e.trustee});
-    }
-    out = acl.release();
-    return 0;
-  }
-  void local_free_acl(Acl& acl) override {
-    delete acl;
-    acl = nullptr;
-  }
-  bool initialize_security_descriptor(SecurityDescriptor& sd, uint32_t revision) override {
-    if (revision != kSecurityDescriptorRevision) {
-      t_last_error = kUnknownRevision;
-      return false;
-    }
-    posix_security::write_descriptor(
-        sd, {posix_security::kDescriptorMagic, revision, false, false, nullptr});
-    return true;
-  }
-  bool set_security_descriptor_dacl(SecurityDescriptor& sd, bool present, Acl acl,
-                                    bool defaulted) override {
-    if (!posix_security::descriptor_valid(sd)) {
-      t_last_error = kInvalidSecurityDescr;
-      return false;
-    }
-    auto s = posix_security::read_descriptor(sd);
-    s.dacl_present = present;
-    s.dacl = acl;
-    s.dacl_defaulted = defaulted;
-    posix_security::write_descriptor(sd, s);
-    return true;
-  }
-
-  uint32_t use_protseq_ep(const std::string& protseq, uint32_t, const std::string& endpoint,
-                          const SecurityDescriptor* sd) override {
-    // Local procedure calls only: no network protocol sequence exists here.
-    if (protseq != "ncalrpc") return kRpcProtseqNotSupported;
-    if (sd != nullptr && !posix_security::descriptor_valid(*sd)) return kInvalidSecurityDescr;
+  RpcStep open_endpoint(const std::string& endpoint) override {
     sockaddr_un addr{};
     if (endpoint.empty() || endpoint.size() + 1 > sizeof addr.sun_path) {
-      return kInvalidEndpointFormat;
+      return RpcStep::failed(kInvalidEndpointFormat, rpc_call::kUseProtseqEp);
     }
     std::lock_guard<std::mutex> g(m_);
-    if (listen_fd_ >= 0) return endpoint == endpoint_ ? 0u : uint32_t{kRpcDuplicateEndpoint};
+    if (listen_fd_ >= 0) {
+      return endpoint == endpoint_
+                 ? RpcStep::done()
+                 : RpcStep::failed(kRpcDuplicateEndpoint, rpc_call::kUseProtseqEp);
+    }
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return kCantCreateEndpoint;
+    if (fd < 0) return RpcStep::failed(kCantCreateEndpoint, rpc_call::kUseProtseqEp);
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path + 1, endpoint.data(), endpoint.size());  // abstract name
     const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + endpoint.size());
     if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) {
       const int err = errno;
       ::close(fd);
-      return err == EADDRINUSE ? kRpcDuplicateEndpoint : kCantCreateEndpoint;
+      return RpcStep::failed(err == EADDRINUSE ? kRpcDuplicateEndpoint : kCantCreateEndpoint,
+                             rpc_call::kUseProtseqEp);
     }
     if (::listen(fd, SOMAXCONN) != 0) {
       ::close(fd);
-      return kCantCreateEndpoint;
+      return RpcStep::failed(kCantCreateEndpoint, rpc_call::kUseProtseqEp);
     }
     listen_fd_ = fd;
     endpoint_ = endpoint;
-    return 0;
+    return RpcStep::done();
   }
 
-  uint32_t register_if(const RpcInterfaceId& id, RpcDispatch& dispatch, uint32_t flags,
-                       uint32_t max_calls, uint32_t, const SecurityDescriptor* sd) override {
-    if (sd != nullptr && !posix_security::descriptor_valid(*sd)) return kInvalidSecurityDescr;
+  // Every caller of an abstract local socket is on this machine, so serving local callers
+  // only holds by construction; serving starts with the registration, as it does on Windows.
+  RpcStep serve_control(RpcDispatch& dispatch) override {
     std::lock_guard<std::mutex> g(m_);
-    if (registered_) return kRpcAlreadyRegistered;
-    id_ = id;
+    if (dispatch_ != nullptr) return RpcStep::failed(kRpcAlreadyRegistered, rpc_call::kRegisterIf);
     dispatch_ = &dispatch;
-    registered_ = true;
-    if (max_calls > 0) max_calls_ = max_calls;
-    // Every caller of an abstract local socket is on this machine, so the local-only flag
-    // holds by construction.
-    if ((flags & kRpcIfAutolisten) != 0 && listen_fd_ >= 0 && !serving_ &&
-        !start_serving_locked()) {
-      registered_ = false;
+    if (listen_fd_ >= 0 && !serving_ && !start_serving_locked()) {
       dispatch_ = nullptr;
-      return kRpcOutOfResources;
+      return RpcStep::failed(kRpcOutOfResources, rpc_call::kRegisterIf);
     }
-    return 0;
+    return RpcStep::done();
   }
 
-  uint32_t inq_bindings(BindingVector& out) override {
+  RpcStep serve_diagnostics(DiagnosticsDispatch& dispatch) override {
     std::lock_guard<std::mutex> g(m_);
-    if (listen_fd_ < 0) return kRpcNoBindings;
-    out = new BindingVectorObject{{"ncalrpc:[" + endpoint_ + "]"}};
-    return 0;
+    if (diag_dispatch_ != nullptr) {
+      return RpcStep::failed(kRpcAlreadyRegistered, rpc_call::kRegisterIf);
+    }
+    diag_dispatch_ = &dispatch;
+    if (listen_fd_ >= 0 && !serving_ && !start_serving_locked()) {
+      diag_dispatch_ = nullptr;
+      return RpcStep::failed(kRpcOutOfResources, rpc_call::kRegisterIf);
+    }
+    return RpcStep::done();
   }
 
-  uint32_t ep_register(const RpcInterfaceId&, BindingVector bindings) override {
-    // There is no endpoint mapper here (clients find the socket by its name); the entry is
-    // kept so that unregistering answers as it would on Windows.
-    if (bindings == nullptr) return kRpcNoBindings;
+  // There is no endpoint mapper here (clients find the socket by its name); the entry is kept
+  // so that publishing before the endpoint exists answers as it would on Windows.
+  RpcStep publish_control() override {
     std::lock_guard<std::mutex> g(m_);
-    ep_registered_ = true;
-    return 0;
+    if (listen_fd_ < 0) return RpcStep::failed(kRpcNoBindings, rpc_call::kInqBindings);
+    published_ = true;
+    return RpcStep::done();
   }
 
-  uint32_t listen(uint32_t, uint32_t max_calls, bool dont_wait) override {
+  RpcStep listen() override {
     std::unique_lock<std::mutex> lk(m_);
-    if (stopped_) return 0;  // listening has already ended
-    if (listen_fd_ < 0 && !serving_) return kNoProtseqsRegistered;
-    if (listening_call_) return kRpcAlreadyListening;
-    if (!serving_ && !start_serving_locked()) return kRpcOutOfResources;
+    if (stopped_) return RpcStep::done();  // listening has already ended
+    if (listen_fd_ < 0 && !serving_) {
+      return RpcStep::failed(kNoProtseqsRegistered, rpc_call::kListen);
+    }
+    if (listening_call_) return RpcStep::failed(kRpcAlreadyListening, rpc_call::kListen);
+    if (!serving_ && !start_serving_locked()) {
+      return RpcStep::failed(kRpcOutOfResources, rpc_call::kListen);
+    }
     listening_call_ = true;
-    if (max_calls > 0) max_calls_ = max_calls;
-    if (dont_wait) return 0;
     state_cv_.wait(lk, [&] { return stopped_; });
-    return 0;
+    return RpcStep::done();
   }
 
-  uint32_t stop_server_listening() override {
+  uint32_t stop_listening() override {
     std::lock_guard<std::mutex> stop_guard(stop_m_);
     std::vector<std::thread> threads;
     {
@@ -380,47 +308,17 @@ class SocketRpcRuntime final : public RpcRuntime {
     return 0;
   }
 
-  uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
-                                   uint32_t flags, uint32_t,
-                                   const SecurityDescriptor* sd) override {
-    if (sd != nullptr && !posix_security::descriptor_valid(*sd)) return kInvalidSecurityDescr;
+  // Calls already running finish; new ones find no interface (kRpcUnknownIf).
+  void withdraw() override {
     std::lock_guard<std::mutex> g(m_);
-    if (diag_dispatch_ != nullptr) return kRpcAlreadyRegistered;
-    diag_id_ = id;
-    diag_dispatch_ = &dispatch;
-    if ((flags & kRpcIfAutolisten) != 0 && listen_fd_ >= 0 && !serving_ &&
-        !start_serving_locked()) {
-      diag_dispatch_ = nullptr;
-      return kRpcOutOfResources;
-    }
-    return 0;
-  }
-
-  uint32_t unregister_if(const RpcInterfaceId& id, bool) override {
-    std::lock_guard<std::mutex> g(m_);
-    if (diag_dispatch_ != nullptr && id.uuid == diag_id_.uuid) {
-      diag_dispatch_ = nullptr;
-      return 0;
-    }
-    if (!registered_ || !(id.uuid == id_.uuid)) return kRpcUnknownIf;
-    registered_ = false;
     dispatch_ = nullptr;
-    return 0;
+    diag_dispatch_ = nullptr;
+    published_ = false;
   }
 
-  uint32_t ep_unregister(const RpcInterfaceId&, BindingVector bindings) override {
-    if (bindings == nullptr) return kRpcNoBindings;
+  bool published() const override {
     std::lock_guard<std::mutex> g(m_);
-    if (!ep_registered_) return kEptNotRegistered;
-    ep_registered_ = false;
-    return 0;
-  }
-
-  uint32_t binding_vector_free(BindingVector& bindings) override {
-    if (bindings == nullptr) return kErrorInvalidParameter;
-    delete bindings;
-    bindings = nullptr;
-    return 0;
+    return published_;
   }
 
  private:
@@ -478,7 +376,7 @@ class SocketRpcRuntime final : public RpcRuntime {
         ++running_;
         // The next waiting call goes to another thread.
         if (!queue_.empty() && running_ < max_calls_) signal_work();
-        RpcDispatch* dispatch = registered_ ? dispatch_ : nullptr;
+        RpcDispatch* dispatch = dispatch_;
         DiagnosticsDispatch* diagnostics = diag_dispatch_;
         lk.unlock();
         run_call(call, dispatch, diagnostics);
@@ -745,7 +643,7 @@ class SocketRpcRuntime final : public RpcRuntime {
                                           DiagnosticsDispatch* dispatch) {
     if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
     int32_t count = 0, capacity = 0;
-    const uint32_t op = proc & ~wire::kDiagnosticsInterfaceBit;
+    const uint32_t op = proc & ~kDiagnosticsInterfaceBit;
     if (op == kReadHistory) in.i32(count);
     in.i32(capacity);
     if (capacity < 0 || capacity > kMaxDiagnosticsBytes) {
@@ -781,7 +679,7 @@ class SocketRpcRuntime final : public RpcRuntime {
     const size_t expected = wire::request_body_size(proc);
     if (expected == 0) return fault_frame(call_id, kRpcProcnumOutOfRange);
     if (body.size() != expected) return fault_frame(call_id, kRpcProtocolError);
-    if ((proc & wire::kDiagnosticsInterfaceBit) != 0) {
+    if ((proc & kDiagnosticsInterfaceBit) != 0) {
       return handle_diagnostics(call_id, proc, in, diagnostics);
     }
     if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
@@ -790,7 +688,7 @@ class SocketRpcRuntime final : public RpcRuntime {
     out.u32(call_id);
     out.u32(0);
     try {
-      if (proc == 0) {
+      if (proc == kOpenControlContext) {
         {
           // A slot is taken before the procedure runs, so that opens running at once cannot
           // pass the bound together.
@@ -830,9 +728,9 @@ class SocketRpcRuntime final : public RpcRuntime {
           return fault_frame(call_id, kErrorInvalidHandle);
         }
         entry = it->second;
-        if (proc == 1) c.contexts.erase(it);
+        if (proc == kCloseControlContext) c.contexts.erase(it);
       }
-      if (proc == 1) {
+      if (proc == kCloseControlContext) {
         {
           ClockAttachment attach(clock_);
           entry.second->close_context(entry.first);
@@ -841,24 +739,27 @@ class SocketRpcRuntime final : public RpcRuntime {
         return out.frame();
       }
       int32_t command = 0, a = 0, b = 0, status = 0, value = 0;
+      const int longs = long_arguments(proc);
       in.i32(command);
-      if (proc != 2) in.i32(a);
-      if (proc == 5) in.i32(b);
-      if (proc == 6 && (a < 0 || a > 4096)) return fault_frame(call_id, kRpcInvalidBound);
-      std::vector<int32_t> values(proc == 6 ? static_cast<size_t>(a) : 0, 0);
+      if (longs >= 2) in.i32(a);
+      if (longs >= 3) in.i32(b);
+      if (proc == kQueryArray && (a < 0 || a > kMaxArrayCount)) {
+        return fault_frame(call_id, kRpcInvalidBound);
+      }
+      std::vector<int32_t> values(proc == kQueryArray ? static_cast<size_t>(a) : 0, 0);
       {
         ClockAttachment attach(clock_);
         switch (proc) {
-          case 2:
+          case kQueryValue:
             dispatch->query_value(entry.first, command, status, value);
             break;
-          case 3:
+          case kQueryIndexedValue:
             dispatch->query_indexed_value(entry.first, command, status, a, value);
             break;
-          case 4:
+          case kSetValue:
             dispatch->set_value(entry.first, command, status, a);
             break;
-          case 5:
+          case kSetPairedValue:
             dispatch->set_paired_value(entry.first, command, status, a, b);
             break;
           default:
@@ -867,8 +768,8 @@ class SocketRpcRuntime final : public RpcRuntime {
         }
       }
       out.i32(status);
-      if (proc == 2 || proc == 3) out.i32(value);
-      if (proc == 6) {
+      if (returns_value(proc)) out.i32(value);
+      if (proc == kQueryArray) {
         out.u32(static_cast<uint32_t>(values.size()));
         for (int32_t v : values) out.i32(v);
       }
@@ -883,17 +784,14 @@ class SocketRpcRuntime final : public RpcRuntime {
   Clock& clock_;
   SocketRuntimeLimits limits_;
   std::mutex stop_m_;
-  std::mutex m_;
+  mutable std::mutex m_;
   std::condition_variable state_cv_;
   int listen_fd_ = -1;
   std::string endpoint_;
-  RpcInterfaceId id_;
   RpcDispatch* dispatch_ = nullptr;
-  bool registered_ = false;
-  RpcInterfaceId diag_id_;
   DiagnosticsDispatch* diag_dispatch_ = nullptr;  // non-null while registered
-  bool ep_registered_ = false;
-  uint32_t max_calls_ = 1234;
+  bool published_ = false;
+  uint32_t max_calls_;  // calls that run at once (limits_.max_calls)
   bool serving_ = false;
   bool stopping_ = false;
   bool stopped_ = false;

@@ -45,6 +45,8 @@ namespace zaltor::platform {
 
 // The runtime's bounds; the defaults are the service's (docs/control-wire-format.md).
 struct SocketRuntimeLimits {
+  // Calls that run at once; further calls wait, oldest first (0: kMaxConcurrentCalls).
+  uint32_t max_calls = kMaxConcurrentCalls;
   // Connections open at once: room for 1234 clients each with a call in progress. One more
   // is accepted, refused with 1723 and closed. The bound in force is never above half the
   // process's descriptor limit, so that clients cannot take the descriptors that the

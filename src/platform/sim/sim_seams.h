@@ -27,8 +27,7 @@ constexpr uint32_t kErrorNoMoreItems = 259;
 constexpr uint32_t kErrorNotFound = 1168;
 constexpr uint32_t kErrorInvalidState = 5023;
 
-// WMI and PDH result codes.
-constexpr int32_t kWbemInvalidNamespace = static_cast<int32_t>(0x8004100E);
+// PDH result codes.
 constexpr uint32_t kPdhNoData = 0x800007D5;
 constexpr uint32_t kPdhNoObject = 0xC0000BB8;
 constexpr uint32_t kPdhNoCounter = 0xC0000BB9;

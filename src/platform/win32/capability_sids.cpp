@@ -85,6 +85,11 @@ DeriveCapabilitySidsFn find_derive_capability_sids() {
       reinterpret_cast<void*>(GetProcAddress(kernelbase, "DeriveCapabilitySidsFromName")));
 }
 
+DeriveCapabilitySidsFn choose_derive_capability_sids() {
+  DeriveCapabilitySidsFn derive = find_derive_capability_sids();
+  return derive != nullptr ? derive : &derive_capability_sids_by_hash;
+}
+
 BOOL WINAPI derive_capability_sids_by_hash(LPCWSTR name, PSID** group_sids, DWORD* group_count,
                                            PSID** capability_sids, DWORD* capability_count) {
   if (name == nullptr || *name == L'\0' || group_sids == nullptr || group_count == nullptr ||

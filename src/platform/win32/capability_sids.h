@@ -23,6 +23,9 @@ using DeriveCapabilitySidsFn = BOOL(WINAPI*)(LPCWSTR name, PSID** group_sids, DW
 // DeriveCapabilitySidsFromName of kernelbase.dll, or null where the system has none.
 DeriveCapabilitySidsFn find_derive_capability_sids();
 
+// The one the service uses: the system's where there is one, else the documented derivation.
+DeriveCapabilitySidsFn choose_derive_capability_sids();
+
 // The documented derivation (BCrypt SHA-256). False with the error in GetLastError when the
 // name is empty or a system call fails.
 BOOL WINAPI derive_capability_sids_by_hash(LPCWSTR name, PSID** group_sids, DWORD* group_count,

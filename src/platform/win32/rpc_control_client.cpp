@@ -24,6 +24,7 @@
 #include <mutex>
 
 #include "platform/control_client.h"
+#include "platform/control_protocol.h"
 #include "platform/win32/rpc_call_guard.h"
 #include "platform/win32/wide_text.h"
 #include "zaltor_antenna.h"
@@ -33,8 +34,6 @@ namespace zaltor::platform {
 namespace {
 
 constexpr uint32_t kRpcZeroDivide = 1767;  // RPC_S_ZERO_DIVIDE
-// The range of QueryArray's count in the interface definition.
-constexpr int32_t kMaxQueryArrayCount = 4096;
 
 using WireBytes = std::array<uint8_t, 20>;
 
@@ -244,10 +243,10 @@ class RpcControlClient final : public ControlClient {
 
   uint32_t query_array(const ContextHandleWire& wire, int32_t command, int32_t count,
                        int32_t& status, std::vector<int32_t>& values) override {
-    // A count outside 0..4096 is refused here with the code the server stub gives it
+    // A count outside 0..kMaxArrayCount is refused here with the code the server stub gives it
     // (the interface declares the range): no buffer is sized from it, and no server can
     // write past one.
-    if (count < 0 || count > kMaxQueryArrayCount) return kRpcInvalidBound;
+    if (count < 0 || count > kMaxArrayCount) return kRpcInvalidBound;
     std::vector<LONG> out(static_cast<size_t>(count) + 1, 0);  // +1: never a null pointer
     ValueCall c{};
     c.command = command;
@@ -261,7 +260,7 @@ class RpcControlClient final : public ControlClient {
 
   uint32_t read_diagnostics(uint32_t procedure, int32_t count, int32_t capacity, int32_t& status,
                             int32_t& length, std::string& text) override {
-    if (procedure > kReadHealth) return kRpcProcnumOutOfRange;
+    if (procedure >= kDiagnosticsProcedureCount) return kRpcProcnumOutOfRange;
     if (capacity < 0 || capacity > kMaxDiagnosticsBytes) return kRpcInvalidBound;
     std::vector<byte> room(static_cast<size_t>(capacity) + 1, 0);  // +1: never a null pointer
     DiagnosticsCall c{binding_, procedure, count, capacity, 0, 0, 0, room.data()};

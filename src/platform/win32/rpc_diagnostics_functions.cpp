@@ -11,6 +11,7 @@
 #include <shared_mutex>
 #include <string>
 
+#include "platform/control_protocol.h"
 #include "platform/win32/rpc_call_forward.h"
 #include "platform/win32/rpc_server_target.h"
 #include "zaltor_diagnostics.h"

@@ -10,6 +10,7 @@
 #include <shared_mutex>
 #include <vector>
 
+#include "platform/control_protocol.h"
 #include "platform/win32/rpc_call_forward.h"
 #include "platform/win32/rpc_server_target.h"
 #include "zaltor_antenna.h"
@@ -17,9 +18,6 @@
 namespace zaltor::platform::win32 {
 namespace {
 
-// Largest element count a QueryArray call may ask for (the Linux runtime's limit too). The
-// server stub refuses a count outside the range before it allocates; this is a second guard.
-constexpr LONG kMaxArrayCount = 4096;
 CallTarget<RpcDispatch> g_target;
 
 template <typename Body>
@@ -95,7 +93,10 @@ void __cdecl SetPairedValue(ControlContext context, LONG command, LONG* status, 
 
 void __cdecl QueryArray(ControlContext context, LONG command, LONG* status, LONG count,
                         LONG values[]) {
-  if (count < 0 || count > w::kMaxArrayCount) w::finish(zaltor::platform::kRpcInvalidBound);
+  // The server stub refuses a count outside the interface's range before it allocates; this
+  // is a second guard, with the bound the Linux runtime keeps too.
+  if (count < 0 || count > zaltor::platform::kMaxArrayCount)
+    w::finish(zaltor::platform::kRpcInvalidBound);
   int32_t s = *status;
   uint32_t fault = 0;
   {

@@ -24,7 +24,8 @@ std::unique_ptr<ControlDevice> make_win32_control_device();
 // is used as it is, reported as S_FALSE and not uninitialised), the WbemLocator, ConnectServer,
 // CoSetProxyBlanket, a forward-only WQL query and the "Product" property of each object as UTF-8
 // text.
-std::unique_ptr<BoardQuery> make_wmi_board_query();
+// `name_space`: the WMI namespace to connect to (tests name one that does not exist).
+std::unique_ptr<BoardQuery> make_wmi_board_query(const std::string& name_space = kBoardNamespace);
 
 // SetupDiGetClassDevsW (present devices of a class and an enumerator), registry properties
 // read into a 1024-byte buffer, the node status property; the list is destroyed with it.

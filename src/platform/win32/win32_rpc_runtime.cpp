@@ -1,15 +1,15 @@
-// The Windows RPC runtime behind the RpcRuntime seam: the security calls, the endpoint, the
-// interface registration with the widl server stub, the endpoint map and listening.
+// The Windows RPC runtime behind the RpcRuntime seam: the endpoint's security descriptor
+// (endpoint_security.h), the endpoint, the interface registrations with the widl server
+// stubs, the endpoint map and listening.
 #include "platform/win32/win32_rpc_runtime.h"
 
-#include <aclapi.h>
 #include <rpc.h>
 #include <windows.h>
 
-#include <cstring>
-#include <map>
-#include <mutex>
+#include <atomic>
+#include <string>
 
+#include "platform/win32/endpoint_security.h"
 #include "platform/win32/rpc_server_target.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
@@ -26,21 +26,6 @@ extern "C" RPC_STATUS RPC_ENTRY RpcServerRegisterIf3(RPC_IF_HANDLE IfSpec, UUID*
 namespace zaltor::platform::win32 {
 namespace {
 
-// The seam's room for an absolute security descriptor must hold the system's.
-static_assert(sizeof(SECURITY_DESCRIPTOR) <= sizeof(SecurityDescriptor::storage),
-              "SecurityDescriptor storage too small for SECURITY_DESCRIPTOR");
-static_assert(alignof(SECURITY_DESCRIPTOR) <= alignof(SecurityDescriptor),
-              "SecurityDescriptor storage not aligned for SECURITY_DESCRIPTOR");
-
-PSECURITY_DESCRIPTOR descriptor_of(SecurityDescriptor& sd) {
-  return static_cast<PSECURITY_DESCRIPTOR>(sd.storage.data());
-}
-PSECURITY_DESCRIPTOR descriptor_of(const SecurityDescriptor* sd) {
-  return sd == nullptr
-             ? nullptr
-             : const_cast<PSECURITY_DESCRIPTOR>(static_cast<const void*>(sd->storage.data()));
-}
-
 RPC_IF_HANDLE server_interface() {
   return ZaltorAntenna_v1_0_s_ifspec;
 }
@@ -49,32 +34,11 @@ RPC_IF_HANDLE diagnostics_interface() {
   return ZaltorDiagnostics_v1_0_s_ifspec;
 }
 
-// Whether `id` names the interface of the server stub `ifspec`.
-bool names_interface(const RpcInterfaceId& id, RPC_IF_HANDLE ifspec) {
-  const auto* info = static_cast<const RPC_SERVER_INTERFACE*>(ifspec);
-  const RPC_SYNTAX_IDENTIFIER& syntax = info->InterfaceId;
-  const Guid& g = id.uuid;
-  return syntax.SyntaxGUID.Data1 == g.data1 && syntax.SyntaxGUID.Data2 == g.data2 &&
-         syntax.SyntaxGUID.Data3 == g.data3 &&
-         std::memcmp(syntax.SyntaxGUID.Data4, g.data4.data(), 8) == 0 &&
-         syntax.SyntaxVersion.MajorVersion == id.major &&
-         syntax.SyntaxVersion.MinorVersion == id.minor;
-}
-
-// Whether `id` names the control interface's generated server stub.
-bool is_stub_interface(const RpcInterfaceId& id) {
-  return names_interface(id, server_interface());
-}
-
-bool is_diagnostics_interface(const RpcInterfaceId& id) {
-  return names_interface(id, diagnostics_interface());
-}
-
 class Win32RpcRuntime final : public RpcRuntime {
  public:
   Win32RpcRuntime(Clock& clock, DeriveCapabilitySidsFn derive) : clock_(clock), derive_(derive) {}
   ~Win32RpcRuntime() override {
-    if (registered_) {
+    if (registered_ != nullptr) {
       RpcServerUnregisterIf(server_interface(), nullptr, TRUE);
       if (rpc_server_dispatch() == registered_) set_rpc_server_target(nullptr, nullptr);
     }
@@ -82,128 +46,23 @@ class Win32RpcRuntime final : public RpcRuntime {
       RpcServerUnregisterIf(diagnostics_interface(), nullptr, TRUE);
       set_diagnostics_target(nullptr, nullptr);
     }
+    free_bindings();
   }
 
-  uint32_t last_error() override { return GetLastError(); }
-
-  bool derive_capability_sids_from_name(const std::string& name, std::vector<Sid>& group_sids,
-                                        std::vector<Sid>& capability_sids) override {
-    if (derive_ == nullptr) {
-      SetLastError(ERROR_PROC_NOT_FOUND);
-      return false;
-    }
-    const std::wstring wname = wide(name);
-    PSID* groups = nullptr;
-    PSID* capabilities = nullptr;
-    DWORD group_count = 0;
-    DWORD capability_count = 0;
-    if (!derive_(wname.c_str(), &groups, &group_count, &capabilities, &capability_count)) {
-      return false;
-    }
-    group_sids.clear();
-    capability_sids.clear();
-    for (DWORD i = 0; i < group_count; ++i) group_sids.push_back(static_cast<Sid>(groups[i]));
-    for (DWORD i = 0; i < capability_count; ++i) {
-      capability_sids.push_back(static_cast<Sid>(capabilities[i]));
-    }
-    std::lock_guard<std::mutex> hold(arrays_lock_);
-    arrays_[&group_sids] = groups;
-    arrays_[&capability_sids] = capabilities;
-    return true;
+  RpcStep admit_everyone_and(const std::string& capability_name) override {
+    return security_.build(capability_name, derive_);
   }
 
-  void local_free_sid(Sid& sid) override {
-    LocalFree(sid);
-    sid = nullptr;
-  }
-
-  // The arrays are known by the vector that received their SIDs.
-  void local_free_sid_array(std::vector<Sid>& sids) override {
-    PSID* array = nullptr;
-    {
-      std::lock_guard<std::mutex> hold(arrays_lock_);
-      auto it = arrays_.find(&sids);
-      if (it != arrays_.end()) {
-        array = it->second;
-        arrays_.erase(it);
-      }
-    }
-    if (array != nullptr) LocalFree(array);
-    sids.clear();
-  }
-
-  bool allocate_and_initialize_sid(const SidAuthority& authority,
-                                   const std::vector<uint32_t>& sub_authorities,
-                                   Sid& out) override {
-    if (sub_authorities.empty() || sub_authorities.size() > 8) {
-      SetLastError(ERROR_INVALID_PARAMETER);
-      return false;
-    }
-    SID_IDENTIFIER_AUTHORITY a;
-    std::memcpy(a.Value, authority.data(), 6);
-    DWORD s[8] = {};
-    for (size_t i = 0; i < sub_authorities.size(); ++i) s[i] = sub_authorities[i];
-    PSID sid = nullptr;
-    if (!AllocateAndInitializeSid(&a, static_cast<BYTE>(sub_authorities.size()), s[0], s[1], s[2],
-                                  s[3], s[4], s[5], s[6], s[7], &sid)) {
-      return false;
-    }
-    out = static_cast<Sid>(sid);
-    return true;
-  }
-
-  void free_sid(Sid& sid) override {
-    FreeSid(sid);
-    sid = nullptr;
-  }
-
-  uint32_t set_entries_in_acl(const std::vector<ExplicitAccess>& entries, Acl& out) override {
-    std::vector<EXPLICIT_ACCESS_W> list(entries.size());
-    for (size_t i = 0; i < entries.size(); ++i) {
-      const ExplicitAccess& e = entries[i];
-      EXPLICIT_ACCESS_W& w = list[i];
-      std::memset(&w, 0, sizeof w);
-      w.grfAccessPermissions = e.permissions;
-      w.grfAccessMode = static_cast<ACCESS_MODE>(e.mode);
-      w.grfInheritance = e.inheritance;
-      w.Trustee.TrusteeForm = static_cast<TRUSTEE_FORM>(e.trustee_form);
-      w.Trustee.TrusteeType = static_cast<TRUSTEE_TYPE>(e.trustee_type);
-      w.Trustee.ptstrName = reinterpret_cast<LPWSTR>(e.trustee);
-    }
-    PACL acl = nullptr;
-    const DWORD err = SetEntriesInAclW(static_cast<ULONG>(list.size()), list.data(), nullptr, &acl);
-    if (err == ERROR_SUCCESS) out = reinterpret_cast<Acl>(acl);
-    return err;
-  }
-
-  void local_free_acl(Acl& acl) override {
-    LocalFree(acl);
-    acl = nullptr;
-  }
-
-  bool initialize_security_descriptor(SecurityDescriptor& sd, uint32_t revision) override {
-    return InitializeSecurityDescriptor(descriptor_of(sd), revision) != FALSE;
-  }
-
-  bool set_security_descriptor_dacl(SecurityDescriptor& sd, bool present, Acl acl,
-                                    bool defaulted) override {
-    return SetSecurityDescriptorDacl(descriptor_of(sd), present ? TRUE : FALSE,
-                                     reinterpret_cast<PACL>(acl),
-                                     defaulted ? TRUE : FALSE) != FALSE;
-  }
-
-  uint32_t use_protseq_ep(const std::string& protseq, uint32_t max_calls,
-                          const std::string& endpoint, const SecurityDescriptor* sd) override {
-    std::wstring p = wide(protseq);
+  RpcStep open_endpoint(const std::string& endpoint) override {
+    std::wstring p = wide(kProtocolSequence);
     std::wstring e = wide(endpoint);
-    return RpcServerUseProtseqEpW(reinterpret_cast<RPC_WSTR>(p.data()), max_calls,
-                                  reinterpret_cast<RPC_WSTR>(e.data()), descriptor_of(sd));
+    const RPC_STATUS st =
+        RpcServerUseProtseqEpW(reinterpret_cast<RPC_WSTR>(p.data()), kEndpointMaxCalls,
+                               reinterpret_cast<RPC_WSTR>(e.data()), security_.descriptor());
+    return step(st, rpc_call::kUseProtseqEp);
   }
 
-  uint32_t register_if(const RpcInterfaceId& id, RpcDispatch& dispatch, uint32_t flags,
-                       uint32_t max_calls, uint32_t max_rpc_size,
-                       const SecurityDescriptor* sd) override {
-    if (!is_stub_interface(id)) return kRpcUnknownIf;
+  RpcStep serve_control(RpcDispatch& dispatch) override {
     // Calls on one context run at the same time, as on Linux. The server stub's context
     // descriptions carry the no-serialise flag; this is the runtime's own switch for the
     // same (process-wide, and this process serves only this interface). Wine ignores both
@@ -212,81 +71,79 @@ class Win32RpcRuntime final : public RpcRuntime {
     // The auto-listen flag may start calls before the registration returns.
     RpcDispatch* previous = rpc_server_dispatch();
     set_rpc_server_target(&dispatch, &clock_);
-    const RPC_STATUS st = RpcServerRegisterIf3(server_interface(), nullptr, nullptr, flags,
-                                               max_calls, max_rpc_size, nullptr, descriptor_of(sd));
+    const RPC_STATUS st =
+        RpcServerRegisterIf3(server_interface(), nullptr, nullptr, kInterfaceFlags,
+                             kMaxConcurrentCalls, 0, nullptr, security_.descriptor());
     if (st != RPC_S_OK) {
       if (previous == nullptr) set_rpc_server_target(nullptr, nullptr);
-      return st;
+      return step(st, rpc_call::kRegisterIf);
     }
     registered_ = &dispatch;
-    return 0;
+    return RpcStep::done();
   }
 
-  uint32_t register_diagnostics_if(const RpcInterfaceId& id, DiagnosticsDispatch& dispatch,
-                                   uint32_t flags, uint32_t max_calls,
-                                   const SecurityDescriptor* sd) override {
-    if (!is_diagnostics_interface(id)) return kRpcUnknownIf;
+  RpcStep serve_diagnostics(DiagnosticsDispatch& dispatch) override {
     set_diagnostics_target(&dispatch, &clock_);
-    const RPC_STATUS st = RpcServerRegisterIf3(diagnostics_interface(), nullptr, nullptr, flags,
-                                               max_calls, 0, nullptr, descriptor_of(sd));
+    const RPC_STATUS st =
+        RpcServerRegisterIf3(diagnostics_interface(), nullptr, nullptr, kInterfaceFlags,
+                             kMaxConcurrentCalls, 0, nullptr, security_.descriptor());
     if (st != RPC_S_OK) {
       set_diagnostics_target(nullptr, nullptr);
-      return st;
+      return step(st, rpc_call::kRegisterIf);
     }
     diagnostics_registered_ = true;
-    return 0;
+    return RpcStep::done();
   }
 
-  uint32_t inq_bindings(BindingVector& out) override {
+  // The binding vector stays until withdraw, which the stop thread runs while listening
+  // blocks on the serving one.
+  RpcStep publish_control() override {
     RPC_BINDING_VECTOR* v = nullptr;
-    const RPC_STATUS st = RpcServerInqBindings(&v);
-    out = reinterpret_cast<BindingVector>(v);
-    return st;
-  }
-
-  uint32_t ep_register(const RpcInterfaceId& id, BindingVector bindings) override {
-    if (!is_stub_interface(id)) return kRpcUnknownIf;
-    return RpcEpRegisterW(server_interface(), reinterpret_cast<RPC_BINDING_VECTOR*>(bindings),
-                          nullptr, nullptr);
-  }
-
-  uint32_t listen(uint32_t min_call_threads, uint32_t max_calls, bool dont_wait) override {
-    return RpcServerListen(min_call_threads, max_calls, dont_wait ? TRUE : FALSE);
-  }
-
-  uint32_t stop_server_listening() override { return RpcMgmtStopServerListening(nullptr); }
-
-  uint32_t unregister_if(const RpcInterfaceId& id, bool wait_for_calls) override {
-    if (is_diagnostics_interface(id)) {
-      return RpcServerUnregisterIf(diagnostics_interface(), nullptr, wait_for_calls ? TRUE : FALSE);
+    const RPC_STATUS inq = RpcServerInqBindings(&v);
+    if (v != nullptr) {
+      RPC_BINDING_VECTOR* old = bindings_.exchange(v, std::memory_order_relaxed);
+      if (old != nullptr) RpcBindingVectorFree(&old);
     }
-    if (!is_stub_interface(id)) return kRpcUnknownIf;
-    return RpcServerUnregisterIf(server_interface(), nullptr, wait_for_calls ? TRUE : FALSE);
+    if (inq != RPC_S_OK) return step(inq, rpc_call::kInqBindings);
+    return step(RpcEpRegisterW(server_interface(), v, nullptr, nullptr), rpc_call::kEpRegister);
   }
 
-  uint32_t ep_unregister(const RpcInterfaceId& id, BindingVector bindings) override {
-    if (!is_stub_interface(id)) return kRpcUnknownIf;
+  RpcStep listen() override {
+    return step(RpcServerListen(kMinCallThreads, kMaxConcurrentCalls, FALSE), rpc_call::kListen);
+  }
+
+  uint32_t stop_listening() override { return RpcMgmtStopServerListening(nullptr); }
+
+  void withdraw() override {
+    RpcServerUnregisterIf(server_interface(), nullptr, FALSE);
+    if (diagnostics_registered_.exchange(false, std::memory_order_relaxed)) {
+      RpcServerUnregisterIf(diagnostics_interface(), nullptr, FALSE);
+    }
     // A stop before the endpoint was set up has no bindings: Wine's runtime would read
-    // through the null vector (and Windows has nothing to unregister either).
-    if (bindings == nullptr) return kRpcNoBindings;
-    return RpcEpUnregister(server_interface(), reinterpret_cast<RPC_BINDING_VECTOR*>(bindings),
-                           nullptr);
+    // through a null vector (and Windows has nothing to unregister either).
+    if (RPC_BINDING_VECTOR* v = bindings_.load(std::memory_order_relaxed); v != nullptr) {
+      RpcEpUnregister(server_interface(), v, nullptr);
+    }
+    free_bindings();
   }
 
-  uint32_t binding_vector_free(BindingVector& bindings) override {
-    auto* v = reinterpret_cast<RPC_BINDING_VECTOR*>(bindings);
-    const RPC_STATUS st = RpcBindingVectorFree(&v);
-    bindings = nullptr;
-    return st;
-  }
+  bool published() const override { return bindings_.load(std::memory_order_relaxed) != nullptr; }
 
  private:
+  static RpcStep step(RPC_STATUS st, const char* call) {
+    return st == RPC_S_OK ? RpcStep::done() : RpcStep::failed(static_cast<uint32_t>(st), call);
+  }
+  void free_bindings() {
+    RPC_BINDING_VECTOR* v = bindings_.exchange(nullptr, std::memory_order_relaxed);
+    if (v != nullptr) RpcBindingVectorFree(&v);
+  }
+
   Clock& clock_;
   DeriveCapabilitySidsFn derive_;
+  EndpointSecurity security_;
   RpcDispatch* registered_ = nullptr;
-  bool diagnostics_registered_ = false;
-  std::mutex arrays_lock_;
-  std::map<const std::vector<Sid>*, PSID*> arrays_;
+  std::atomic<bool> diagnostics_registered_{false};
+  std::atomic<RPC_BINDING_VECTOR*> bindings_{nullptr};
 };
 
 }  // namespace
@@ -300,9 +157,7 @@ std::unique_ptr<RpcRuntime> make_win32_rpc_runtime(Clock& clock, DeriveCapabilit
 namespace zaltor::platform {
 
 std::unique_ptr<RpcRuntime> make_win32_rpc_runtime(Clock& clock) {
-  win32::DeriveCapabilitySidsFn derive = win32::find_derive_capability_sids();
-  if (derive == nullptr) derive = &win32::derive_capability_sids_by_hash;
-  return win32::make_win32_rpc_runtime(clock, derive);
+  return win32::make_win32_rpc_runtime(clock, win32::choose_derive_capability_sids());
 }
 
 }  // namespace zaltor::platform

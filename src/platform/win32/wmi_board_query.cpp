@@ -1,5 +1,6 @@
-// The base board query over WMI. A session owns its COM initialisation, the locator, the
-// service connection and the last query's enumerator, and releases them when it ends.
+// The base board query over WMI. Each query initialises COM on the calling thread, creates
+// the locator, connects, sets the proxy blanket, runs the query and reads every base board;
+// it releases all of it (and gives the apartment back) before it returns.
 //
 // The "Product" value is converted to UTF-8, the text form of the whole service (the model
 // name is looked up again through the wide INI functions, so a code-page conversion would
@@ -7,6 +8,9 @@
 #include <objbase.h>
 #include <wbemidl.h>
 #include <windows.h>
+
+#include <string>
+#include <utility>
 
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_hardware.h"
@@ -36,110 +40,99 @@ void release(T*& p) {
   p = nullptr;
 }
 
-class WmiBoardSession final : public BoardSession {
+// The COM objects of one query, released in reverse order when it ends, and the apartment
+// given back on the thread that took it.
+class Session {
  public:
-  // `owns_com`: the session's CoInitialize took a reference on this thread's COM (S_OK or
-  // S_FALSE) that it gives back when it ends.
-  explicit WmiBoardSession(bool owns_com) : thread_(GetCurrentThreadId()), owns_com_(owns_com) {}
-  ~WmiBoardSession() override {
-    release(enumerator_);
-    release(services_);
-    release(locator_);
-    // COM is initialised per thread: only the thread that initialised it can end it. A
-    // session dropped elsewhere leaves that thread's apartment as it is.
-    if (owns_com_ && GetCurrentThreadId() == thread_) CoUninitialize();
+  ~Session() {
+    release(enumerator);
+    release(services);
+    release(locator);
+    if (owns_com) CoUninitialize();
   }
-  WmiBoardSession(const WmiBoardSession&) = delete;
-  WmiBoardSession& operator=(const WmiBoardSession&) = delete;
-
-  int32_t create_locator() override {
-    release(enumerator_);
-    release(services_);
-    release(locator_);
-    return CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                            reinterpret_cast<void**>(&locator_));
-  }
-
-  int32_t connect(const std::string& name_space) override {
-    if (locator_ == nullptr) return E_POINTER;
-    release(enumerator_);
-    release(services_);
-    Bstr resource(name_space);
-    return locator_->ConnectServer(resource.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                   &services_);
-  }
-
-  int32_t set_proxy_blanket() override {
-    if (services_ == nullptr) return E_POINTER;
-    return CoSetProxyBlanket(services_, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
-                             RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr,
-                             EOAC_NONE);
-  }
-
-  int32_t exec_query(const std::string& wql) override {
-    if (services_ == nullptr) return E_POINTER;
-    release(enumerator_);
-    Bstr language("WQL");
-    Bstr query(wql);
-    return services_->ExecQuery(language.get(), query.get(),
-                                WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
-                                &enumerator_);
-  }
-
-  bool next_product(std::string& product) override {
-    if (enumerator_ == nullptr) return false;
-    IWbemClassObject* object = nullptr;
-    ULONG returned = 0;
-    const HRESULT hr = enumerator_->Next(kInfinite, 1, &object, &returned);
-    if (FAILED(hr) || returned == 0 || object == nullptr) {
-      // The end of the objects (or a failed step): the enumeration is over.
-      release(object);
-      release(enumerator_);
-      return false;
-    }
-    VARIANT value;
-    VariantInit(&value);
-    product.clear();
-    // An object without a text value (VT_NULL) counts as an empty product name.
-    if (SUCCEEDED(object->Get(L"Product", 0, &value, nullptr, nullptr)) && value.vt == VT_BSTR &&
-        value.bstrVal != nullptr) {
-      product = win32::narrow(value.bstrVal, SysStringLen(value.bstrVal));
-    }
-    VariantClear(&value);
-    object->Release();
-    return true;
-  }
-
- private:
-  DWORD thread_;
-  bool owns_com_;
-  IWbemLocator* locator_ = nullptr;
-  IWbemServices* services_ = nullptr;
-  IEnumWbemClassObject* enumerator_ = nullptr;
+  bool owns_com = false;
+  IWbemLocator* locator = nullptr;
+  IWbemServices* services = nullptr;
+  IEnumWbemClassObject* enumerator = nullptr;
 };
+
+// The next object's "Product" value; false at the end of the objects (or a failed step,
+// which ends the enumeration too).
+bool next_product(IEnumWbemClassObject* enumerator, std::string& product) {
+  IWbemClassObject* object = nullptr;
+  ULONG returned = 0;
+  const HRESULT hr = enumerator->Next(kInfinite, 1, &object, &returned);
+  if (FAILED(hr) || returned == 0 || object == nullptr) {
+    release(object);
+    return false;
+  }
+  VARIANT value;
+  VariantInit(&value);
+  product.clear();
+  // An object without a text value (VT_NULL) counts as an empty product name.
+  if (SUCCEEDED(object->Get(L"Product", 0, &value, nullptr, nullptr)) && value.vt == VT_BSTR &&
+      value.bstrVal != nullptr) {
+    product = win32::narrow(value.bstrVal, SysStringLen(value.bstrVal));
+  }
+  VariantClear(&value);
+  object->Release();
+  return true;
+}
 
 class WmiBoardQuery final : public BoardQuery {
  public:
-  std::unique_ptr<BoardSession> open(int32_t& hr) override {
-    hr = CoInitialize(nullptr);
+  explicit WmiBoardQuery(std::string name_space) : name_space_(std::move(name_space)) {}
+
+  BoardProducts base_board_products() override {
+    BoardProducts answer;
+    auto failed = [&answer](BoardQueryStep step, HRESULT hr) {
+      answer.failed_step = step;
+      answer.hr = hr;
+      return answer;
+    };
+    Session session;
+    HRESULT hr = CoInitialize(nullptr);
     // S_FALSE (already initialised on this thread) is a success that must be balanced too.
-    const bool owns_com = SUCCEEDED(hr);
-    if (hr == RPC_E_CHANGED_MODE) {
-      // The thread is in the multithreaded apartment already (a pool thread that another
-      // user of the pool initialised): COM is usable, and WMI works from there. Nothing
-      // was initialised here, so the session must not uninitialise; to the caller this is
-      // COM that was already initialised.
-      hr = S_FALSE;
+    session.owns_com = SUCCEEDED(hr);
+    // RPC_E_CHANGED_MODE: the thread is in the multithreaded apartment already (a pool
+    // thread that another user of the pool initialised): COM is usable, and WMI works from
+    // there. Nothing was initialised here, so nothing is uninitialised either.
+    if (FAILED(hr) && hr != RPC_E_CHANGED_MODE) return failed(BoardQueryStep::kInitializeCom, hr);
+
+    hr = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                          reinterpret_cast<void**>(&session.locator));
+    if (FAILED(hr)) return failed(BoardQueryStep::kCreateLocator, hr);
+
+    Bstr resource(name_space_);
+    hr = session.locator->ConnectServer(resource.get(), nullptr, nullptr, nullptr, 0, nullptr,
+                                        nullptr, &session.services);
+    if (FAILED(hr)) return failed(BoardQueryStep::kConnect, hr);
+
+    hr = CoSetProxyBlanket(session.services, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                           RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
+    if (FAILED(hr)) return failed(BoardQueryStep::kSetProxyBlanket, hr);
+
+    Bstr language("WQL");
+    Bstr query(kBoardQuery);
+    hr = session.services->ExecQuery(language.get(), query.get(),
+                                     WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
+                                     &session.enumerator);
+    if (FAILED(hr)) return failed(BoardQueryStep::kExecQuery, hr);
+    if (session.enumerator != nullptr) {
+      std::string product;
+      while (next_product(session.enumerator, product)) answer.products.push_back(product);
     }
-    if (FAILED(hr)) return nullptr;
-    return std::make_unique<WmiBoardSession>(owns_com);
+    return answer;
   }
+
+ private:
+  std::string name_space_;
 };
 
 }  // namespace
 
-std::unique_ptr<BoardQuery> make_wmi_board_query() {
-  return std::make_unique<WmiBoardQuery>();
+std::unique_ptr<BoardQuery> make_wmi_board_query(const std::string& name_space) {
+  return std::make_unique<WmiBoardQuery>(name_space);
 }
 
 }  // namespace zaltor::platform

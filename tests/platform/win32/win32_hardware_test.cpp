@@ -82,43 +82,18 @@ TEST(Win32ControlDevice, AnOrdinaryFileOpensButRefusesTheControlRequest) {
 
 // ---- base board (WMI) -------------------------------------------------------------------
 
-TEST(WmiBoardQuery, TheSessionsStepsSucceedAndTheProductsEnd) {
+TEST(WmiBoardQuery, EveryStepSucceedsAndEachBaseBoardGivesItsProduct) {
   auto query = make_wmi_board_query();
-  int32_t hr = -1;
-  auto session = query->open(hr);
-  ASSERT_NE(session, nullptr);
-  EXPECT_GE(hr, 0);
-  ASSERT_EQ(session->create_locator(), 0);
-  ASSERT_EQ(session->connect("ROOT\\CIMV2"), 0);
-  EXPECT_GE(session->set_proxy_blanket(), 0);
-  ASSERT_EQ(session->exec_query("Select * from Win32_BaseBoard"), 0);
-  std::vector<std::string> products;
-  std::string product;
-  while (products.size() < 64 && session->next_product(product)) products.push_back(product);
-  ASSERT_LT(products.size(), 64u) << "the enumeration ends";
+  const BoardProducts answer = query->base_board_products();
+  ASSERT_TRUE(answer.ok()) << static_cast<int>(answer.failed_step) << " " << std::hex << answer.hr;
   // Wine reports one base board.
-  EXPECT_EQ(products.size(), 1u);
-  EXPECT_FALSE(session->next_product(product)) << "an ended enumeration stays ended";
-  // The query runs again on the same connection with the same answer.
-  ASSERT_EQ(session->exec_query("Select * from Win32_BaseBoard"), 0);
-  std::vector<std::string> again;
-  while (again.size() < 64 && session->next_product(product)) again.push_back(product);
-  EXPECT_EQ(again, products);
+  EXPECT_EQ(answer.products.size(), 1u);
+  // The query runs again with the same answer.
+  EXPECT_EQ(query->base_board_products().products, answer.products);
 }
 
 TEST(WmiBoardQuery, TheBoardIdentificationReadsTheLastProductTrimmed) {
-  std::vector<std::string> products;
-  {
-    auto query = make_wmi_board_query();
-    int32_t hr = -1;
-    auto session = query->open(hr);
-    ASSERT_NE(session, nullptr);
-    ASSERT_EQ(session->create_locator(), 0);
-    ASSERT_EQ(session->connect(kBoardNamespace), 0);
-    ASSERT_EQ(session->exec_query(kBoardQuery), 0);
-    std::string product;
-    while (products.size() < 64 && session->next_product(product)) products.push_back(product);
-  }
+  const std::vector<std::string> products = make_wmi_board_query()->base_board_products().products;
   ASSERT_FALSE(products.empty());
   auto query = make_wmi_board_query();
   auto console = make_win32_console();
@@ -130,56 +105,22 @@ TEST(WmiBoardQuery, TheBoardIdentificationReadsTheLastProductTrimmed) {
   EXPECT_EQ(model, TrimBlanks(products.back()));
 }
 
-TEST(WmiBoardQuery, AnUnknownNamespaceFailsWithTheWmiError) {
-  auto query = make_wmi_board_query();
-  int32_t hr = -1;
-  auto session = query->open(hr);
-  ASSERT_NE(session, nullptr);
-  ASSERT_EQ(session->create_locator(), 0);
-  EXPECT_EQ(session->connect("ROOT\\ZALTORNOSUCHNAMESPACE"), kWbemInvalidNamespace);
-  // Without a connection nothing can be asked.
-  EXPECT_LT(session->set_proxy_blanket(), 0);
-  EXPECT_LT(session->exec_query("Select * from Win32_BaseBoard"), 0);
-  std::string product;
-  EXPECT_FALSE(session->next_product(product));
+TEST(WmiBoardQuery, AnUnknownNamespaceFailsAtTheConnectionWithTheWmiError) {
+  auto query = make_wmi_board_query("ROOT\\ZALTORNOSUCHNAMESPACE");
+  const BoardProducts answer = query->base_board_products();
+  EXPECT_EQ(answer.failed_step, BoardQueryStep::kConnect);
+  EXPECT_EQ(answer.hr, kWbemInvalidNamespace);
+  EXPECT_TRUE(answer.products.empty());
 }
 
-TEST(WmiBoardQuery, StepsOutOfOrderFailInsteadOfCrashing) {
-  auto query = make_wmi_board_query();
-  int32_t hr = -1;
-  auto session = query->open(hr);
-  ASSERT_NE(session, nullptr);
-  EXPECT_LT(session->connect("ROOT\\CIMV2"), 0) << "no locator yet";
-  EXPECT_LT(session->exec_query("Select * from Win32_BaseBoard"), 0);
-}
-
-TEST(WmiBoardQuery, AQueryOfAnUnknownClassYieldsNoProduct) {
-  auto query = make_wmi_board_query();
-  int32_t hr = -1;
-  auto session = query->open(hr);
-  ASSERT_NE(session, nullptr);
-  ASSERT_EQ(session->create_locator(), 0);
-  ASSERT_EQ(session->connect("ROOT\\CIMV2"), 0);
-  // The query is answered at once (return-immediately); the unknown class shows as an
-  // enumeration without objects.
-  EXPECT_EQ(session->exec_query("Select * from Zaltor_NoSuchClass"), 0);
-  std::string product = "stale";
-  EXPECT_FALSE(session->next_product(product));
-}
-
-TEST(WmiBoardQuery, SessionsNestOnOneThread) {
-  auto query = make_wmi_board_query();
-  int32_t first_hr = -1;
-  auto first = query->open(first_hr);
-  ASSERT_NE(first, nullptr);
-  int32_t second_hr = -1;
-  auto second = query->open(second_hr);
-  ASSERT_NE(second, nullptr);
-  EXPECT_EQ(second_hr, S_FALSE) << "COM is initialised on this thread already";
-  second.reset();
-  // The first session's COM initialisation still stands.
-  EXPECT_EQ(first->create_locator(), 0);
-  EXPECT_EQ(first->connect("ROOT\\CIMV2"), 0);
+TEST(WmiBoardQuery, AQueryGivesBackTheApartmentItTook) {
+  std::thread([] {
+    EXPECT_TRUE(make_wmi_board_query()->base_board_products().ok());
+    EXPECT_TRUE(make_wmi_board_query()->base_board_products().ok()) << "and again";
+    // Nothing of the queries' COM initialisation is left on this thread.
+    EXPECT_EQ(CoInitialize(nullptr), S_OK);
+    CoUninitialize();
+  }).join();
 }
 
 // The board query as the worker's start-up runs it, on a thread whose COM is already set up.
@@ -197,19 +138,12 @@ TEST(WmiBoardQuery, AThreadInTheMultithreadedApartmentIdentifiesTheBoardAndKeeps
   // CoInitialize answers RPC_E_CHANGED_MODE there.
   std::thread([] {
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-    {
-      auto query = make_wmi_board_query();
-      int32_t hr = -1;
-      auto session = query->open(hr);
-      ASSERT_NE(session, nullptr) << std::hex << hr;
-      EXPECT_EQ(hr, S_FALSE) << "COM is usable on this thread already";
-      EXPECT_EQ(session->create_locator(), 0);
-      EXPECT_EQ(session->connect("ROOT\\CIMV2"), 0);
-    }
+    // COM is usable on this thread already: the query runs in that apartment.
+    EXPECT_TRUE(make_wmi_board_query()->base_board_products().ok());
     std::string model = "stale";
     EXPECT_EQ(IdentifyBoard(model), 0) << "a supported notebook stays supported";
     EXPECT_NE(model, "stale");
-    // The sessions uninitialised nothing: this thread's own initialisation still stands.
+    // The queries uninitialised nothing: this thread's own initialisation still stands.
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
     CoUninitialize();
     CoUninitialize();
@@ -222,7 +156,7 @@ TEST(WmiBoardQuery, AThreadThatInitialisedComItselfKeepsItsInitialisation) {
     std::string model = "stale";
     EXPECT_EQ(IdentifyBoard(model), 0);
     EXPECT_NE(model, "stale");
-    // The session gave back only its own reference (S_FALSE), not the thread's.
+    // The query gave back only its own reference (S_FALSE), not the thread's.
     EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
     CoUninitialize();
     CoUninitialize();

@@ -224,7 +224,7 @@ TEST(RpcSocketLimits, WithNoDescriptorEvenToRefuseTheListenerRestsAndLaterServes
   ControlProcedures procedures(target);
   const std::string endpoint = unique_endpoint("limits-rest");
   auto runtime = platform::make_socket_rpc_runtime(clock);
-  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, endpoint, nullptr), 0u);
+  ASSERT_TRUE(runtime->open_endpoint(endpoint).ok());
   std::vector<int> filler;
   std::unique_ptr<RawConnection> waiting;
   {
@@ -240,8 +240,7 @@ TEST(RpcSocketLimits, WithNoDescriptorEvenToRefuseTheListenerRestsAndLaterServes
       ::close(filler.back());
       filler.pop_back();
     }
-    ASSERT_EQ(runtime->register_if({}, procedures, platform::kRpcIfAutolisten, 1234, 0, nullptr),
-              0u);
+    ASSERT_TRUE(runtime->serve_control(procedures).ok());
     // Room for a client only.
     ::close(filler.back());
     filler.pop_back();
@@ -267,7 +266,7 @@ TEST(RpcSocketLimits, WithNoDescriptorEvenToRefuseTheListenerRestsAndLaterServes
   }
   for (int fd : filler) ::close(fd);
   waiting.reset();
-  EXPECT_EQ(runtime->stop_server_listening(), 0u);
+  EXPECT_EQ(runtime->stop_listening(), 0u);
 }
 
 TEST(RpcSocketLimits, ClientsCannotTakeTheDescriptorsTheServiceNeeds) {
@@ -409,8 +408,8 @@ TEST(RpcSocketLimits, WithoutAThreadToStartACallIsRefusedAndTheServerLivesOn) {
   ControlProcedures procedures(target);
   const std::string endpoint = unique_endpoint("limits-threads");
   auto runtime = platform::make_socket_rpc_runtime(clock, limits);
-  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, endpoint, nullptr), 0u);
-  ASSERT_EQ(runtime->register_if({}, procedures, platform::kRpcIfAutolisten, 1234, 0, nullptr), 0u);
+  ASSERT_TRUE(runtime->open_endpoint(endpoint).ok());
+  ASSERT_TRUE(runtime->serve_control(procedures).ok());
   uint32_t error = 0;
   auto client = platform::connect_control_client(endpoint, 5000, error);
   ASSERT_TRUE(client) << error;
@@ -424,7 +423,7 @@ TEST(RpcSocketLimits, WithoutAThreadToStartACallIsRefusedAndTheServerLivesOn) {
   auto next = platform::connect_control_client(endpoint, 5000, error);
   ASSERT_TRUE(next);
   EXPECT_EQ(next->open_context(ctx), 0u);
-  EXPECT_EQ(runtime->stop_server_listening(), 0u);
+  EXPECT_EQ(runtime->stop_listening(), 0u);
 }
 
 TEST(RpcSocketLimits, WithoutAFirstThreadListeningFailsCleanly) {
@@ -436,10 +435,9 @@ TEST(RpcSocketLimits, WithoutAFirstThreadListeningFailsCleanly) {
   FakeTarget target;
   ControlProcedures procedures(target);
   auto runtime = platform::make_socket_rpc_runtime(clock, limits);
-  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, unique_endpoint("limits-nothread"), nullptr), 0u);
-  EXPECT_EQ(runtime->register_if({}, procedures, platform::kRpcIfAutolisten, 1234, 0, nullptr),
-            platform::kRpcOutOfResources);
-  EXPECT_EQ(runtime->listen(1, 1234, true), platform::kRpcOutOfResources);
+  ASSERT_TRUE(runtime->open_endpoint(unique_endpoint("limits-nothread")).ok());
+  EXPECT_EQ(runtime->serve_control(procedures).status, platform::kRpcOutOfResources);
+  EXPECT_EQ(runtime->listen().status, platform::kRpcOutOfResources);
 }
 
 TEST(RpcSocketLimits, AClientThatLeavesInTheMiddleOfACallHasItsContextsRunDown) {

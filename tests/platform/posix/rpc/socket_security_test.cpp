@@ -1,79 +1,55 @@
-// The security objects of the Linux runtime: built as on Windows, freed by their owner.
+// Who may call the Linux runtime: the abstract local socket admits every local process, the
+// companion app's among them, so admitting builds nothing and refuses no name. The steps'
+// failures name the call they stand for, as on Windows.
 // The local socket runtime is the Linux one.
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <string>
 
-#include "platform/posix/rpc_security.h"
 #include "platform/posix/socket_rpc_runtime.h"
 #include "rpc/test_server.h"
 
 namespace zaltor::rpc::test {
 namespace {
 
-size_t count_parts(const std::string& s) {
-  return static_cast<size_t>(std::count(s.begin(), s.end(), '-')) + 1;
-}
-
-TEST(RpcSecurity, PackageNameYieldsOneCapabilitySidAndOneGroupSid) {
-  platform::SidObject cap, group;
-  ASSERT_TRUE(
-      platform::posix_security::derive_capability_sids(kCompanionPackageFamily, cap, group));
-  const std::string c = platform::posix_security::to_string(cap);
-  const std::string g = platform::posix_security::to_string(group);
-  EXPECT_EQ(c.rfind("S-1-15-3-1024-", 0), 0u) << c;
-  EXPECT_EQ(count_parts(c), 3u + 2u + 8u);
-  EXPECT_EQ(g.rfind("S-1-5-32-", 0), 0u) << g;
-  EXPECT_EQ(count_parts(g), 3u + 1u + 8u);
-  // The hash words are the same in both.
-  EXPECT_EQ(c.substr(c.find("-1024-") + 6), g.substr(9));
-  // Names compare without regard to case; different names differ.
-  platform::SidObject lower, lower_group, other, other_group;
-  ASSERT_TRUE(platform::posix_security::derive_capability_sids("zaltor.antennaswitch_k3d9wq2v8xhna",
-                                                               lower, lower_group));
-  EXPECT_EQ(platform::posix_security::to_string(lower), c);
-  ASSERT_TRUE(
-      platform::posix_security::derive_capability_sids("Another.app_1", other, other_group));
-  EXPECT_NE(platform::posix_security::to_string(other), c);
-  EXPECT_FALSE(platform::posix_security::derive_capability_sids("", other, other_group));
-}
-
-TEST(RpcSecurity, RuntimeBuildsTheWorldSidAccessListAndDescriptor) {
+TEST(RpcSocketAccess, EveryLocalCallerIsAdmittedWhateverThePackageName) {
   TestClock clock;
   auto rt = platform::make_socket_rpc_runtime(clock);
-  std::vector<platform::Sid> groups, caps;
-  ASSERT_TRUE(rt->derive_capability_sids_from_name(kCompanionPackageFamily, groups, caps));
-  EXPECT_EQ(caps.size(), 1u);
-  EXPECT_EQ(groups.size(), 1u);
-  platform::Sid world = nullptr;
-  ASSERT_TRUE(rt->allocate_and_initialize_sid(platform::kSecurityWorldSidAuthority, {0}, world));
-  EXPECT_EQ(platform::posix_security::to_string(*world), "S-1-1-0");
-  std::vector<platform::ExplicitAccess> entries(1);
-  entries[0].trustee = world;
-  platform::Acl acl = nullptr;
-  EXPECT_EQ(rt->set_entries_in_acl(entries, acl), 0u);
-  platform::SecurityDescriptor sd;
-  EXPECT_FALSE(rt->set_security_descriptor_dacl(sd, true, acl, false));  // not initialised
-  EXPECT_EQ(rt->last_error(), 1338u);
-  EXPECT_FALSE(rt->initialize_security_descriptor(sd, 2));
-  ASSERT_TRUE(rt->initialize_security_descriptor(sd, 1));
-  EXPECT_TRUE(rt->set_security_descriptor_dacl(sd, true, acl, false));
-  EXPECT_EQ(rt->use_protseq_ep("ncalrpc", 10, unique_endpoint("sd"), &sd), 0u);
-  // Refused: an entry without a trustee.
-  std::vector<platform::ExplicitAccess> bad(1);
-  platform::Acl none = nullptr;
-  EXPECT_EQ(rt->set_entries_in_acl(bad, none), 87u);
-  EXPECT_EQ(none, nullptr);
-  rt->local_free_acl(acl);
-  rt->free_sid(world);
-  for (platform::Sid& s : caps) rt->local_free_sid(s);
-  rt->local_free_sid_array(caps);
-  for (platform::Sid& s : groups) rt->local_free_sid(s);
-  rt->local_free_sid_array(groups);
-  EXPECT_EQ(acl, nullptr);
-  EXPECT_EQ(world, nullptr);
-  EXPECT_TRUE(caps.empty());
+  EXPECT_TRUE(rt->admit_everyone_and(kCompanionPackageFamily).ok());
+  EXPECT_TRUE(rt->admit_everyone_and("").ok());
+  FakeTarget target;
+  ControlProcedures procedures(target);
+  const std::string endpoint = unique_endpoint("admit");
+  ASSERT_TRUE(rt->open_endpoint(endpoint).ok());
+  ASSERT_TRUE(rt->serve_control(procedures).ok());
+  uint32_t error = 0;
+  auto c = platform::connect_control_client(endpoint, 5000, error);
+  ASSERT_TRUE(c);
+  platform::ContextHandleWire ctx;
+  EXPECT_EQ(c->open_context(ctx), 0u);
+  EXPECT_EQ(c->close_context(ctx), 0u);
+  EXPECT_EQ(rt->stop_listening(), 0u);
+}
+
+TEST(RpcSocketAccess, FailedStepsNameTheCallTheyStandFor) {
+  TestClock clock;
+  auto rt = platform::make_socket_rpc_runtime(clock);
+  platform::RpcStep st = rt->open_endpoint("");
+  EXPECT_EQ(st.status, 1706u);  // RPC_S_INVALID_ENDPOINT_FORMAT
+  EXPECT_STREQ(st.failed_call, "RpcServerUseProtseqEpW");
+  st = rt->publish_control();
+  EXPECT_EQ(st.status, platform::kRpcNoBindings);
+  EXPECT_STREQ(st.failed_call, "RpcServerInqBindings");
+  st = rt->listen();
+  EXPECT_EQ(st.status, 1714u);  // RPC_S_NO_PROTSEQS_REGISTERED
+  EXPECT_STREQ(st.failed_call, "RpcServerListen");
+  const std::string endpoint = unique_endpoint("named");
+  ASSERT_TRUE(rt->open_endpoint(endpoint).ok());
+  auto other = platform::make_socket_rpc_runtime(clock);
+  st = other->open_endpoint(endpoint);
+  EXPECT_EQ(st.status, platform::kRpcDuplicateEndpoint);
+  EXPECT_STREQ(st.failed_call, "RpcServerUseProtseqEpW");
 }
 
 }  // namespace

@@ -257,14 +257,32 @@ TEST_F(RpcSocket, CallsOnOneConnectionMayOverlapAndAreMatchedByCallId) {
   for (bool s : seen) EXPECT_TRUE(s);
 }
 
-TEST(RpcSocketRuntime, OnlyTheLocalProtocolSequenceExists) {
+TEST(RpcSocketWire, RequestBodiesHaveTheSizesOfTheWireFormat) {
+  // Call id and procedure (8), the context (20) where one is named, then the longs.
+  const size_t control[] = {8, 28, 32, 36, 36, 40, 36};
+  for (uint32_t p = 0; p < 7; ++p) {
+    EXPECT_EQ(platform::wire::request_body_size(p), control[p]) << p;
+    platform::wire::Request r;
+    r.procedure = p;
+    EXPECT_EQ(platform::wire::encode_request(r).size(), 4 + control[p]) << p;
+  }
+  EXPECT_EQ(platform::wire::request_body_size(7), 0u);
+  EXPECT_EQ(platform::wire::request_body_size(0x10000), 12u);  // ReadLastDecision
+  EXPECT_EQ(platform::wire::request_body_size(0x10001), 16u);  // ReadHistory
+  EXPECT_EQ(platform::wire::request_body_size(0x10002), 12u);  // ReadHealth
+  EXPECT_EQ(platform::wire::request_body_size(0x10003), 0u);
+  for (uint32_t p = 0x10000; p < 0x10003; ++p) {
+    platform::wire::Request r;
+    r.procedure = p;
+    EXPECT_EQ(platform::wire::encode_request(r).size(), 4 + platform::wire::request_body_size(p));
+  }
+}
+
+TEST(RpcSocketRuntime, OnlyTheLocalEndpointExists) {
+  // The endpoint is always a local one: its name is the abstract socket's, whatever it reads.
   TestClock clock;
   auto rt = platform::make_socket_rpc_runtime(clock);
-  EXPECT_EQ(rt->use_protseq_ep("ncacn_ip_tcp", 10, "4711", nullptr),
-            platform::kRpcProtseqNotSupported);
-  EXPECT_EQ(rt->use_protseq_ep("ncacn_np", 10, "\\pipe\\x", nullptr),
-            platform::kRpcProtseqNotSupported);
-  EXPECT_EQ(rt->use_protseq_ep("ncalrpc", 10, unique_endpoint("local"), nullptr), 0u);
+  EXPECT_TRUE(rt->open_endpoint(unique_endpoint("local")).ok());
 }
 
 TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondSteps) {
@@ -303,7 +321,7 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   EXPECT_EQ(c->open_context(ctx), 0u);
   ASSERT_TRUE(wait_for_listening(*rt));
   withdraw(*rt);
-  rt->stop_server_listening();
+  rt->stop_listening();
   t.join();
   EXPECT_EQ(result.load(), 0u);
   EXPECT_EQ(clock.sleeps(), (std::vector<int64_t>{5000, 5000, 5000, 5000}));
@@ -313,19 +331,20 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   EXPECT_EQ(procedures.open_contexts(), 0);
 }
 
-TEST(RpcSocketRuntime, UnregisteredInterfaceIsRefusedAndWithdrawalFailuresAreHarmless) {
+TEST(RpcSocketRuntime, WithdrawnInterfaceIsRefusedAndAnEarlyWithdrawalIsHarmless) {
   TestClock clock;
   auto rt = platform::make_socket_rpc_runtime(clock);
-  // A stop before anything was registered.
-  EXPECT_EQ(rt->unregister_if(kControlInterface, false), platform::kRpcUnknownIf);
+  // A stop before anything was served.
   withdraw(*rt);
-  EXPECT_FALSE(holds_binding_vector());
+  EXPECT_FALSE(rt->published());
 
   TestServer server("unregistered");
+  EXPECT_TRUE(server.runtime->published());
   auto c = server.connect();
   ContextHandleWire ctx;
   ASSERT_EQ(c->open_context(ctx), 0u);
-  EXPECT_EQ(server.runtime->unregister_if(kControlInterface, false), 0u);
+  withdraw(*server.runtime);
+  EXPECT_FALSE(server.runtime->published());
   int32_t status = 0, value = 0;
   EXPECT_EQ(c->query_value(ctx, kGetReserved, status, value), platform::kRpcUnknownIf);
 }
@@ -334,16 +353,27 @@ TEST(RpcSocketRuntime, SecondListenAnswersAlreadyListening) {
   TestClock clock;
   FakeTarget target;
   ControlProcedures procedures(target);
-  auto rt = platform::make_socket_rpc_runtime(clock);
-  EXPECT_EQ(rt->listen(1, 1234, true), 1714u);  // no endpoint yet
-  ASSERT_EQ(rt->use_protseq_ep("ncalrpc", 10, unique_endpoint("listen"), nullptr), 0u);
-  ASSERT_EQ(rt->register_if(kControlInterface, procedures, kInterfaceFlags, 1234, 0, nullptr), 0u);
-  EXPECT_EQ(rt->register_if(kControlInterface, procedures, kInterfaceFlags, 1234, 0, nullptr),
-            platform::kRpcAlreadyRegistered);
-  EXPECT_EQ(rt->listen(1, 1234, true), 0u);
-  EXPECT_EQ(rt->listen(1, 1234, true), platform::kRpcAlreadyListening);
-  EXPECT_EQ(rt->stop_server_listening(), 0u);
-  EXPECT_EQ(rt->stop_server_listening(), platform::kRpcNotListening);
+  auto rt = std::make_unique<ProbedRuntime>(platform::make_socket_rpc_runtime(clock));
+  EXPECT_EQ(rt->listen().status, 1714u);  // no endpoint yet
+  rt->listening = false;
+  ASSERT_TRUE(rt->open_endpoint(unique_endpoint("listen")).ok());
+  ASSERT_TRUE(rt->serve_control(procedures).ok());
+  EXPECT_EQ(rt->serve_control(procedures).status, platform::kRpcAlreadyRegistered);
+  // Two listen at once: one blocks until the stop, the other answers at once that listening
+  // is in progress.
+  std::atomic<uint32_t> first{99}, second{99};
+  std::thread a([&] { first = rt->listen().status; });
+  std::thread b([&] { second = rt->listen().status; });
+  for (int i = 0; i < 5000 && first.load() == 99 && second.load() == 99; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  const uint32_t early = first.load() != 99 ? first.load() : second.load();
+  EXPECT_EQ(early, platform::kRpcAlreadyListening);
+  EXPECT_EQ(rt->stop_listening(), 0u);
+  a.join();
+  b.join();
+  EXPECT_EQ(first.load() + second.load(), platform::kRpcAlreadyListening);  // and the other 0
+  EXPECT_EQ(rt->stop_listening(), platform::kRpcNotListening);
 }
 
 TEST(RpcSocketRuntime, ClientReportsAnAbsentServerAsUnavailable) {

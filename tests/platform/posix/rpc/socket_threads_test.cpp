@@ -142,9 +142,11 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   Gate gate;
   GatedDispatch dispatch(gate);
   const std::string endpoint = unique_endpoint("threads-limit");
-  auto runtime = platform::make_socket_rpc_runtime(clock);
-  ASSERT_EQ(runtime->use_protseq_ep("ncalrpc", 0, endpoint, nullptr), 0u);
-  ASSERT_EQ(runtime->register_if({}, dispatch, platform::kRpcIfAutolisten, 2, 0, nullptr), 0u);
+  platform::SocketRuntimeLimits limits;
+  limits.max_calls = 2;
+  auto runtime = platform::make_socket_rpc_runtime(clock, limits);
+  ASSERT_TRUE(runtime->open_endpoint(endpoint).ok());
+  ASSERT_TRUE(runtime->serve_control(dispatch).ok());
   constexpr int kClients = 4;
   std::vector<std::unique_ptr<platform::ControlClient>> clients;
   std::vector<ContextHandleWire> contexts(kClients);
@@ -174,7 +176,7 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   for (auto& t : callers) t.join();
   EXPECT_EQ(answered.load(), kClients);
   EXPECT_EQ(gate.most(), 2);
-  EXPECT_EQ(runtime->stop_server_listening(), 0u);
+  EXPECT_EQ(runtime->stop_listening(), 0u);
 }
 
 }  // namespace

@@ -8,11 +8,13 @@
 #include <sddl.h>
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "platform/win32/capability_sids.h"
+#include "platform/win32/endpoint_security.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
 #include "platform/win32/win32_rpc_runtime.h"
@@ -201,35 +203,74 @@ TEST(CapabilitySids, TheSystemFunctionIsFoundByNameAtRunTime) {
     EXPECT_EQ(a.capabilities, b.capabilities);
     EXPECT_EQ(a.groups, b.groups);
   }
-  // The production runtime derives the same SIDs whichever way it found.
-  TestClock clock;
-  auto rt = platform::make_win32_rpc_runtime(clock);
-  std::vector<platform::Sid> groups, caps;
-  ASSERT_TRUE(rt->derive_capability_sids_from_name(kCompanionPackageFamily, groups, caps));
-  ASSERT_EQ(caps.size(), 1u);
-  ASSERT_EQ(groups.size(), 1u);
-  EXPECT_EQ(sid_text(caps[0]), "S-1-15-3-1024" + hash_words(kCompanionPackageFamily));
-  EXPECT_EQ(sid_text(groups[0]), "S-1-5-32" + hash_words(kCompanionPackageFamily));
-  rt->local_free_sid(caps[0]);
-  rt->local_free_sid(groups[0]);
-  EXPECT_EQ(caps[0], nullptr);
-  rt->local_free_sid_array(caps);
-  rt->local_free_sid_array(groups);
-  EXPECT_TRUE(caps.empty());
+  // The production runtime uses the system's function where there is one, else the
+  // derivation, and so derives the same SIDs whichever way it found.
+  const w::DeriveCapabilitySidsFn chosen = w::choose_derive_capability_sids();
+  ASSERT_NE(chosen, nullptr);
+  if (w::find_derive_capability_sids() == nullptr) {
+    EXPECT_EQ(chosen, &w::derive_capability_sids_by_hash);
+  }
+  const Derived d = derive_with(chosen, kCompanionPackageFamily);
+  ASSERT_TRUE(d.ok);
+  EXPECT_EQ(d.capabilities,
+            std::vector<std::string>{"S-1-15-3-1024" + hash_words(kCompanionPackageFamily)});
+  EXPECT_EQ(d.groups, std::vector<std::string>{"S-1-5-32" + hash_words(kCompanionPackageFamily)});
+}
+
+// The descriptor of the endpoint and both interfaces: an access list present and not
+// defaulted, allowing generic all access to everyone and then to the package's capability SID.
+TEST(EndpointSecurity, AccessListAdmitsEveryoneAndThenTheCompanionPackage) {
+  w::EndpointSecurity security;
+  EXPECT_EQ(security.descriptor(), nullptr);
+  const platform::RpcStep st =
+      security.build(kCompanionPackageFamily, w::choose_derive_capability_sids());
+  ASSERT_TRUE(st.ok()) << st.status << " " << st.failed_call;
+  PSECURITY_DESCRIPTOR sd = security.descriptor();
+  ASSERT_NE(sd, nullptr);
+  EXPECT_TRUE(IsValidSecurityDescriptor(sd));
+  BOOL present = FALSE, defaulted = TRUE;
+  PACL acl = nullptr;
+  ASSERT_TRUE(GetSecurityDescriptorDacl(sd, &present, &acl, &defaulted));
+  EXPECT_TRUE(present);
+  EXPECT_FALSE(defaulted);
+  ASSERT_NE(acl, nullptr);
+  ACL_SIZE_INFORMATION info{};
+  ASSERT_TRUE(GetAclInformation(acl, &info, sizeof info, AclSizeInformation));
+  ASSERT_EQ(info.AceCount, 2u);
+  const std::string expected[2] = {"S-1-1-0",
+                                   "S-1-15-3-1024" + hash_words(kCompanionPackageFamily)};
+  for (DWORD i = 0; i < 2; ++i) {
+    void* ace = nullptr;
+    ASSERT_TRUE(GetAce(acl, i, &ace));
+    auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
+    EXPECT_EQ(allowed->Header.AceType, ACCESS_ALLOWED_ACE_TYPE) << i;
+    EXPECT_EQ(allowed->Header.AceFlags, 0) << i;  // no inheritance
+    EXPECT_EQ(allowed->Mask, static_cast<ACCESS_MASK>(GENERIC_ALL)) << i;
+    EXPECT_EQ(sid_text(&allowed->SidStart), expected[i]) << i;
+  }
 }
 
 // A stand-in for the system's function: counts its calls and answers as scripted.
 std::atomic<int> g_injected_calls{0};
 std::atomic<int> g_injected_capabilities{1};
+std::atomic<DWORD> g_injected_error{0};  // not 0: fail with this error
 BOOL WINAPI injected_derive(LPCWSTR name, PSID** groups, DWORD* gc, PSID** caps, DWORD* cc) {
   ++g_injected_calls;
+  if (g_injected_error.load() != 0) {
+    SetLastError(g_injected_error.load());
+    return FALSE;
+  }
   PSID* g = nullptr;
   PSID* c = nullptr;
   DWORD n = 0, m = 0;
   if (!w::derive_capability_sids_by_hash(name, &g, &n, &c, &m)) return FALSE;
   const int count = g_injected_capabilities.load();
-  auto* many = static_cast<PSID*>(LocalAlloc(LPTR, sizeof(PSID) * static_cast<size_t>(count)));
-  many[0] = c[0];
+  auto* many = static_cast<PSID*>(LocalAlloc(LPTR, sizeof(PSID) * static_cast<size_t>(count + 1)));
+  if (count > 0) {
+    many[0] = c[0];
+  } else {
+    LocalFree(c[0]);
+  }
   for (int i = 1; i < count; ++i) {
     PSID* g2 = nullptr;
     PSID* c2 = nullptr;
@@ -253,13 +294,8 @@ TEST(CapabilitySids, AnInjectedSystemFunctionIsTheOneUsed) {
   g_injected_capabilities = 1;
   TestClock clock;
   auto rt = w::make_win32_rpc_runtime(clock, &injected_derive);
-  std::vector<platform::Sid> groups, caps;
-  ASSERT_TRUE(rt->derive_capability_sids_from_name(kCompanionPackageFamily, groups, caps));
+  EXPECT_TRUE(rt->admit_everyone_and(kCompanionPackageFamily).ok());
   EXPECT_EQ(g_injected_calls.load(), 1);
-  for (auto& s : caps) rt->local_free_sid(s);
-  for (auto& s : groups) rt->local_free_sid(s);
-  rt->local_free_sid_array(caps);
-  rt->local_free_sid_array(groups);
 }
 
 TEST(CapabilitySids, PackageNameWithTwoCapabilitySidsFailsWith87BeforeAnyEndpointOpens) {
@@ -283,12 +319,32 @@ TEST(CapabilitySids, PackageNameWithTwoCapabilitySidsFailsWith87BeforeAnyEndpoin
   g_injected_capabilities = 1;
 }
 
+TEST(CapabilitySids, NoCapabilitySidFailsWith87) {
+  g_injected_capabilities = 0;
+  w::EndpointSecurity security;
+  const platform::RpcStep st = security.build(kCompanionPackageFamily, &injected_derive);
+  EXPECT_EQ(st.status, 87u);
+  EXPECT_STREQ(st.failed_call, "DeriveCapabilitySidsFromName");
+  EXPECT_EQ(security.descriptor(), nullptr);
+  g_injected_capabilities = 1;
+}
+
+TEST(CapabilitySids, DeriveFailureAnswersItsError) {
+  g_injected_error = 1332;  // ERROR_NONE_MAPPED
+  TestClock clock;
+  auto rt = w::make_win32_rpc_runtime(clock, &injected_derive);
+  const platform::RpcStep st = rt->admit_everyone_and(kCompanionPackageFamily);
+  EXPECT_EQ(st.status, 1332u);
+  EXPECT_STREQ(st.failed_call, "DeriveCapabilitySidsFromName");
+  g_injected_error = 0;
+}
+
 TEST(CapabilitySids, MissingSystemFunctionAndNoFallbackFailsWithItsError) {
   TestClock clock;
   auto rt = w::make_win32_rpc_runtime(clock, nullptr);
-  std::vector<platform::Sid> groups, caps;
-  EXPECT_FALSE(rt->derive_capability_sids_from_name(kCompanionPackageFamily, groups, caps));
-  EXPECT_EQ(rt->last_error(), static_cast<uint32_t>(ERROR_PROC_NOT_FOUND));
+  const platform::RpcStep st = rt->admit_everyone_and(kCompanionPackageFamily);
+  EXPECT_EQ(st.status, static_cast<uint32_t>(ERROR_PROC_NOT_FOUND));
+  EXPECT_STREQ(st.failed_call, "DeriveCapabilitySidsFromName");
 }
 
 }  // namespace

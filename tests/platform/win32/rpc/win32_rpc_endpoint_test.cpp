@@ -1,5 +1,5 @@
-// The endpoint set-up of src/rpc/control_endpoint.* on the Windows RPC runtime: the security
-// objects, the endpoint, the registration, the endpoint map, listening and the withdrawal.
+// The endpoint set-up of src/rpc/control_endpoint.* on the Windows RPC runtime: admission,
+// the endpoint, the registration, the endpoint map, listening and the withdrawal.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ TEST(Win32RpcEndpoint, SetUpServesCallsAndWithdrawalEndsListening) {
   EXPECT_EQ(server.log.lines(),
             (std::vector<std::string>{"4:Initializing RPC endpoints.\n", "4:RPC Endpoints ok.\n"}));
   EXPECT_TRUE(server.clock.sleeps().empty());  // the endpoint opened at the first attempt
-  EXPECT_TRUE(holds_binding_vector());
+  EXPECT_TRUE(server.runtime->published());
   auto c = server.connect();
   platform::ContextHandleWire ctx;
   ASSERT_EQ(c->open_context(ctx), 0u);
@@ -23,7 +23,7 @@ TEST(Win32RpcEndpoint, SetUpServesCallsAndWithdrawalEndsListening) {
   EXPECT_EQ(c->close_context(ctx), 0u);
   server.stop();
   EXPECT_EQ(server.result.load(), 0u);  // listening ended normally
-  EXPECT_FALSE(holds_binding_vector());
+  EXPECT_FALSE(server.runtime->published());
   // Withdrawn: the interface is no longer there.
   ASSERT_NE(c->open_context(ctx), 0u);
 }
@@ -36,8 +36,12 @@ TEST(Win32RpcEndpoint, SecondSetUpOnTheSameEndpointName) {
   TestClock clock;
   auto second = platform::win32::make_win32_rpc_runtime(
       clock, &platform::win32::derive_capability_sids_by_hash);
-  const uint32_t again = second->use_protseq_ep("ncalrpc", 10, server.endpoint, nullptr);
-  EXPECT_TRUE(again == 0u || again == platform::kRpcDuplicateEndpoint) << again;
+  const platform::RpcStep again = second->open_endpoint(server.endpoint);
+  EXPECT_TRUE(again.status == 0u || again.status == platform::kRpcDuplicateEndpoint)
+      << again.status;
+  if (!again.ok()) {
+    EXPECT_STREQ(again.failed_call, "RpcServerUseProtseqEpW");
+  }
   // Either way the first server keeps serving on it.
   auto c = server.connect();
   platform::ContextHandleWire ctx;
