@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "engine/worker_threads.h"
 
 namespace zaltor::engine::autotest {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "engine/measure_mode.h"
 #include "engine/sample_buffers.h"
 

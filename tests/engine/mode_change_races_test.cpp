@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 
 namespace zaltor::engine::autotest {
 namespace {

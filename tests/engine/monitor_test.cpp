@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 #include "engine/system_events.h"
 #include "engine/worker_threads.h"
 
@@ -78,10 +78,10 @@ TEST(MonitorRssi, WorseLinkTriggersAgainSinceTheBaseStays) {
   nb.SleepUntil(kRound1 + 1500);
   const std::string trigger =
       "[Monitor] RSSI become worse: -50 -> -70, going to determine next mode.\n";
-  EXPECT_EQ(nb.FirstAt(trigger), kRound1);
+  EXPECT_EQ(nb.TimeOf(trigger), kRound1);
   // Without an auto loop to take it, the monitor consumes its own request at its next
   // one-second step, ends the sleep and compares again against the unchanged base.
-  EXPECT_EQ(nb.FirstAt(trigger, kRound1 + 1), kRound1 + 1000);
+  EXPECT_EQ(nb.TimeOf(trigger, kRound1 + 1), kRound1 + 1000);
   EXPECT_EQ(nb.LogCount(trigger), 2u);
 }
 

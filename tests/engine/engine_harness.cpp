@@ -1,13 +1,16 @@
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
+
+#include <nlohmann/json.hpp>
 
 #include "engine/system_events.h"
 #include "platform/crypto.h"
@@ -218,103 +221,174 @@ class NoRegistry final : public platform::Registry {
   }
 };
 
-}  // namespace
-
-int32_t CapturedLog::WriteLogEntry(std::string_view line, uint8_t level) {
-  const int64_t at = clock_.now_ms();
-  std::lock_guard<std::mutex> g(m_);
-  entries_.push_back({at, level, std::string(line)});
-  return 0;
-}
-
-std::vector<LogEntry> CapturedLog::entries() {
-  std::lock_guard<std::mutex> g(m_);
-  return entries_;
-}
-
-void CapturedConsole::write(std::string_view text) {
-  std::lock_guard<std::mutex> g(m_);
-  text_.append(text);
-}
-
-std::string CapturedConsole::text() {
-  std::lock_guard<std::mutex> g(m_);
-  return text_;
-}
-
-EngineOnNotebook::EngineOnNotebook(const std::string& scenarioPatch, const std::string& config) {
-  nlohmann::json doc = nlohmann::json::parse(kTestScenario);
-  if (!scenarioPatch.empty()) doc.merge_patch(nlohmann::json::parse(scenarioPatch));
-  std::string error;
-  notebook_ = platform::sim::make_sim_notebook_from_text(doc.dump(), error);
-  if (!notebook_) {
-    ADD_FAILURE() << error;
-    std::abort();
+class ScriptedQuery final : public platform::CounterQuery {
+ public:
+  ScriptedQuery(std::unique_ptr<platform::CounterQuery> inner, ScriptedCounters& owner)
+      : inner_(std::move(inner)), owner_(owner) {}
+  uint32_t add_counter(const std::string& path, platform::CounterId& counter) override {
+    const uint32_t e = inner_->add_counter(path, counter);
+    if (e == 0 && path.find("Current Bandwidth") != std::string::npos) linkSpeed_ = counter;
+    return e;
   }
-  // Hardware that answers at once: the tests count the engine's own waits to the millisecond.
-  notebook_->set_hardware_call_ms(0);
-  attached_ = std::make_unique<platform::ClockAttachment>(notebook_->clock());
-  log_ = std::make_unique<CapturedLog>(notebook_->clock());
+  uint32_t collect() override {
+    const int n = ++owner_.collections;
+    if (owner_.onCollect) owner_.onCollect(n);
+    return inner_->collect();
+  }
+  uint32_t formatted_large(platform::CounterId counter, int64_t& value) override {
+    const uint32_t e = inner_->formatted_large(counter, value);
+    if (e == 0 && counter == linkSpeed_ && owner_.fixedRateBps.load() >= 0) {
+      value = owner_.fixedRateBps.load();
+    }
+    if (e == 0 && counter == linkSpeed_ && owner_.zeroRate.load()) value = 0;
+    return e;
+  }
 
-  platform_.clock = &notebook_->clock();
-  platform_.console = &console_;
-  platform_.control_device = &notebook_->control_device();
-  platform_.board = &notebook_->board();
-  platform_.devices = &notebook_->devices();
-  platform_.wlan = &notebook_->wlan();
-  platform_.counters = &notebook_->counters();
-  platform_.system_events = &notebook_->system_events();
+ private:
+  std::unique_ptr<platform::CounterQuery> inner_;
+  ScriptedCounters& owner_;
+  platform::CounterId linkSpeed_ = 0;
+};
+
+class ScriptedDeviceHandle final : public platform::ControlDeviceHandle {
+ public:
+  ScriptedDeviceHandle(std::unique_ptr<platform::ControlDeviceHandle> inner, ScriptedDevice& owner)
+      : inner_(std::move(inner)), owner_(owner) {}
+  bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
+                  uint32_t out_capacity, uint32_t& returned) override {
+    // The value this thread wrote last and has not yet read back.
+    thread_local bool checkPending = false;
+    thread_local uint32_t written = 0;
+    const bool write = in_len >= 16 && std::memcmp(in, "DEVS", 4) == 0;
+    if (write) {
+      ++owner_.writes;
+      if (owner_.beforeWrite) owner_.beforeWrite();
+    }
+    const bool ok = inner_->io_control(code, in, in_len, out, out_capacity, returned);
+    if (write) {
+      checkPending = ok;
+      written = ReadU32(in + 12);
+    } else if (checkPending && in_len >= 4 && std::memcmp(in, "DSTS", 4) == 0) {
+      checkPending = false;
+      if (ok && returned >= 4 && ReadU32(out) != written) ++owner_.verifyMismatches;
+    }
+    return ok;
+  }
+
+ private:
+  static uint32_t ReadU32(const uint8_t* p) {
+    return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
+  }
+  std::unique_ptr<platform::ControlDeviceHandle> inner_;
+  ScriptedDevice& owner_;
+};
+
+size_t Occurrences(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+constexpr const char* kPassMarker = "Using Config Set: ";
+
+// The story notebook's seams: the configuration from memory, no files, no registry key.
+void UseStorySeams(platform::Platform& p, const std::string& config,
+                   std::vector<std::shared_ptr<void>>& owned) {
   auto files = std::make_shared<ConfigOnlyFiles>();
   auto profiles = std::make_shared<MemoryProfile>(config);
   auto registry = std::make_shared<NoRegistry>();
-  platform_.files = files.get();
-  platform_.profiles = profiles.get();
-  platform_.registry = registry.get();
-  owned_ = {files, profiles, registry};
-  notebook_->start();
-  worker_ = std::make_unique<AntennaSwitchWorkerObj>(platform_);
+  p.files = files.get();
+  p.profiles = profiles.get();
+  p.registry = registry.get();
+  p.crypto = nullptr;
+  owned = {files, profiles, registry};
 }
 
-EngineOnNotebook::~EngineOnNotebook() {
-  worker_->StopAndJoinAutoThreads();
+}  // namespace
+
+std::unique_ptr<platform::ControlDeviceHandle> ScriptedDevice::open(const std::string& path,
+                                                                    uint32_t& error) {
+  auto inner = inner_.open(path, error);
+  if (!inner) return nullptr;
+  return std::make_unique<ScriptedDeviceHandle>(std::move(inner), *this);
+}
+
+std::unique_ptr<platform::CounterQuery> ScriptedCounters::open_query(uint32_t& error) {
+  auto inner = inner_.open_query(error);
+  if (!inner) return nullptr;
+  return std::make_unique<ScriptedQuery>(std::move(inner), *this);
+}
+
+EngineHarness::EngineHarness(HarnessOptions options) : story_(options.story) {
+  rig::RigOptions r;
+  if (story_) {
+    r.baseScenario = kTestScenario;
+    r.scenarioPatch = options.scenarioPatch;
+    r.startNotebook = true;
+  } else {
+    r.scenarioPatch = options.scenarioPatch;
+    r.config = ConfIni(options.keys, options.extraSections, options.gpio);
+    r.startNotebook = options.startNotebook;
+  }
+  r.consoleMode = options.consoleMode;
+  r.keepLog = options.keepLog;
+  r.hardwareCallMs = options.hardwareCallMs;
+  r.prepare = [this, &options](platform::Platform& p, platform::sim::SimNotebook& nb) {
+    scripted_ = std::make_unique<ScriptedCounters>(nb.counters());
+    device_ = std::make_unique<ScriptedDevice>(nb.control_device());
+    if (options.scriptedCounters) p.counters = scripted_.get();
+    if (options.scriptedDevice) p.control_device = device_.get();
+    if (story_) UseStorySeams(p, options.storyConfig, owned_);
+  };
+  try {
+    rig_ = std::make_unique<rig::NotebookRig>(std::move(r));
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << e.what();
+    std::abort();
+  }
+}
+
+EngineHarness::~EngineHarness() {
+  worker().StopAndJoinAutoThreads();
   CloseEventWindow();
-  // Let a WLAN notification that is being handled (with its Bluetooth settle) finish.
-  Sleep(5000);
-  ForgetRememberedWorker();
-  worker_->Teardown();
-  worker_.reset();
-  attached_.reset();
-  notebook_.reset();
+  rig_.reset();
 }
 
-int32_t EngineOnNotebook::Init() {
-  log::LogContext context;
-  context.lines = &lines_;
-  context.writer = log_.get();
-  const int32_t result = worker_->Init(context, "test.ini");
-  Sleep(10);  // the event window thread starts and takes its first messages
+int32_t EngineHarness::Init() {
+  if (story_) {
+    const int32_t result = rig_->Init("test.ini");
+    RunFor(10);  // the event window thread starts and takes its first messages
+    return result;
+  }
+  const int32_t result = rig_->Init();
+  rig_->TakeStartRequest();
   return result;
 }
 
-void EngineOnNotebook::SleepUntil(int64_t ms) {
+void EngineHarness::SleepUntil(int64_t ms) {
   const int64_t now = Now();
-  if (ms > now) Sleep(ms - now);
+  if (ms > now) RunFor(ms - now);
 }
 
-void EngineOnNotebook::Patch(const std::string& json) {
+std::unique_ptr<platform::Thread> EngineHarness::After(int64_t ms, std::function<void()> action) {
+  return clock().start_thread("test action", [this, ms, action = std::move(action)] {
+    clock().sleep_ms(ms);
+    action();
+  });
+}
+
+void EngineHarness::Patch(const std::string& json) {
   std::string error;
-  EXPECT_TRUE(notebook_->apply_patch(nlohmann::json::parse(json), error)) << error;
+  EXPECT_TRUE(notebook().apply_patch(nlohmann::json::parse(json), error)) << error;
 }
 
-std::string EngineOnNotebook::LogText() {
-  std::string all;
-  for (const auto& e : Log()) all += e.line;
-  return all;
+void EngineHarness::CloseEventWindow() {
+  EXPECT_TRUE(rig_->CloseEventWindow()) << "the event window thread did not end";
 }
 
-size_t EngineOnNotebook::LogCount(const std::string& text) {
+size_t EngineHarness::LogCount(const std::string& text) const {
   size_t n = 0;
-  for (const auto& e : Log()) {
+  for (const auto& e : Entries()) {
     for (size_t at = e.line.find(text); at != std::string::npos;
          at = e.line.find(text, at + text.size())) {
       ++n;
@@ -323,32 +397,49 @@ size_t EngineOnNotebook::LogCount(const std::string& text) {
   return n;
 }
 
-int64_t EngineOnNotebook::FirstAt(const std::string& text, int64_t from_ms) {
-  for (const auto& e : Log()) {
-    if (e.at_ms >= from_ms && e.line.find(text) != std::string::npos) return e.at_ms;
+std::string EngineHarness::LevelledText() const {
+  std::string all;
+  for (const auto& e : Entries()) all += std::to_string(e.level) + ": " + e.line;
+  return all;
+}
+
+int EngineHarness::Count(uint8_t level, const std::string& text) const {
+  int n = 0;
+  for (const auto& e : Entries()) {
+    const bool ends = e.line.size() >= text.size() &&
+                      e.line.compare(e.line.size() - text.size(), text.size(), text) == 0;
+    n += (e.level == level && ends) ? 1 : 0;
+  }
+  return n;
+}
+
+std::vector<int> EngineHarness::Sleeps() const {
+  std::vector<int> out;
+  static const std::regex kSleep("Sleep: (-?[0-9]+)\n");
+  const std::string text = Text();
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), kSleep);
+       it != std::sregex_iterator(); ++it) {
+    out.push_back(std::stoi((*it)[1].str()));
+  }
+  return out;
+}
+
+int64_t EngineHarness::TimeOf(const std::string& text, int64_t fromMs) const {
+  for (const auto& e : Entries()) {
+    if (e.atMs >= fromMs && e.line.find(text) != std::string::npos) return e.atMs;
   }
   return -1;
 }
 
-namespace {
-size_t Occurrences(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
-}  // namespace
-
-constexpr const char* kPassMarker = "Using Config Set: ";
-
-size_t EngineOnNotebook::Passes() {
-  return Occurrences(LogText() + Pending(), kPassMarker);
+size_t EngineHarness::Passes() const {
+  return Occurrences(Text() + Pending(), kPassMarker);
 }
 
-EngineOnNotebook::Pass EngineOnNotebook::WaitForPass(size_t passes, int64_t limitMs) {
+EngineHarness::Pass EngineHarness::WaitForPass(size_t passes, int64_t limitMs) {
   const std::string marker = kPassMarker;
   const int64_t end = Now() + limitMs;
   for (;;) {
-    const std::string text = LogText() + Pending();
+    const std::string text = Text() + Pending();
     if (Occurrences(text, marker) > passes) {
       size_t at = text.find(marker);
       for (size_t i = 0; i < passes; ++i) at = text.find(marker, at + 1);
@@ -358,24 +449,31 @@ EngineOnNotebook::Pass EngineOnNotebook::WaitForPass(size_t passes, int64_t limi
       return p;
     }
     if (Now() >= end) return {};
-    Sleep(100);
+    RunFor(100);
   }
 }
 
-int64_t EngineOnNotebook::WaitForLog(const std::string& text, int64_t limitMs, size_t skip) {
+int64_t EngineHarness::WaitForLog(const std::string& text, int64_t limitMs, size_t skip) {
   const int64_t end = Now() + limitMs;
-  while (Occurrences(LogText() + Pending(), text) <= skip) {
+  while (Occurrences(Text() + Pending(), text) <= skip) {
     if (Now() >= end) return -1;
-    Sleep(100);
+    RunFor(100);
   }
   return Now();
 }
 
-void EngineOnNotebook::CloseEventWindow() {
-  notebook_->close_windows();
-  for (int i = 0; i < 1000 && EventWindowThreadsRunning() > 0; ++i) Sleep(10);
-  EXPECT_EQ(EventWindowThreadsRunning(), 0) << "the event window thread did not end";
+namespace {
+HarnessOptions StoryOptions(const std::string& scenarioPatch, const std::string& config) {
+  HarnessOptions o;
+  o.story = true;
+  o.scenarioPatch = scenarioPatch;
+  o.storyConfig = config;
+  return o;
 }
+}  // namespace
+
+EngineOnNotebook::EngineOnNotebook(const std::string& scenarioPatch, const std::string& config)
+    : EngineHarness(StoryOptions(scenarioPatch, config)) {}
 
 std::string AllAntennas(int dbm) {
   return Antennas(dbm, dbm);
