@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "engine/port_health.h"
 #include "engine/engine_harness.h"
+#include "engine/port_health.h"
 
 namespace zaltor::engine {
 namespace {
