@@ -70,12 +70,9 @@ class Monitor {
       }
       if (w_.initialised()) {
         uint32_t st = 0;
-        if (w_.state.wlan == nullptr ||
-            w_.state.wlan->query_connection_state(w_.state.wlan_interface, st) != 0) {
-          st = 0;
-        }
+        if (!w_.shared.QueryConnectionState(st)) st = 0;
         interfaceState_ = st;
-        autoState_ = w_.autoState.load(std::memory_order_relaxed);
+        autoState_ = w_.shared.auto_state();
       }
       if (autoState_ == kAutoIdle && interfaceState_ == platform::kWlanConnected) Compare();
       if (!Sleep()) return;

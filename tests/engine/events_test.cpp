@@ -40,7 +40,7 @@ TEST(EventsLid, ClosingSelectsTheLidSetWhateverTheBandOpeningReturnsToTheBand) {
   nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("GUID_LIDSWITCH_STATE_CHANGE\n"), std::string::npos);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
-  EXPECT_FALSE(nb.worker().state.lid_open.load());
+  EXPECT_FALSE(nb.worker().shared.lid_open());
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "pending until the request is consumed";
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
@@ -85,7 +85,7 @@ TEST(EventsLid, OpeningOnA24GHzLinkWithBluetoothReturnsToTheCoexistenceSet) {
   Settle(nb);
   nb.Patch(kLeDeviceArrives);  // counts the headset and the mouse
   nb.RunFor(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 2);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 2);
   nb.Patch(R"({"lid": {"open": false}})");
   nb.RunFor(100);
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
@@ -98,15 +98,15 @@ TEST(EventsLid, OpeningOnA24GHzLinkWithBluetoothReturnsToTheCoexistenceSet) {
 TEST(EventsDevice, DeviceChangeRescansBluetoothAfterTheSettle) {
   EngineOnNotebook nb(Interface(true, 6));
   Settle(nb);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 0) << "not scanned before a change";
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "not scanned before a change";
   const int64_t at = nb.Now();
   nb.Patch(kLeDeviceArrives);
   nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("WM_DEVICECHANGE\n"), std::string::npos);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 0) << "still settling";
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "still settling";
   nb.RunFor(3000);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 2);
-  EXPECT_FALSE(nb.worker().state.device_change_pending.load());
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 2);
+  EXPECT_FALSE(nb.worker().shared.device_change_pending());
   EXPECT_EQ(nb.TimeOf("CONFIG changed! 0 -> 2\n"), at + 2000)
       << "the selection waits 2000 ms before it counts";
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
@@ -135,7 +135,7 @@ TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceS
       {"hardwareId": "BTHENUM\\Dev_00aa00bb00cc", "description": "Speaker",
        "friendlyName": "Speaker", "connected": false}]}})");
   nb.RunFor(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 1);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 1);
   nb.worker().ConsumeReevaluation();
   ASSERT_EQ(nb.worker().activeConfigSet(), 1u);
   nb.Patch(Interface(true, 6));
@@ -148,7 +148,7 @@ TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceS
 TEST(EventsWlan, DisconnectionAsksForADecisionWithoutRecomputing) {
   EngineOnNotebook nb;
   Settle(nb);
-  nb.worker().state.active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
   const size_t before = nb.LogCount("CONFIG changed!");
   nb.Patch(Interface(false, 36));
   nb.RunFor(100);
@@ -218,12 +218,12 @@ TEST(EventsPower, ChangedValueAsksForADecisionWithoutRecomputingTheSet) {
   EngineOnNotebook nb(R"({"lid": {"notifications": true}})");
   Settle(nb);
   ForgetRememberedWorker();
-  nb.worker().state.active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
   const size_t before = nb.LogCount("CONFIG changed!");
   nb.Patch(R"({"power": {"source": 1}})");
   nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("Power state changed! (0 -> 1)\n"));
-  EXPECT_EQ(nb.worker().powerSource.load(), 1u);
+  EXPECT_EQ(nb.worker().shared.power_source(), 1u);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
@@ -239,7 +239,7 @@ TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) 
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   EXPECT_TRUE(nb.worker().ConsumeReevaluation());
 
-  nb.worker().state.lid_open.store(false);
+  nb.worker().shared.set_lid_open(false);
   RequestReevaluation(&nb.worker(), true, Trigger::kDevice);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
   EXPECT_TRUE(nb.worker().reevaluation.configChangePending());
@@ -308,7 +308,7 @@ TEST(EventsWindow, ClassAndTitleRegistrationsLoopAndUnregistering) {
   EXPECT_EQ(events.script.registered,
             (std::vector<platform::PowerSetting>{platform::PowerSetting::kLidSwitch,
                                                  platform::PowerSetting::kAcDcPowerSource}));
-  EXPECT_TRUE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_TRUE(nb.worker().shared.lid_notification_registered());
   EXPECT_TRUE(events.script.looped);
   EXPECT_TRUE(events.script.unregistered);
 }
@@ -332,7 +332,7 @@ TEST(EventsWindow, LidRegistrationFailureEndsTheThread) {
   ASSERT_EQ(nb.Init(), 0);
   EXPECT_TRUE(
       nb.LogContains("RegisterPowerSettingNotification for GUID_LIDSWITCH_STATE_CHANGE failed!\n"));
-  EXPECT_FALSE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_FALSE(nb.worker().shared.lid_notification_registered());
   EXPECT_EQ(events.script.registered.size(), 1u) << "the power source is not registered";
   EXPECT_FALSE(events.script.looped);
 }
@@ -345,7 +345,7 @@ TEST(EventsWindow, PowerRegistrationFailureIsLoggedAndTheLoopRuns) {
   ASSERT_EQ(nb.Init(), 0);
   EXPECT_TRUE(
       nb.LogContains("RegisterPowerSettingNotification for GUID_ACDC_POWER_SOURCE failed!\n"));
-  EXPECT_TRUE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_TRUE(nb.worker().shared.lid_notification_registered());
   EXPECT_TRUE(events.script.looped);
   EXPECT_TRUE(events.script.unregistered);
 }
@@ -357,7 +357,7 @@ TEST(EventsWindow, ProcedureHandlesItsMessagesAndLeavesOthersToTheDefault) {
   platform::WindowMessage m;
   m.kind = platform::WindowMessage::kDeviceChange;
   EXPECT_TRUE(proc.on_message(m));
-  EXPECT_FALSE(nb.worker().state.device_change_pending.load())
+  EXPECT_FALSE(nb.worker().shared.device_change_pending())
       << "messages before the creation message have no worker";
   m.kind = platform::WindowMessage::kCreate;
   EXPECT_TRUE(proc.on_message(m));

@@ -22,7 +22,7 @@ class MonitorRun {
   explicit MonitorRun(EngineOnNotebook& nb, uint32_t autoState = kAutoIdle) : nb_(nb) {
     arg_ = std::make_shared<AutoSwitchingWorkerArg>();
     arg_->worker = &nb.worker();
-    nb.worker().autoState.store(autoState);
+    nb.worker().shared.set_auto_state(autoState);
     thread_ = nb.clock().start_thread("monitor", [a = arg_] { MonitorThread(a); });
   }
   ~MonitorRun() { Stop(); }
@@ -136,7 +136,7 @@ TEST(MonitorState, NeitherReadsNorComparesWhileTheLoopMeasures) {
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
 
   // The same drop is seen as soon as the loop is idle again.
-  nb.worker().autoState.store(kAutoIdle);
+  nb.worker().shared.set_auto_state(kAutoIdle);
   nb.SleepUntil(kRound3 + 5000 + 500);
   EXPECT_TRUE(
       nb.LogContains("[Monitor] RSSI become worse: -50 -> -90, going to determine next mode.\n"));
@@ -190,7 +190,7 @@ TEST(MonitorStart, DisabledByAZeroIntervalOfTheSetActiveAtStart) {
   MonitorRun monitor(nb);
   monitor.Join();  // ends on its own
   EXPECT_TRUE(nb.LogContains("[Monitor] MONITOR IS DISABLED\n"));
-  nb.worker().state.active_config_set.store(3);
+  nb.worker().shared.device().active_config_set.store(3);
   nb.Patch(AllAntennas(-90));
   nb.SleepUntil(kRound2);
   EXPECT_EQ(nb.LogCount("[Monitor]"), 1u) << "nothing is monitored afterwards";

@@ -28,7 +28,7 @@ void StartAuto(EngineOnNotebook& nb) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
   ASSERT_GE(nb.WaitForLog("Sleep: 60000\n", 60000), 0) << nb.Text();
-  ASSERT_EQ(nb.worker().autoState.load(), kAutoIdle);
+  ASSERT_EQ(nb.worker().shared.auto_state(), kAutoIdle);
 }
 
 // The measurement text of the pass that begins at the `n`th (0-based) "Using Config Set".
@@ -81,7 +81,7 @@ TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenc
       {"hardwareId": "BTHENUM\\Dev_00aa00bb00cc", "description": "Speaker",
        "friendlyName": "Speaker", "connected": false}]}})");
   nb.RunFor(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 1);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 1);
   EXPECT_FALSE(nb.LogContains("CONFIG changed! 1 ->")) << "still on 5 GHz";
 
   // The device change's request began a pass (set 1) that measures now. The request of
@@ -101,7 +101,7 @@ TEST(ScenarioMonitor, RssiDropWhileTheLoopSleepsStartsANewPassWithinTwoSeconds) 
   EngineOnNotebook nb;
   StartAuto(nb);
   nb.RunFor(7000);
-  ASSERT_EQ(nb.worker().autoState.load(), kAutoIdle);
+  ASSERT_EQ(nb.worker().shared.auto_state(), kAutoIdle);
   const size_t passes = nb.Passes();
   nb.Patch(AllAntennas(-65));
   const std::string trigger =
@@ -124,7 +124,7 @@ TEST(ScenarioPower, ChangeAsksForANewDecisionWithoutRecomputingTheSet) {
 
   nb.RunFor(10000);
   // A Bluetooth re-scan that a recomputation would carry out (and clear) is pending.
-  nb.worker().state.device_change_pending.store(true);
+  nb.worker().shared.set_device_change_pending(true);
   const size_t passes = nb.Passes();
   const size_t changes = nb.LogCount("CONFIG changed!");
   nb.Patch(R"({"power": {"source": 1}})");
@@ -133,7 +133,7 @@ TEST(ScenarioPower, ChangeAsksForANewDecisionWithoutRecomputingTheSet) {
   const auto pass = nb.WaitForPass(passes, 3000);
   EXPECT_GE(pass.at_ms, 0) << "a new decision";
   EXPECT_EQ(pass.set, 1);
-  EXPECT_TRUE(nb.worker().state.device_change_pending.load()) << "the set was not recomputed";
+  EXPECT_TRUE(nb.worker().shared.device_change_pending()) << "the set was not recomputed";
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), changes);
 }
 
