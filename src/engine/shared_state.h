@@ -35,6 +35,8 @@ class SharedState {
   const platform::DeviceState& device() const { return device_; }
 
   // --- Readiness, counts, modes.
+  // Init loaded the configuration (its settings are the device logic's waits from then on).
+  bool configured() const { return device_.settings != nullptr; }
   bool initialised() const { return device_.ready.load(std::memory_order_relaxed); }
   // Init is done: what it set becomes visible to the threads that see this.
   void MarkInitialised() { device_.ready.store(true, std::memory_order_release); }

@@ -1,7 +1,8 @@
 #pragma once
 // The state that the device logic (switch control, board identification, adapter
-// discovery, counters) reads and updates. The worker object owns one DeviceState and
-// hands it, with the seams, to AntennaSwitch, AdapterDiscovery and SignalCounters.
+// discovery, counters) reads and updates. The engine's SharedState (engine/shared_state.h)
+// holds the service's one DeviceState and hands it, with the seams, to AntennaSwitch,
+// AdapterDiscovery and SignalCounters; the engine reaches it through SharedState.
 //
 // Two kinds of fields:
 // - set once during the worker's initialisation, before any other thread exists, and
