@@ -211,16 +211,6 @@ class ConfigOnlyFiles final : public platform::FileSystem {
   int read_utf8_text(const std::string&, std::string&) override { return 2; }
 };
 
-// No registry key: the version registration only logs.
-class NoRegistry final : public platform::Registry {
- public:
-  std::unique_ptr<platform::RegistryKey> open_local_machine(const std::string&,
-                                                            uint32_t& error) override {
-    error = 2;
-    return nullptr;
-  }
-};
-
 class ScriptedQuery final : public platform::CounterQuery {
  public:
   ScriptedQuery(std::unique_ptr<platform::CounterQuery> inner, ScriptedCounters& owner)
@@ -296,7 +286,7 @@ void UseStorySeams(platform::Platform& p, const std::string& config,
                    std::vector<std::shared_ptr<void>>& owned) {
   auto files = std::make_shared<ConfigOnlyFiles>();
   auto profiles = std::make_shared<MemoryProfile>(config);
-  auto registry = std::make_shared<NoRegistry>();
+  auto registry = std::make_shared<rig::NoKeysRegistry>();
   p.files = files.get();
   p.profiles = profiles.get();
   p.registry = registry.get();

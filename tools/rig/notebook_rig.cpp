@@ -42,15 +42,7 @@ std::unique_ptr<platform::Crypto> MakeCrypto() {
 
 // The Windows registry is the machine's: the config tests create and delete the version key
 // there while other test processes run. The worker here must find no key, as it does in the
-// rig's own registry directory on Linux, so it gets a registry without keys.
-class NoKeysRegistry final : public platform::Registry {
- public:
-  std::unique_ptr<platform::RegistryKey> open_local_machine(const std::string&,
-                                                            uint32_t& error) override {
-    error = platform::kRegistryNotFound;
-    return nullptr;
-  }
-};
+// rig's own registry directory on Linux.
 std::unique_ptr<platform::Registry> MakeRegistry(const std::string&) {
   return std::make_unique<NoKeysRegistry>();
 }

@@ -29,6 +29,7 @@
 #include "log/line_buffer.h"
 #include "log/log_entry_writer.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "platform/sim/sim_notebook.h"
 
 namespace zaltor::rig {
@@ -59,6 +60,17 @@ class RecordingWriter final : public log::LogEntryWriter {
   std::atomic<int> sleepLines_{0};
   mutable std::mutex lock_;
   std::vector<LogEntry> entries_;
+};
+
+// A registry without keys: the configuration version's registration only logs. Also the
+// rig's registry on Windows, where the machine's registry is shared with other processes.
+class NoKeysRegistry final : public platform::Registry {
+ public:
+  std::unique_ptr<platform::RegistryKey> open_local_machine(const std::string&,
+                                                            uint32_t& error) override {
+    error = platform::kRegistryNotFound;
+    return nullptr;
+  }
 };
 
 // Keeps what is written to the console.
