@@ -6,7 +6,9 @@
 //
 // Threads that touch it: the service thread (Init, teardown), the control interface's
 // threads (SetUserMode and reads), the auto-mode and monitor threads, the event window
-// thread and the WLAN notification thread. Fields shared without a lock are atomics.
+// thread and the WLAN notification thread. What they share without a lock is in `shared`
+// (see shared_state.h); the journal, the port health and the re-evaluation request guard
+// themselves.
 //
 // Locks, in the order in which they may be taken:
 // - the mode lock: held across the whole of SetUserMode, so that mode changes from the
