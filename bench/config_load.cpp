@@ -15,7 +15,7 @@
 #include "config/config_loader.h"
 #include "platform/log.h"
 #include "platform/posix/posix_backends.h"
-#include "support/program_dir_files.h"
+#include "platform/program_directory_files.h"
 
 namespace zaltor::config {
 namespace {
@@ -72,7 +72,8 @@ void BM_LoadTenMegabyteConfiguration(benchmark::State& state) {
     std::ofstream out(dir / "Conf.ini", std::ios::binary);
     out << text;
   }
-  test_support::ProgramDirFiles files(platform::make_posix_file_system(), dir.string());
+  auto realFiles = platform::make_posix_file_system();
+  platform::ProgramDirectoryFiles files(*realFiles, dir.string());
   auto crypto = platform::make_openssl_crypto();
   NullLog log;
   NullConsole console;

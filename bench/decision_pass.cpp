@@ -11,9 +11,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/auto_harness.h"
+#include "rig/notebook_rig.h"
 
-namespace zaltor::engine::autotest {
+namespace zaltor::rig {
 namespace {
 
 constexpr int64_t kDayMs = 24LL * 60 * 60 * 1000;
@@ -29,15 +29,16 @@ nlohmann::json Radio(int variant) {
   return rssi;
 }
 
-HarnessOptions FourSwitchNotebook(bool withTimeline) {
-  HarnessOptions o;
+// `evalIntervalMs`: the wait between two decision passes.
+RigOptions FourSwitchNotebook(bool withTimeline, const std::string& evalIntervalMs = "30000") {
+  RigOptions o;
   o.keepLog = false;
-  o.gpio = FourSwitchGpio();
-  o.keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", "30000"}};
+  Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", evalIntervalMs}};
   for (int m = 5; m <= 16; ++m) {
-    o.keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
-    o.keys["DisableMode_" + std::to_string(m)] = "0";
+    keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
+    keys["DisableMode_" + std::to_string(m)] = "0";
   }
+  o.config = ConfIni(keys, "", FourSwitchGpio());
   nlohmann::json rates = nlohmann::json::array();
   for (int m = 0; m < 16; ++m) rates.push_back(300.0 + 37.5 * m);
   nlohmann::json patch = {
@@ -58,10 +59,11 @@ HarnessOptions FourSwitchNotebook(bool withTimeline) {
 }
 
 void BM_DecisionPassFourSwitches(benchmark::State& state) {
-  HarnessOptions o = FourSwitchNotebook(false);
-  o.keys["BaseSleepIntervalBetweenEval"] = "3600000";  // idle between the measured passes
-  AutoHarness h(o);
-  if (h.Init() != 0 || h.worker().modeCount() != 16) {
+  // Idle between the measured passes.
+  NotebookRig h(FourSwitchNotebook(false, "3600000"));
+  const int32_t init = h.Init();
+  h.TakeStartRequest();
+  if (init != 0 || h.worker().modeCount() != 16) {
     state.SkipWithError("the four-switch notebook did not start");
     return;
   }
@@ -69,7 +71,7 @@ void BM_DecisionPassFourSwitches(benchmark::State& state) {
   h.RunUntil([&] { return h.SleepLines() >= 1; }, kDayMs);
   for (auto _ : state) {
     const int before = h.SleepLines();
-    h.worker().RaiseReevaluation(Trigger::kMonitor);
+    h.worker().RaiseReevaluation(engine::Trigger::kMonitor);
     h.RunUntil([&] { return h.SleepLines() > before; }, kDayMs);
   }
   state.counters["modes"] = h.worker().modeCount();
@@ -78,8 +80,10 @@ BENCHMARK(BM_DecisionPassFourSwitches)->MeasureProcessCPUTime()->Unit(benchmark:
 
 void BM_SimulatedDayOfAuto(benchmark::State& state) {
   for (auto _ : state) {
-    AutoHarness h(FourSwitchNotebook(true));
-    if (h.Init() != 0) {
+    NotebookRig h(FourSwitchNotebook(true));
+    const int32_t init = h.Init();
+    h.TakeStartRequest();
+    if (init != 0) {
       state.SkipWithError("the four-switch notebook did not start");
       return;
     }
@@ -91,6 +95,6 @@ void BM_SimulatedDayOfAuto(benchmark::State& state) {
 BENCHMARK(BM_SimulatedDayOfAuto)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
-}  // namespace zaltor::engine::autotest
+}  // namespace zaltor::rig
 
 BENCHMARK_MAIN();

@@ -127,11 +127,9 @@ class AutoLoop {
 
   bool Connected() {
     if (!w_.initialised()) return false;
-    w_.autoState.store(kAutoMeasuring, std::memory_order_relaxed);
-    if (!w_.state.wlan) return false;
+    w_.shared.set_auto_state(kAutoMeasuring);
     uint32_t state = platform::kWlanNotReady;
-    if (w_.state.wlan->query_connection_state(w_.state.wlan_interface, state) != 0) return false;
-    return state == platform::kWlanConnected;
+    return w_.shared.QueryConnectionState(state) && state == platform::kWlanConnected;
   }
 
   // Measures every mode and lets the determinator choose: the mode to set in `chosen`.
@@ -246,7 +244,7 @@ class AutoLoop {
     stableCount_ = (hasPrevious_ && chosen == previousMode_) ? stableCount_ + 1 : 0;
     previousMode_ = chosen;
     hasPrevious_ = true;
-    if (w_.initialised()) w_.autoState.store(kAutoIdle, std::memory_order_relaxed);
+    if (w_.initialised()) w_.shared.set_auto_state(kAutoIdle);
     record_.chosen = chosen;
     // A request here skips the sleep; stableCount stays.
     if (LoopCheck c = Check(); c != LoopCheck::kGoOn) {
@@ -302,7 +300,7 @@ void AutoModeThread(std::shared_ptr<AutoSwitchingWorkerArg> arg) {
     w.clearAutoThread();
     return;
   }
-  if (w.initialised()) w.autoState.store(kAutoIdle, std::memory_order_relaxed);
+  if (w.initialised()) w.shared.set_auto_state(kAutoIdle);
   buffers->Reset();
   w.rssiHistory.Clear();
 
@@ -312,7 +310,7 @@ void AutoModeThread(std::shared_ptr<AutoSwitchingWorkerArg> arg) {
     runsExhausted = loop.Run();
   }
 
-  if (w.initialised()) w.autoState.store(kAutoEnded, std::memory_order_relaxed);
+  if (w.initialised()) w.shared.set_auto_state(kAutoEnded);
   if (runsExhausted) {
     log.write(kLogInfo, "Exiting auto mode...\n");
     w.LeaveAuto(*arg, w.settings().DefaultMode[w.activeSet()]);

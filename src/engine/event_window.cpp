@@ -48,7 +48,7 @@ bool EventWindowProc::on_message(const platform::WindowMessage& message) {
       return true;
     case WindowMessage::kDeviceChange:
       if (worker_ == nullptr) return true;
-      worker_->state.device_change_pending.store(true, std::memory_order_relaxed);
+      worker_->shared.set_device_change_pending(true);
       Print("WM_DEVICECHANGE\n");
       RequestReevaluation(worker_, true, Trigger::kDevice);
       return true;
@@ -60,18 +60,17 @@ bool EventWindowProc::on_message(const platform::WindowMessage& message) {
 
 void EventWindowProc::OnPowerSettingChange(const platform::WindowMessage& message) {
   if (message.setting == platform::PowerSetting::kLidSwitch) {
-    worker_->state.lid_open.store(message.value != 0, std::memory_order_relaxed);
+    worker_->shared.set_lid_open(message.value != 0);
     Print("GUID_LIDSWITCH_STATE_CHANGE\n");
     RequestReevaluation(worker_, true, Trigger::kLid);
     return;
   }
   const uint32_t source = message.value;
   Print("GUID_ACDC_POWER_SOURCE\n");
-  const uint32_t old = worker_->powerSource.load(std::memory_order_relaxed);
+  const uint32_t old = worker_->shared.ExchangePowerSource(source);
   if (source == old) return;
   worker_->log().write(kLogInfo, "Power state changed! (%d -> %d)\n", static_cast<int>(old),
                        static_cast<int>(source));
-  worker_->powerSource.store(source, std::memory_order_relaxed);
   // A new decision on the same config set: the power source does not select one.
   RequestReevaluation(worker_, false, Trigger::kPower);
 }
@@ -93,7 +92,7 @@ void EventWindowThread(AntennaSwitchWorkerObj* worker) {
               "RegisterPowerSettingNotification for GUID_LIDSWITCH_STATE_CHANGE failed!\n");
     return;
   }
-  worker->state.lid_notification_registered.store(true, std::memory_order_relaxed);
+  worker->shared.MarkLidNotificationRegistered();
   if (!window->register_power_setting(platform::PowerSetting::kAcDcPowerSource)) {
     log.write(kLogWarning, "RegisterPowerSettingNotification for GUID_ACDC_POWER_SOURCE failed!\n");
   }

@@ -4,49 +4,36 @@
 #include <array>
 
 #include "engine/loop_checks.h"
+#include "engine/sample_reader.h"
 
 namespace zaltor::engine {
 
 namespace {
 
-// The per-antenna reading that means no signal on that antenna.
-constexpr int32_t kNoSignal = -95;
-
 // One RSSI sample of the mode set now: false when the antenna count or the readings cannot
 // be had, or when every antenna reads -95 (the mean would have no terms). An antenna
 // without a reading (a failed collection, or a fourth port, which has no counter) keeps the
 // preset -95 and is left out like a silent one, as the average RSSI of the control
-// interface does.
+// interface does. A sample that was read feeds the port health; one with a mean is also
+// stored as the auto sweep's result for the control interface.
 bool ReadSample(AntennaSwitchWorkerObj& worker, int32_t modeIndex, int32_t& sample,
                 bool& anySilent) {
   if (!worker.initialised()) return false;
-  int32_t count = 0;
-  if (worker.sw.GetSwitchNumber(count) != 0) return false;
-  std::array<int32_t, platform::kMaxPorts> values;
-  values.fill(kNoSignal);
-  const int32_t antennas = std::clamp(count, 0, platform::kMaxPorts);
-  if (worker.counters.ReadRssi(antennas, values.data()) != 0) return false;
-  worker.health.Sample(modeIndex, antennas, values.data());
+  SampleReader reader(worker);
+  const std::optional<int32_t> antennas = reader.Antennas();
+  if (!antennas) return false;
+  const RssiSample read = reader.ReadRssi(*antennas);
+  if (!read.read) return false;
+  worker.health.Sample(modeIndex, read.antennas, read.readings.data());
 
-  int64_t sum = 0;
-  int64_t terms = 0;
-  anySilent = false;
-  for (int32_t p = 0; p < antennas; ++p) {
-    const int32_t v = values[static_cast<size_t>(p)];
-    if (v == kNoSignal) {
-      anySilent = true;
-      continue;
-    }
-    sum += v;
-    ++terms;
-  }
-  if (terms == 0) return false;
-  sample = static_cast<int32_t>(sum / terms);
+  anySilent = read.mean.silent > 0;
+  if (!read.mean.valid()) return false;
+  sample = read.mean.value;
 
   // Only ports with a counter were read; a fourth port keeps its absent value (-200).
-  for (int32_t p = 0; p < std::min(antennas, platform::kRssiPortSlots); ++p) {
+  for (int32_t p = 0; p < std::min(read.antennas, platform::kRssiPortSlots); ++p) {
     const int32_t row = (modeIndex >> p) & 1;
-    worker.counters.StoreAutoSweep(row, p, values[static_cast<size_t>(p)]);
+    worker.counters.StoreAutoSweep(row, p, read.readings[static_cast<size_t>(p)]);
   }
   return true;
 }
@@ -93,9 +80,9 @@ void MeasureMode(AntennaSwitchWorkerObj& worker, AutoSwitchingWorkerArg& arg,
       log.write(kLogDetail, anySilent ? "*%d " : "%d ", sample);
       if (successes < rssiRow.size()) rssiRow[successes] = static_cast<double>(sample);
 
-      const Status read = worker.counters.ReadThroughput();
-      const double rate = worker.state.counters.last_link_speed.load(std::memory_order_relaxed);
-      if (read != 0 || !(rate > 0.0)) {
+      const RateSample read = SampleReader(worker).ReadRate();
+      const double rate = read.mbps;
+      if (!read.read || !(rate > 0.0)) {
         // Neither counted nor waited for: the same attempt again.
         log.write(kLogDetail, "(--/Retry), ");
         continue;

@@ -8,10 +8,11 @@
 //   stand, or there is no antenna) the mean has no terms and the reading fails.
 // - A config set whose WifiStatMonitorInterval is 0 (a set without its own section carries
 //   0) still sleeps one 1000 ms step per round, so that the monitor never spins.
-#include <array>
 #include <cmath>
 #include <limits>
+#include <optional>
 
+#include "engine/sample_reader.h"
 #include "engine/system_events.h"
 #include "engine/worker_threads.h"
 #include "platform/wlan.h"
@@ -20,32 +21,22 @@ namespace zaltor::engine {
 
 namespace {
 constexpr int32_t kAbsent = -200;
-constexpr int32_t kNoSignal = -95;
 constexpr int64_t kStepMs = 1000;
 
 bool ReadMonitorRssi(AntennaSwitchWorkerObj& w, int32_t& value) {
-  int32_t count = 0;
-  if (w.sw.GetSwitchNumber(count) != 0) return false;
-  if (count > platform::kMaxPorts) count = platform::kMaxPorts;
-  // Antennas without a counter (a fourth port) and a failed collection read as no signal.
-  std::array<int32_t, platform::kMaxPorts> values;
-  values.fill(kNoSignal);
-  if (count < 1 || w.counters.ReadRssi(count, values.data()) != 0) return false;
-  int64_t sum = 0;
-  int64_t terms = 0;
-  for (int32_t i = 0; i < count; ++i) {
-    if (values[static_cast<size_t>(i)] == kNoSignal) continue;
-    sum += values[static_cast<size_t>(i)];
-    ++terms;
-  }
-  if (terms == 0) return false;
-  value = static_cast<int32_t>(sum / terms);
+  SampleReader reader(w);
+  const std::optional<int32_t> antennas = reader.Antennas();
+  if (!antennas || *antennas < 1) return false;
+  const RssiSample sample = reader.ReadRssi(*antennas);
+  if (!sample.read || !sample.mean.valid()) return false;
+  value = sample.mean.value;
   return true;
 }
 
 bool ReadMonitorRate(AntennaSwitchWorkerObj& w, int32_t& value) {
-  if (w.counters.ReadThroughput() != 0) return false;
-  const double rate = std::trunc(w.state.counters.last_link_speed.load(std::memory_order_relaxed));
+  const RateSample sample = SampleReader(w).ReadRate();
+  if (!sample.read) return false;
+  const double rate = std::trunc(sample.mbps);
   // Keep the conversion defined for any counter value.
   if (!(rate >= std::numeric_limits<int32_t>::min())) {
     value = std::numeric_limits<int32_t>::min();
@@ -79,12 +70,9 @@ class Monitor {
       }
       if (w_.initialised()) {
         uint32_t st = 0;
-        if (w_.state.wlan == nullptr ||
-            w_.state.wlan->query_connection_state(w_.state.wlan_interface, st) != 0) {
-          st = 0;
-        }
+        if (!w_.shared.QueryConnectionState(st)) st = 0;
         interfaceState_ = st;
-        autoState_ = w_.autoState.load(std::memory_order_relaxed);
+        autoState_ = w_.shared.auto_state();
       }
       if (autoState_ == kAutoIdle && interfaceState_ == platform::kWlanConnected) Compare();
       if (!Sleep()) return;

@@ -7,7 +7,7 @@ namespace zaltor::engine {
 PassParameters PassParameters::Of(const AntennaSwitchWorkerObj& worker) {
   PassParameters p;
   p.set = worker.activeSet();
-  if (worker.state.settings == nullptr) return p;
+  if (!worker.shared.configured()) return p;
   const config::ConfigSettings& s = worker.settings();
   p.collectCount = s.RSSICollectCount[p.set];
   p.collectInterval = s.RSSICollectInterval[p.set];

@@ -19,10 +19,10 @@ constexpr int64_t kStoppedLoopPollMs = 10;
 }  // namespace
 
 AntennaSwitchWorkerObj::AntennaSwitchWorkerObj(platform::Platform& platform)
-    : sw(state, log_, platform.clock->make_mutex()),
-      counters(state, sw, *platform.counters, *platform.clock, log_),
-      adapters(state, *platform.devices, *platform.clock, log_),
-      reevaluation(*platform.clock, state.active_config_set, log_),
+    : sw(shared.device(), log_, platform.clock->make_mutex()),
+      counters(shared.device(), sw, *platform.counters, *platform.clock, log_),
+      adapters(shared.device(), *platform.devices, *platform.clock, log_),
+      reevaluation(*platform.clock, shared.active_config_set_field(), log_),
       platform_(platform),
       modeLock_(platform.clock->make_mutex()) {}
 
@@ -43,7 +43,8 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   modelName.clear();
 
   // 2. The control device.
-  if (Status s = platform::OpenControlDevice(*platform_.control_device, state, log_); s != 0) {
+  if (Status s = platform::OpenControlDevice(*platform_.control_device, shared.device(), log_);
+      s != 0) {
     return static_cast<int32_t>(s);
   }
 
@@ -52,7 +53,7 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   // the only switch channel.)
   board_ = std::make_unique<platform::BoardIdentification>(*platform_.board, *platform_.console);
   const Status identified =
-      platform::IdentifyModel(*board_, sw, state, log_, *platform_.console, modelName);
+      platform::IdentifyModel(*board_, sw, shared.device(), log_, *platform_.console, modelName);
   board_.reset();  // the WMI session is released at the end of initialisation
   if (identified != 0) return static_cast<int32_t>(identified);
 
@@ -67,27 +68,28 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   if (Status s = config::load_configuration(load, modelName, switchCount(), config); s != 0) {
     return static_cast<int32_t>(s);
   }
-  state.switches = config.switches;
-  state.settings = &config.settings;
+  platform::DeviceState& device = shared.device();
+  device.switches = config.switches;
+  device.settings = &config.settings;
 
   // 7. The configuration version; its outcome is only logged.
   config::register_config_version(*platform_.files, *platform_.registry, log_);
 
   // 8-9. The WLAN client and its notifications.
   uint32_t error = 0;
-  state.wlan = platform_.wlan->open(kWlanClientVersion, error);
-  if (!state.wlan) {
+  device.wlan = platform_.wlan->open(kWlanClientVersion, error);
+  if (!device.wlan) {
     log_.write(kLogError, "WlanOpenHandle failed with error: %u\n", error);
     return STATUS_WLAN_NOT_OPENED;
   }
-  state.wlan->register_notification(platform::kWlanSourceMsm, WlanNotificationCallback);
+  device.wlan->register_notification(platform::kWlanSourceMsm, WlanNotificationCallback);
 
   // 10. The Wi-Fi adapter and its interface.
   std::string instanceName;
   if (adapters.FindWifiInterface(instanceName) != 0) return STATUS_NO_WIFI_INTERFACE;
 
   // 11. The counters, once per process.
-  if (!state.counters.query) counters.SetUpCounters(instanceName);
+  if (!device.counters.query) counters.SetUpCounters(instanceName);
 
   // 12-13. The log file's mutex and name.
   logMutex_ = platform_.clock->make_mutex();
@@ -96,18 +98,17 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   logFile_.files = platform_.files;
 
   // 14. The configuration report.
-  config::write_config_report(log_, config, state.mode_count.load(std::memory_order_relaxed),
-                              switchCount());
+  config::write_config_report(log_, config, shared.mode_count(), switchCount());
 
   // 15. Mode switching only.
   log_.write(kLogInfo, "This build is forced to use mode switching.\n");
-  rssiPaRequested.store(false, std::memory_order_relaxed);
+  shared.set_rssi_pa_requested(false);
 
   // 16. The event window thread, detached.
   platform_.clock->start_thread("event window", [this] { EventWindowThread(this); })->detach();
 
   // 17. Ready.
-  state.ready.store(true, std::memory_order_release);
+  shared.MarkInitialised();
   return 0;
 }
 
@@ -145,7 +146,7 @@ Status AntennaSwitchWorkerObj::SetUserModeLocked(int32_t mode) {
   // Auto after a fixed mode is the user's choice; the first Auto of the process (userMode
   // still at its start value) is the service's start.
   const bool fromFixed = userMode() >= 1 && static_cast<int32_t>(userMode()) <= modeCount();
-  state.user_mode.store(static_cast<uint32_t>(mode), std::memory_order_relaxed);
+  shared.set_user_mode(static_cast<uint32_t>(mode));
 
   if (mode >= 1) {
     // The stop comes first: a loop that tests keepRunning under the device lock before it
@@ -184,8 +185,7 @@ Status AntennaSwitchWorkerObj::StartAuto(Trigger first) {
     autoArg_ = arg;
   }
 
-  if (rssiPaRequested.load(std::memory_order_relaxed) &&
-      config.settings.ForceUseModeSwitching == 0) {
+  if (shared.rssi_pa_requested() && config.settings.ForceUseModeSwitching == 0) {
     log_.write(kLogCritical, "This build doesn't support RSSI PA.\n");
     return SWITCH_ERR_RSSI_PA;
   }
@@ -245,13 +245,13 @@ void AntennaSwitchWorkerObj::StopAndJoinAutoThreads() {
 }
 
 void AntennaSwitchWorkerObj::Teardown() {
-  state.counters.query.reset();
+  shared.device().counters.query.reset();
   logFile_.mutex = nullptr;
   logMutex_.reset();
   reevaluation.Clear();
-  if (state.wlan) {
-    state.wlan->register_notification(platform::kWlanSourceNone, nullptr);
-    state.wlan.reset();
+  if (platform::DeviceState& device = shared.device(); device.wlan) {
+    device.wlan->register_notification(platform::kWlanSourceNone, nullptr);
+    device.wlan.reset();
   }
 }
 

@@ -6,7 +6,9 @@
 //
 // Threads that touch it: the service thread (Init, teardown), the control interface's
 // threads (SetUserMode and reads), the auto-mode and monitor threads, the event window
-// thread and the WLAN notification thread. Fields shared without a lock are atomics.
+// thread and the WLAN notification thread. What they share without a lock is in `shared`
+// (see shared_state.h); the journal, the port health and the re-evaluation request guard
+// themselves.
 //
 // Locks, in the order in which they may be taken:
 // - the mode lock: held across the whole of SetUserMode, so that mode changes from the
@@ -30,6 +32,7 @@
 #include "engine/port_health.h"
 #include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
+#include "engine/shared_state.h"
 #include "engine/switch_labels.h"
 #include "log/log_context.h"
 #include "log/worker_log.h"
@@ -54,9 +57,6 @@ struct AutoSwitchingWorkerArg {
   AntennaSwitchWorkerObj* worker = nullptr;
   Trigger firstTrigger = Trigger::kStart;  // what the period's first pass records
 };
-
-// autoState values: what the monitor sees of the auto loop.
-enum AutoState : uint32_t { kAutoMeasuring = 0, kAutoIdle = 1, kAutoEnded = 2 };
 
 class AntennaSwitchWorkerObj {
  public:
@@ -108,15 +108,11 @@ class AntennaSwitchWorkerObj {
   size_t heldThreads();
 
   // --- Read access (control interface, loops).
-  bool initialised() const { return state.ready.load(std::memory_order_relaxed); }
-  uint32_t userMode() const { return state.user_mode.load(std::memory_order_relaxed); }
-  int32_t switchCount() const { return state.switch_count.load(std::memory_order_relaxed); }
-  int32_t modeCount() const {
-    return static_cast<int32_t>(state.mode_count.load(std::memory_order_relaxed));
-  }
-  uint64_t activeConfigSet() const {
-    return state.active_config_set.load(std::memory_order_relaxed);
-  }
+  bool initialised() const { return shared.initialised(); }
+  uint32_t userMode() const { return shared.user_mode(); }
+  int32_t switchCount() const { return shared.switch_count(); }
+  int32_t modeCount() const { return static_cast<int32_t>(shared.mode_count()); }
+  uint64_t activeConfigSet() const { return shared.active_config_set(); }
   // Settings of the active config set.
   const config::ConfigSettings& settings() const { return config.settings; }
   size_t activeSet() const;
@@ -128,11 +124,9 @@ class AntennaSwitchWorkerObj {
   // Declared first: the device logic below holds it. Detached until Init.
   log::LogFile logFile_;
   log::WorkerLog log_{logFile_};
-  platform::DeviceState state;  // ready, counts, userMode, activeConfigSet, lid, Bluetooth
+  // What the threads share (see shared_state.h); the device logic below holds its part.
+  SharedState shared;
   config::Configuration config;
-  std::atomic<bool> rssiPaRequested{false};
-  std::atomic<uint32_t> autoState{kAutoEnded};
-  std::atomic<uint32_t> powerSource{0};
   RssiHistory rssiHistory;  // the auto-mode thread's only
   SwitchLabels labels = DefaultSwitchLabels();
   std::string modelName;

@@ -1,7 +1,8 @@
 #pragma once
 // The state that the device logic (switch control, board identification, adapter
-// discovery, counters) reads and updates. The worker object owns one DeviceState and
-// hands it, with the seams, to AntennaSwitch, AdapterDiscovery and SignalCounters.
+// discovery, counters) reads and updates. The engine's SharedState (engine/shared_state.h)
+// holds the service's one DeviceState and hands it, with the seams, to AntennaSwitch,
+// AdapterDiscovery and SignalCounters; the engine reaches it through SharedState.
 //
 // Two kinds of fields:
 // - set once during the worker's initialisation, before any other thread exists, and
@@ -26,7 +27,7 @@
 namespace zaltor::platform {
 
 // The measurement state of the counter query. The handles are set once by SetUpCounters;
-// the flags and last values are shared.
+// the flags and the auto loop's stored sweep are shared.
 struct CounterState {
   std::unique_ptr<CounterQuery> query;  // null: no query (not set up, or opening failed)
   CounterId throughput = 0;
@@ -35,8 +36,6 @@ struct CounterState {
 
   std::atomic<bool> throughput_available{false};  // both throughput counters were added
   std::atomic<bool> rssi_per_antenna{false};      // the RSSI counter of port 0 was added
-  std::atomic<int64_t> last_throughput{-1};       // bytes per second; -1 when not available
-  std::atomic<double> last_link_speed{-1.0};      // megabits per second; -1.0 when not available
   // The stored sweep results of automatic mode: row 0 position "Main", row 1 "Div".
   std::array<std::array<std::atomic<int32_t>, kMaxPorts>, 2> auto_sweep{{
       {kRssiAbsent, kRssiAbsent, kRssiAbsent, kRssiAbsent},

@@ -4,6 +4,8 @@
 #include <limits>
 #include <vector>
 
+#include "platform/rssi_mean.h"
+
 namespace zaltor::platform {
 namespace {
 
@@ -61,7 +63,7 @@ void SignalCounters::SetUpCounters(const std::string& instance_name) {
   c.query->collect();  // rate counters need a first sample
 }
 
-Status SignalCounters::ReadThroughput() {
+Status SignalCounters::ReadThroughput(LinkReading& reading) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
   CounterState& c = state_.counters;
   const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
@@ -70,8 +72,8 @@ Status SignalCounters::ReadThroughput() {
     return STATUS_COUNTER_COLLECT;
   }
   if (!c.throughput_available.load(std::memory_order_relaxed)) {
-    c.last_throughput.store(-1, std::memory_order_relaxed);
-    c.last_link_speed.store(-1.0, std::memory_order_relaxed);
+    reading.throughput_bps = -1;
+    reading.link_speed_mbps = -1.0;
     return SWITCH_OK;
   }
   int64_t v = 0;
@@ -80,13 +82,13 @@ Status SignalCounters::ReadThroughput() {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
     return STATUS_THROUGHPUT_VALUE;
   }
-  c.last_throughput.store(v, std::memory_order_relaxed);
+  reading.throughput_bps = v;
   fe = c.query->formatted_large(c.link_speed, v);
   if (fe != 0) {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
     return STATUS_THROUGHPUT_VALUE;
   }
-  c.last_link_speed.store(static_cast<double>(v) / 1000000.0, std::memory_order_relaxed);
+  reading.link_speed_mbps = static_cast<double>(v) / 1000000.0;
   return SWITCH_OK;
 }
 
@@ -231,18 +233,9 @@ Status SignalCounters::GetAverageRssi(int32_t& average) {
   std::vector<int32_t> readings(count, kRssiNoSignal);
   for (size_t i = 0; i < std::min<size_t>(count, kRssiPortSlots); ++i) readings[i] = kRssiAbsent;
   if (const Status s = ReadRssi(n, readings.data()); s != SWITCH_OK) return s;
-  int64_t sum = 0;
-  int64_t no_signal = 0;
-  for (const int32_t v : readings) {
-    if (v == kRssiNoSignal) {
-      ++no_signal;
-    } else {
-      sum += v;
-    }
-  }
-  const int64_t divisor = static_cast<int64_t>(n) - no_signal;
-  if (divisor <= 0) return kAverageRssiDivideByZero;
-  average = static_cast<int32_t>(sum / divisor);  // truncates toward zero
+  const RssiMean mean = MeanOfSignalReadings(readings.data(), static_cast<int32_t>(count));
+  if (!mean.valid()) return kAverageRssiDivideByZero;
+  average = mean.value;
   return SWITCH_OK;
 }
 

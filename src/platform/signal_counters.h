@@ -34,6 +34,12 @@ constexpr Status kAverageRssiDivideByZero = 0xC0000094;
 constexpr uint32_t kCounterInvalidHandle = 0xC0000BBC;
 constexpr int kRssiAttempts = 3;
 
+// One reading of the Wi-Fi interface's rate counters; -1 where not available.
+struct LinkReading {
+  int64_t throughput_bps = -1;    // bytes per second
+  double link_speed_mbps = -1.0;  // megabits per second
+};
+
 class SignalCounters {
  public:
   SignalCounters(DeviceState& state, AntennaSwitch& sw, Counters& counters, Clock& clock, Log& log)
@@ -43,8 +49,10 @@ class SignalCounters {
   // adds the counters, sets the flags and takes a first sample. Once, at initialisation.
   void SetUpCounters(const std::string& instance_name);
 
-  // Refreshes the last throughput and link speed: 0, 2, 17 or 18.
-  Status ReadThroughput();
+  // Reads the throughput and the link speed into `reading`: 0, 2, 17 or 18. Without the
+  // throughput counters both read as not available (-1). A value whose formatting fails is
+  // left as it was (the throughput read before a failing link speed is kept).
+  Status ReadThroughput(LinkReading& reading);
 
   // One sample of the first `count` RSSI counters (at most three; values beyond the third
   // are left alone): 0, 2 or 19. A failed collection is not reported: 0 with `values`

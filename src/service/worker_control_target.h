@@ -15,10 +15,8 @@ class WorkerControlTarget final : public rpc::ControlTarget {
   uint32_t userMode() override { return worker_.userMode(); }
   int32_t switchCount() override { return worker_.switchCount(); }
   int32_t modeCount() override { return worker_.modeCount(); }
-  bool rssiPaRequested() override {
-    return worker_.rssiPaRequested.load(std::memory_order_relaxed);
-  }
-  uint32_t autoState() override { return worker_.autoState.load(std::memory_order_relaxed); }
+  bool rssiPaRequested() override { return worker_.shared.rssi_pa_requested(); }
+  uint32_t autoState() override { return worker_.shared.auto_state(); }
 
   Status GetSwitchNumber(int32_t& count) override { return worker_.sw.GetSwitchNumber(count); }
   rpc::AverageRssi GetAverageRssi() override;

@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 
 namespace zaltor::engine::autotest {
 namespace {
@@ -41,7 +41,7 @@ std::string RunTwoPasses() {
   EXPECT_EQ(h.worker().SetUserMode(0), 0u);
   EXPECT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 120000));
   h.worker().StopAndJoinAutoThreads();
-  std::string text = h.ConsoleText();
+  std::string text = h.LevelledText();
   // The temporary directory may appear in paths; it differs between runs.
   for (size_t at = text.find(h.dir()); at != std::string::npos; at = text.find(h.dir(), at)) {
     text.replace(at, h.dir().size(), "<dir>");

@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "engine/worker_threads.h"
 
 namespace zaltor::engine::autotest {
@@ -107,7 +107,7 @@ TEST(AutoModeLoop, RunCountThreeRunsThreePassesThenSetsDefaultModeAndEnds) {
   EXPECT_EQ(h.notebook().mode(), 2);
   EXPECT_EQ(h.notebook().lines(), 0x22u);
   EXPECT_EQ(h.worker().userMode(), 2u);
-  EXPECT_EQ(h.worker().autoState.load(), static_cast<uint32_t>(kAutoEnded));
+  EXPECT_EQ(h.worker().shared.auto_state(), static_cast<uint32_t>(kAutoEnded));
 }
 
 TEST(AutoModeLoop, DisconnectedPassIsNotCountedAndSetsDefaultMode) {
@@ -233,12 +233,12 @@ TEST(AutoModeLoop, AutoStateIsMeasuringIdleAndEnded) {
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
   h.RunFor(1500);
-  EXPECT_EQ(h.worker().autoState.load(), static_cast<uint32_t>(kAutoMeasuring));
+  EXPECT_EQ(h.worker().shared.auto_state(), static_cast<uint32_t>(kAutoMeasuring));
   ASSERT_TRUE(h.RunUntil([&] { return h.Sleeps().size() >= 1; }, kLimitMs));
-  EXPECT_EQ(h.worker().autoState.load(), static_cast<uint32_t>(kAutoIdle));
+  EXPECT_EQ(h.worker().shared.auto_state(), static_cast<uint32_t>(kAutoIdle));
   ASSERT_EQ(h.worker().SetUserMode(1), 0u);
   ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 2000));
-  EXPECT_EQ(h.worker().autoState.load(), static_cast<uint32_t>(kAutoEnded));
+  EXPECT_EQ(h.worker().shared.auto_state(), static_cast<uint32_t>(kAutoEnded));
 }
 
 TEST(AutoModeLoop, SwitchesInNoModeAtTheEndOfAPassAreReportedAsIndeterminate) {

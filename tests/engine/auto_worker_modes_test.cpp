@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 
 namespace zaltor::engine::autotest {
 namespace {

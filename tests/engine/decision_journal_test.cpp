@@ -6,7 +6,7 @@
 #include <string>
 
 #include "engine/decision_journal.h"
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 
 namespace zaltor::engine {
 namespace {
@@ -19,10 +19,10 @@ using testing::EngineOnNotebook;
 // the newest record.
 DecisionRecord WaitForRecord(EngineOnNotebook& nb, uint64_t published, int64_t limitMs) {
   const int64_t until = nb.Now() + limitMs;
-  while (nb.worker().journal.Published() <= published && nb.Now() < until) nb.Sleep(100);
+  while (nb.worker().journal.Published() <= published && nb.Now() < until) nb.RunFor(100);
   DecisionRecord last;
-  EXPECT_TRUE(nb.worker().journal.Last(last)) << nb.LogText();
-  EXPECT_GT(last.sequence, published) << nb.LogText();
+  EXPECT_TRUE(nb.worker().journal.Last(last)) << nb.Text();
+  EXPECT_GT(last.sequence, published) << nb.Text();
   return last;
 }
 
@@ -61,11 +61,11 @@ TEST(DecisionJournal, SignalDropSeenByTheMonitorYieldsAMonitorDecision) {
   EngineOnNotebook nb;
   StartAuto(nb);
   WaitForRecord(nb, 0, 60000);
-  nb.Sleep(7000);
+  nb.RunFor(7000);
   const uint64_t before = nb.worker().journal.Published();
   nb.Patch(AllAntennas(-65));
   const DecisionRecord r = WaitForRecord(nb, before, 30000);
-  EXPECT_TRUE(nb.LogContains("[Monitor] RSSI become worse: -50 -> -65")) << nb.LogText();
+  EXPECT_TRUE(nb.LogContains("[Monitor] RSSI become worse: -50 -> -65")) << nb.Text();
   EXPECT_EQ(r.trigger, Trigger::kMonitor);
   EXPECT_STREQ(TriggerName(r.trigger), "monitor");
   EXPECT_DOUBLE_EQ(r.modes[0].rssi, -65.0);
@@ -75,7 +75,7 @@ TEST(DecisionJournal, ClosingTheLidYieldsALidDecisionWithTheLidClosedSet) {
   EngineOnNotebook nb;
   StartAuto(nb);
   WaitForRecord(nb, 0, 60000);
-  nb.Sleep(10000);
+  nb.RunFor(10000);
   const uint64_t before = nb.worker().journal.Published();
   nb.Patch(R"({"lid": {"open": false}})");
   const DecisionRecord r = WaitForRecord(nb, before, 60000);
@@ -91,7 +91,7 @@ TEST(DecisionJournal, AModeFailingEverySampleYieldsTheFailedMeasurementFallback)
       R"({"radio": {"rssi": [{"Main": -95, "Div": -50}, {"Main": -95, "Div": -55}]}})");
   StartAuto(nb);
   const DecisionRecord r = WaitForRecord(nb, 0, 60000);
-  EXPECT_TRUE(nb.LogContains("All fail while getting rssi for mode 1\n")) << nb.LogText();
+  EXPECT_TRUE(nb.LogContains("All fail while getting rssi for mode 1\n")) << nb.Text();
   EXPECT_EQ(r.outcome, Outcome::kFallbackFailedMeasurement);
   EXPECT_STREQ(OutcomeName(r.outcome), "fallback-failed-measurement");
   EXPECT_EQ(r.chosen, 1);  // DefaultMode
@@ -133,7 +133,7 @@ TEST(DecisionJournal, AutoChosenAfterAFixedModeIsTheUsersDecision) {
   StartAuto(nb);
   WaitForRecord(nb, 0, 60000);
   ASSERT_EQ(nb.worker().SetUserMode(2), 0u);
-  nb.Sleep(3000);
+  nb.RunFor(3000);
   const uint64_t before = nb.worker().journal.Published();
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
   const DecisionRecord r = WaitForRecord(nb, before, 60000);
@@ -145,7 +145,7 @@ TEST(DecisionJournal, AutoChosenAfterAFixedModeIsTheUsersDecision) {
 DecisionRecord DecisionAfter(EngineOnNotebook& nb, const std::string& patch) {
   StartAuto(nb);
   WaitForRecord(nb, 0, 60000);
-  nb.Sleep(10000);
+  nb.RunFor(10000);
   const uint64_t before = nb.worker().journal.Published();
   nb.Patch(patch);
   return WaitForRecord(nb, before, 60000);
@@ -199,7 +199,7 @@ TEST(DecisionJournal, DoubleCheckChoicesThatDisagreeYieldTheMismatchFallback) {
   nb.worker().config.settings.DeterminatorMode = 3;
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
   const DecisionRecord r = WaitForRecord(nb, 0, 60000);
-  EXPECT_TRUE(nb.LogContains("Mode Mismatch (1 vs 4)")) << nb.LogText();
+  EXPECT_TRUE(nb.LogContains("Mode Mismatch (1 vs 4)")) << nb.Text();
   EXPECT_EQ(r.outcome, Outcome::kFallbackMismatch);
   EXPECT_STREQ(DeterminatorName(r.determinator), "DoubleCheck");
   EXPECT_EQ(r.chosen, 1);

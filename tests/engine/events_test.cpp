@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 #include "engine/system_events.h"
 #include "engine/worker_threads.h"
 #include "platform/wlan.h"
@@ -37,16 +37,16 @@ TEST(EventsLid, ClosingSelectsTheLidSetWhateverTheBandOpeningReturnsToTheBand) {
   Settle(nb);
   ASSERT_EQ(nb.worker().activeConfigSet(), 1u);
   nb.Patch(R"({"lid": {"open": false}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("GUID_LIDSWITCH_STATE_CHANGE\n"), std::string::npos);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
-  EXPECT_FALSE(nb.worker().state.lid_open.load());
+  EXPECT_FALSE(nb.worker().shared.lid_open());
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "pending until the request is consumed";
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
 
   nb.Patch(R"({"lid": {"open": true}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 1\n"));
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
@@ -56,10 +56,10 @@ TEST(EventsLid, ClosingAndOpeningBeforeTheRequestIsTakenKeepsTheBandSet) {
   EngineOnNotebook nb;  // channel 36
   Settle(nb);
   nb.Patch(R"({"lid": {"open": false}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   ASSERT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
   nb.Patch(R"({"lid": {"open": true}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "the lid is open again: no lid-closed set";
@@ -70,11 +70,11 @@ TEST(EventsLid, OpeningOnA24GHzLinkReturnsToTheDefaultSet) {
   Settle(nb);
   ASSERT_EQ(nb.worker().activeConfigSet(), 0u);
   nb.Patch(R"({"lid": {"open": false}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
   nb.Patch(R"({"lid": {"open": true}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 0\n"));
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 0u);
@@ -84,30 +84,30 @@ TEST(EventsLid, OpeningOnA24GHzLinkWithBluetoothReturnsToTheCoexistenceSet) {
   EngineOnNotebook nb(Interface(true, 6));
   Settle(nb);
   nb.Patch(kLeDeviceArrives);  // counts the headset and the mouse
-  nb.Sleep(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 2);
+  nb.RunFor(3000);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 2);
   nb.Patch(R"({"lid": {"open": false}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
   nb.Patch(R"({"lid": {"open": true}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 2\n"));
 }
 
 TEST(EventsDevice, DeviceChangeRescansBluetoothAfterTheSettle) {
   EngineOnNotebook nb(Interface(true, 6));
   Settle(nb);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 0) << "not scanned before a change";
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "not scanned before a change";
   const int64_t at = nb.Now();
   nb.Patch(kLeDeviceArrives);
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("WM_DEVICECHANGE\n"), std::string::npos);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 0) << "still settling";
-  nb.Sleep(3000);
-  EXPECT_EQ(nb.worker().state.bt_connection_count.load(), 2);
-  EXPECT_FALSE(nb.worker().state.device_change_pending.load());
-  EXPECT_EQ(nb.FirstAt("CONFIG changed! 0 -> 2\n"), at + 2000)
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "still settling";
+  nb.RunFor(3000);
+  EXPECT_EQ(nb.worker().shared.bt_connection_count(), 2);
+  EXPECT_FALSE(nb.worker().shared.device_change_pending());
+  EXPECT_EQ(nb.TimeOf("CONFIG changed! 0 -> 2\n"), at + 2000)
       << "the selection waits 2000 ms before it counts";
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
 }
@@ -116,11 +116,11 @@ TEST(EventsWlan, ConnectionOnChannel36YieldsThe5GHzSetEvenWithBluetooth) {
   EngineOnNotebook nb(Interface(true, 6));
   Settle(nb);
   nb.Patch(kLeDeviceArrives);
-  nb.Sleep(3000);
+  nb.RunFor(3000);
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   ASSERT_EQ(nb.worker().activeConfigSet(), 2u);
   nb.Patch(Interface(true, 36));
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_connected\n"), std::string::npos);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 2 -> 1\n"));
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
@@ -134,12 +134,12 @@ TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceS
       "description": "Headset", "friendlyName": "Headset", "connected": true},
       {"hardwareId": "BTHENUM\\Dev_00aa00bb00cc", "description": "Speaker",
        "friendlyName": "Speaker", "connected": false}]}})");
-  nb.Sleep(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 1);
+  nb.RunFor(3000);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 1);
   nb.worker().ConsumeReevaluation();
   ASSERT_EQ(nb.worker().activeConfigSet(), 1u);
   nb.Patch(Interface(true, 6));
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 2\n"));
   ASSERT_TRUE(nb.worker().ConsumeReevaluation());
   EXPECT_EQ(nb.worker().activeConfigSet(), 2u);
@@ -148,10 +148,10 @@ TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceS
 TEST(EventsWlan, DisconnectionAsksForADecisionWithoutRecomputing) {
   EngineOnNotebook nb;
   Settle(nb);
-  nb.worker().state.active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
   const size_t before = nb.LogCount("CONFIG changed!");
   nb.Patch(Interface(false, 36));
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_disconnected\n"), std::string::npos);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
@@ -177,9 +177,9 @@ TEST(EventsWlan, NotificationsBeforeAnyWorkerIsRememberedAreIgnored) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(RememberedWorker(), nullptr);
   nb.Patch(Interface(false, 36));
-  nb.Sleep(100);
+  nb.RunFor(100);
   nb.Patch(Interface(true, 36));
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_EQ(nb.ConsoleText().find("wlan_notification"), std::string::npos);
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
 
@@ -188,7 +188,7 @@ TEST(EventsWlan, NotificationsBeforeAnyWorkerIsRememberedAreIgnored) {
   EXPECT_EQ(RememberedWorker(), &nb.worker());
   nb.worker().ConsumeReevaluation();
   nb.Patch(Interface(false, 36));
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_disconnected\n"), std::string::npos);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
 }
@@ -218,12 +218,12 @@ TEST(EventsPower, ChangedValueAsksForADecisionWithoutRecomputingTheSet) {
   EngineOnNotebook nb(R"({"lid": {"notifications": true}})");
   Settle(nb);
   ForgetRememberedWorker();
-  nb.worker().state.active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
   const size_t before = nb.LogCount("CONFIG changed!");
   nb.Patch(R"({"power": {"source": 1}})");
-  nb.Sleep(100);
+  nb.RunFor(100);
   EXPECT_TRUE(nb.LogContains("Power state changed! (0 -> 1)\n"));
-  EXPECT_EQ(nb.worker().powerSource.load(), 1u);
+  EXPECT_EQ(nb.worker().shared.power_source(), 1u);
   EXPECT_TRUE(nb.worker().ReevaluationRequested());
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
@@ -239,7 +239,7 @@ TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) 
   EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
   EXPECT_TRUE(nb.worker().ConsumeReevaluation());
 
-  nb.worker().state.lid_open.store(false);
+  nb.worker().shared.set_lid_open(false);
   RequestReevaluation(&nb.worker(), true, Trigger::kDevice);
   EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
   EXPECT_TRUE(nb.worker().reevaluation.configChangePending());
@@ -308,7 +308,7 @@ TEST(EventsWindow, ClassAndTitleRegistrationsLoopAndUnregistering) {
   EXPECT_EQ(events.script.registered,
             (std::vector<platform::PowerSetting>{platform::PowerSetting::kLidSwitch,
                                                  platform::PowerSetting::kAcDcPowerSource}));
-  EXPECT_TRUE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_TRUE(nb.worker().shared.lid_notification_registered());
   EXPECT_TRUE(events.script.looped);
   EXPECT_TRUE(events.script.unregistered);
 }
@@ -332,7 +332,7 @@ TEST(EventsWindow, LidRegistrationFailureEndsTheThread) {
   ASSERT_EQ(nb.Init(), 0);
   EXPECT_TRUE(
       nb.LogContains("RegisterPowerSettingNotification for GUID_LIDSWITCH_STATE_CHANGE failed!\n"));
-  EXPECT_FALSE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_FALSE(nb.worker().shared.lid_notification_registered());
   EXPECT_EQ(events.script.registered.size(), 1u) << "the power source is not registered";
   EXPECT_FALSE(events.script.looped);
 }
@@ -345,7 +345,7 @@ TEST(EventsWindow, PowerRegistrationFailureIsLoggedAndTheLoopRuns) {
   ASSERT_EQ(nb.Init(), 0);
   EXPECT_TRUE(
       nb.LogContains("RegisterPowerSettingNotification for GUID_ACDC_POWER_SOURCE failed!\n"));
-  EXPECT_TRUE(nb.worker().state.lid_notification_registered.load());
+  EXPECT_TRUE(nb.worker().shared.lid_notification_registered());
   EXPECT_TRUE(events.script.looped);
   EXPECT_TRUE(events.script.unregistered);
 }
@@ -357,7 +357,7 @@ TEST(EventsWindow, ProcedureHandlesItsMessagesAndLeavesOthersToTheDefault) {
   platform::WindowMessage m;
   m.kind = platform::WindowMessage::kDeviceChange;
   EXPECT_TRUE(proc.on_message(m));
-  EXPECT_FALSE(nb.worker().state.device_change_pending.load())
+  EXPECT_FALSE(nb.worker().shared.device_change_pending())
       << "messages before the creation message have no worker";
   m.kind = platform::WindowMessage::kCreate;
   EXPECT_TRUE(proc.on_message(m));

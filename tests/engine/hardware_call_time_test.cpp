@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "engine/measure_mode.h"
 #include "engine/sample_buffers.h"
 #include "platform/sim/hardware_call_time.h"

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "engine/measure_mode.h"
 #include "engine/sample_buffers.h"
 
@@ -221,7 +221,7 @@ TEST_F(EngineMeasureMode, EachReadIsRecordedAsTheAutomaticSweepOfItsSwitchPositi
   std::array<Status, platform::kMaxPorts> results{};
   h_->worker().sw.SetMode(3, results);  // switch 0 "Main", switch 1 "Div"
   Measure(2);
-  const auto& sweep = h_->worker().state.counters.auto_sweep;
+  const auto& sweep = h_->worker().shared.device().counters.auto_sweep;
   EXPECT_EQ(sweep[0][0].load(), -55);  // port 0 in "Main"
   EXPECT_EQ(sweep[1][1].load(), -58);  // port 1 in "Div"
   EXPECT_EQ(sweep[1][0].load(), -200);
@@ -247,7 +247,7 @@ TEST_F(EngineMeasureMode, FourthAntennaHasNoCounterAndIsLeftOutOfMeanAndSweep) {
   // (-55 + -70 + -66) / 3 = -63.67 -> -63; the fourth port's -40 is never read.
   EXPECT_NE(Log().find("*-63 (866.7M), *-63 (866.7M), Avg: 866.7 Mbps\n"), std::string::npos)
       << Log();
-  const auto& sweep = h_->worker().state.counters.auto_sweep;
+  const auto& sweep = h_->worker().shared.device().counters.auto_sweep;
   EXPECT_EQ(sweep[0][2].load(), -66);
   EXPECT_EQ(sweep[0][3].load(), -200);
 }

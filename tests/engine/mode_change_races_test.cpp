@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 
 namespace zaltor::engine::autotest {
 namespace {
@@ -18,7 +18,7 @@ constexpr int64_t kLimitMs = 120000;
 // The Auto start's config set selection waits 2000 ms for Bluetooth to settle when a device
 // change is pending: a window in which other requests arrive.
 void MakeTheNextAutoStartSettle(AutoHarness& h) {
-  h.worker().state.device_change_pending.store(true);
+  h.worker().shared.set_device_change_pending(true);
 }
 
 TEST(ModeChangeRaces, FixedModeWhileAutoIsStartingLeavesNoLoopRunning) {
@@ -171,10 +171,10 @@ TEST(ModeChangeRaces, ASetBroughtIntoForceMidPassLeavesThePassOnItsOwnSet) {
   AutoHarness h(o);
   std::atomic<bool> armed{false};
   h.scripted().onCollect = [&](int) {
-    if (h.worker().autoState.load() != kAutoMeasuring || !armed.exchange(false)) return;
+    if (h.worker().shared.auto_state() != kAutoMeasuring || !armed.exchange(false)) return;
     // What the monitor does when it takes a request with the lid-closed set pending between
     // two of the loop's looks at the request: the set is in force, no request is left.
-    h.worker().state.active_config_set.store(3);
+    h.worker().shared.device().active_config_set.store(3);
   };
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);

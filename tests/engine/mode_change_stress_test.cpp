@@ -21,7 +21,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/auto_harness.h"
+#include "engine/engine_harness.h"
 #include "service/worker_control_target.h"
 #if !defined(_WIN32)
 #include <unistd.h>

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 #include "engine/system_events.h"
 #include "engine/worker_threads.h"
 
@@ -22,7 +22,7 @@ class MonitorRun {
   explicit MonitorRun(EngineOnNotebook& nb, uint32_t autoState = kAutoIdle) : nb_(nb) {
     arg_ = std::make_shared<AutoSwitchingWorkerArg>();
     arg_->worker = &nb.worker();
-    nb.worker().autoState.store(autoState);
+    nb.worker().shared.set_auto_state(autoState);
     thread_ = nb.clock().start_thread("monitor", [a = arg_] { MonitorThread(a); });
   }
   ~MonitorRun() { Stop(); }
@@ -78,10 +78,10 @@ TEST(MonitorRssi, WorseLinkTriggersAgainSinceTheBaseStays) {
   nb.SleepUntil(kRound1 + 1500);
   const std::string trigger =
       "[Monitor] RSSI become worse: -50 -> -70, going to determine next mode.\n";
-  EXPECT_EQ(nb.FirstAt(trigger), kRound1);
+  EXPECT_EQ(nb.TimeOf(trigger), kRound1);
   // Without an auto loop to take it, the monitor consumes its own request at its next
   // one-second step, ends the sleep and compares again against the unchanged base.
-  EXPECT_EQ(nb.FirstAt(trigger, kRound1 + 1), kRound1 + 1000);
+  EXPECT_EQ(nb.TimeOf(trigger, kRound1 + 1), kRound1 + 1000);
   EXPECT_EQ(nb.LogCount(trigger), 2u);
 }
 
@@ -136,7 +136,7 @@ TEST(MonitorState, NeitherReadsNorComparesWhileTheLoopMeasures) {
   EXPECT_FALSE(nb.worker().ReevaluationRequested());
 
   // The same drop is seen as soon as the loop is idle again.
-  nb.worker().autoState.store(kAutoIdle);
+  nb.worker().shared.set_auto_state(kAutoIdle);
   nb.SleepUntil(kRound3 + 5000 + 500);
   EXPECT_TRUE(
       nb.LogContains("[Monitor] RSSI become worse: -50 -> -90, going to determine next mode.\n"));
@@ -190,7 +190,7 @@ TEST(MonitorStart, DisabledByAZeroIntervalOfTheSetActiveAtStart) {
   MonitorRun monitor(nb);
   monitor.Join();  // ends on its own
   EXPECT_TRUE(nb.LogContains("[Monitor] MONITOR IS DISABLED\n"));
-  nb.worker().state.active_config_set.store(3);
+  nb.worker().shared.device().active_config_set.store(3);
   nb.Patch(AllAntennas(-90));
   nb.SleepUntil(kRound2);
   EXPECT_EQ(nb.LogCount("[Monitor]"), 1u) << "nothing is monitored afterwards";

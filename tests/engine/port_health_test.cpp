@@ -4,8 +4,8 @@
 
 #include <string>
 
+#include "engine/engine_harness.h"
 #include "engine/port_health.h"
-#include "engine/scenario_notebook.h"
 
 namespace zaltor::engine {
 namespace {
@@ -17,8 +17,8 @@ void RunPasses(EngineOnNotebook& nb, uint64_t passes, int64_t limitMs) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
   const int64_t until = nb.Now() + limitMs;
-  while (nb.worker().journal.Published() < passes && nb.Now() < until) nb.Sleep(100);
-  ASSERT_GE(nb.worker().journal.Published(), passes) << nb.LogText();
+  while (nb.worker().journal.Published() < passes && nb.Now() < until) nb.RunFor(100);
+  ASSERT_GE(nb.worker().journal.Published(), passes) << nb.Text();
 }
 
 TEST(PortHealthScenario, APortWithoutSignalInBothPositionsIsNoSignalAndTheOtherOk) {

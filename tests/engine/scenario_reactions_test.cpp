@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "engine/scenario_notebook.h"
+#include "engine/engine_harness.h"
 #include "engine/system_events.h"
 
 namespace zaltor::engine {
@@ -27,8 +27,8 @@ std::string Interface(bool connected, int channel) {
 void StartAuto(EngineOnNotebook& nb) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
-  ASSERT_GE(nb.WaitForLog("Sleep: 60000\n", 60000), 0) << nb.LogText();
-  ASSERT_EQ(nb.worker().autoState.load(), kAutoIdle);
+  ASSERT_GE(nb.WaitForLog("Sleep: 60000\n", 60000), 0) << nb.Text();
+  ASSERT_EQ(nb.worker().shared.auto_state(), kAutoIdle);
 }
 
 // The measurement text of the pass that begins at the `n`th (0-based) "Using Config Set".
@@ -46,27 +46,27 @@ TEST(ScenarioLid, ClosingOnA5GHzLinkSwitchesToTheLidSetAndOpeningBackTo5GHz) {
   EngineOnNotebook nb;  // channel 36
   StartAuto(nb);
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
-  EXPECT_NE(nb.LogText().find("Using Config Set: 1\n"), std::string::npos);
+  EXPECT_NE(nb.Text().find("Using Config Set: 1\n"), std::string::npos);
 
-  nb.Sleep(10000);
+  nb.RunFor(10000);
   size_t passes = nb.Passes();
   const size_t closedAt = passes;  // the index of the pass that the lid closing begins
   nb.Patch(R"({"lid": {"open": false}})");
-  nb.Sleep(1);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n")) << nb.LogText();
+  nb.RunFor(1);
+  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n")) << nb.Text();
   const auto closed = nb.WaitForPass(passes, 120000);
-  ASSERT_EQ(closed.set, 3) << nb.LogText();
+  ASSERT_EQ(closed.set, 3) << nb.Text();
   ASSERT_GE(nb.WaitForLog("Sleep: ", 70000, 1), 0);
   passes = nb.Passes();
   // The pass ran with the lid-closed set: two samples per mode.
-  const std::string pass = PassText(nb.LogText() + nb.Pending(), closedAt);
+  const std::string pass = PassText(nb.Text() + nb.Pending(), closedAt);
   EXPECT_NE(pass.find("Getting RSSI for mode 1: -50 (866.7M), -50 (866.7M), Avg:"),
             std::string::npos)
       << pass;
 
   nb.Patch(R"({"lid": {"open": true}})");
-  nb.Sleep(1);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 1\n")) << nb.LogText();
+  nb.RunFor(1);
+  EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 1\n")) << nb.Text();
   const auto opened = nb.WaitForPass(passes, 120000);
   EXPECT_EQ(opened.set, 1);
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
@@ -80,8 +80,8 @@ TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenc
       "description": "Headset", "friendlyName": "Headset", "connected": true},
       {"hardwareId": "BTHENUM\\Dev_00aa00bb00cc", "description": "Speaker",
        "friendlyName": "Speaker", "connected": false}]}})");
-  nb.Sleep(3000);
-  ASSERT_EQ(nb.worker().state.bt_connection_count.load(), 1);
+  nb.RunFor(3000);
+  ASSERT_EQ(nb.worker().shared.bt_connection_count(), 1);
   EXPECT_FALSE(nb.LogContains("CONFIG changed! 1 ->")) << "still on 5 GHz";
 
   // The device change's request began a pass (set 1) that measures now. The request of
@@ -89,28 +89,28 @@ TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenc
   // loop finishes its pass and the next one, after the sleep, runs with the new set.
   const size_t passes = nb.Passes();
   nb.Patch(Interface(true, 6));
-  nb.Sleep(1);
+  nb.RunFor(1);
   EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_connected\n"), std::string::npos);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 2\n")) << nb.LogText();
+  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 2\n")) << nb.Text();
   const auto pass = nb.WaitForPass(passes, 120000);
-  EXPECT_EQ(pass.set, 2) << nb.LogText();
+  EXPECT_EQ(pass.set, 2) << nb.Text();
   EXPECT_EQ(nb.worker().activeConfigSet(), 2u);
 }
 
 TEST(ScenarioMonitor, RssiDropWhileTheLoopSleepsStartsANewPassWithinTwoSeconds) {
   EngineOnNotebook nb;
   StartAuto(nb);
-  nb.Sleep(7000);
-  ASSERT_EQ(nb.worker().autoState.load(), kAutoIdle);
+  nb.RunFor(7000);
+  ASSERT_EQ(nb.worker().shared.auto_state(), kAutoIdle);
   const size_t passes = nb.Passes();
   nb.Patch(AllAntennas(-65));
   const std::string trigger =
       "[Monitor] RSSI become worse: -50 -> -65, going to determine next mode.\n";
   const int64_t triggered = nb.WaitForLog(trigger, 6000);
-  ASSERT_GE(triggered, 0) << nb.LogText();
-  const int64_t at = nb.FirstAt(trigger);
+  ASSERT_GE(triggered, 0) << nb.Text();
+  const int64_t at = nb.TimeOf(trigger);
   const auto pass = nb.WaitForPass(passes, 5000);
-  ASSERT_GE(pass.at_ms, 0) << nb.LogText();
+  ASSERT_GE(pass.at_ms, 0) << nb.Text();
   EXPECT_LE(pass.at_ms - at, 2000) << "the loop took the request within its next step";
   EXPECT_EQ(pass.set, 1);
 }
@@ -122,18 +122,18 @@ TEST(ScenarioPower, ChangeAsksForANewDecisionWithoutRecomputingTheSet) {
   EXPECT_NE(nb.ConsoleText().find("GUID_ACDC_POWER_SOURCE\n"), std::string::npos);
   EXPECT_FALSE(nb.LogContains("Power state changed!"));
 
-  nb.Sleep(10000);
+  nb.RunFor(10000);
   // A Bluetooth re-scan that a recomputation would carry out (and clear) is pending.
-  nb.worker().state.device_change_pending.store(true);
+  nb.worker().shared.set_device_change_pending(true);
   const size_t passes = nb.Passes();
   const size_t changes = nb.LogCount("CONFIG changed!");
   nb.Patch(R"({"power": {"source": 1}})");
-  nb.Sleep(1);
+  nb.RunFor(1);
   EXPECT_TRUE(nb.LogContains("Power state changed! (0 -> 1)\n"));
   const auto pass = nb.WaitForPass(passes, 3000);
   EXPECT_GE(pass.at_ms, 0) << "a new decision";
   EXPECT_EQ(pass.set, 1);
-  EXPECT_TRUE(nb.worker().state.device_change_pending.load()) << "the set was not recomputed";
+  EXPECT_TRUE(nb.worker().shared.device_change_pending()) << "the set was not recomputed";
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), changes);
 }
 
@@ -152,7 +152,7 @@ TEST(ScenarioPower, UnchangedSourceDoesNothing) {
   m.setting = platform::PowerSetting::kAcDcPowerSource;
   m.value = 1;
   proc.on_message(m);
-  nb.Sleep(5000);
+  nb.RunFor(5000);
   EXPECT_EQ(nb.LogCount("Power state changed!"), 1u);
   EXPECT_EQ(nb.Passes(), passes) << "no new pass";
 }
@@ -164,7 +164,7 @@ TEST(ScenarioWlan, NotificationBeforeAnyWorkerIsRememberedIsIgnored) {
   ASSERT_EQ(RememberedWorker(), nullptr);
   const size_t changes = nb.LogCount("CONFIG changed!");
   nb.Patch(Interface(true, 6));  // a connected notification: 2.4 GHz now
-  nb.Sleep(3000);
+  nb.RunFor(3000);
   EXPECT_EQ(nb.ConsoleText().find("wlan_notification_msm_connected"), std::string::npos);
   EXPECT_EQ(nb.LogCount("CONFIG changed!"), changes);
   EXPECT_EQ(nb.worker().activeConfigSet(), 1u);

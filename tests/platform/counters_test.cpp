@@ -84,7 +84,8 @@ TEST_F(CountersTest, FailedQueryOpenAddsNothingAndClearsTheRssiFlag) {
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{4, "Counter Path: " + kThroughput + "\n"},
                                              {3, "PdhOpenQuery failed with 0xc0000bb8\n"}}));
   state.ready = true;
-  EXPECT_EQ(counters.ReadThroughput(), STATUS_COUNTER_COLLECT);
+  LinkReading reading;
+  EXPECT_EQ(counters.ReadThroughput(reading), STATUS_COUNTER_COLLECT);
 }
 
 TEST_F(CountersTest, FailedAddsAreLoggedAndLeaveTheFlagsClear) {
@@ -116,40 +117,41 @@ TEST_F(CountersTest, ReadThroughputStoresBytesAndMegabits) {
   FakeCounterQuery& q = Ready();
   q.values[kThroughput] = 12000000;
   q.values[kSpeed] = 866700000;
-  EXPECT_EQ(counters.ReadThroughput(), SWITCH_OK);
-  EXPECT_EQ(state.counters.last_throughput.load(), 12000000);
-  EXPECT_DOUBLE_EQ(state.counters.last_link_speed.load(), 866.7);
+  LinkReading reading;
+  EXPECT_EQ(counters.ReadThroughput(reading), SWITCH_OK);
+  EXPECT_EQ(reading.throughput_bps, 12000000);
+  EXPECT_DOUBLE_EQ(reading.link_speed_mbps, 866.7);
 }
 
 TEST_F(CountersTest, ReadThroughputFailures) {
   FakeCounterQuery& q = Ready();
+  LinkReading reading;
   state.ready = false;
-  EXPECT_EQ(counters.ReadThroughput(), SWITCH_ERR_NOT_READY);
+  EXPECT_EQ(counters.ReadThroughput(reading), SWITCH_ERR_NOT_READY);
   state.ready = true;
   q.collect_results = {kCollectError};
-  EXPECT_EQ(counters.ReadThroughput(), STATUS_COUNTER_COLLECT);
+  EXPECT_EQ(counters.ReadThroughput(reading), STATUS_COUNTER_COLLECT);
   EXPECT_TRUE(log.Contains(4, "PdhCollectQueryData failed with 0x800007d5\n"));
 
   q.values[kThroughput] = 5000;
   q.format_errors[kSpeed] = {kFormatError, 1};
-  EXPECT_EQ(counters.ReadThroughput(), STATUS_THROUGHPUT_VALUE);
-  EXPECT_EQ(state.counters.last_throughput.load(), 5000);  // the first value stays stored
+  EXPECT_EQ(counters.ReadThroughput(reading), STATUS_THROUGHPUT_VALUE);
+  EXPECT_EQ(reading.throughput_bps, 5000);  // the first value stays stored
   EXPECT_TRUE(log.Contains(4, "PdhGetFormattedCounterValue failed with 0xc0000bc6.\n"));
 
   q.format_errors[kThroughput] = {kFormatError, 1};
   q.values[kThroughput] = 7000;
-  EXPECT_EQ(counters.ReadThroughput(), STATUS_THROUGHPUT_VALUE);
-  EXPECT_EQ(state.counters.last_throughput.load(), 5000);
+  EXPECT_EQ(counters.ReadThroughput(reading), STATUS_THROUGHPUT_VALUE);
+  EXPECT_EQ(reading.throughput_bps, 5000);
 }
 
 TEST_F(CountersTest, MissingThroughputCountersReadAsMinusOne) {
   fake.prepare = [](FakeCounterQuery& q) { q.add_errors[kThroughput] = 1; };
   Ready();
-  state.counters.last_throughput = 1;
-  state.counters.last_link_speed = 1.0;
-  EXPECT_EQ(counters.ReadThroughput(), SWITCH_OK);
-  EXPECT_EQ(state.counters.last_throughput.load(), -1);
-  EXPECT_DOUBLE_EQ(state.counters.last_link_speed.load(), -1.0);
+  LinkReading reading{1, 1.0};
+  EXPECT_EQ(counters.ReadThroughput(reading), SWITCH_OK);
+  EXPECT_EQ(reading.throughput_bps, -1);
+  EXPECT_DOUBLE_EQ(reading.link_speed_mbps, -1.0);
 }
 
 TEST_F(CountersTest, ACounterReadingZeroGivesMinus200NeverZero) {

@@ -23,6 +23,7 @@
 #include "platform/program_directory_files.h"
 #include "platform/registry.h"
 #include "platform/sim/sim_notebook.h"
+#include "rig/notebook_rig.h"
 
 namespace zaltor::lab {
 namespace {
@@ -49,16 +50,6 @@ class TextLog final : public Log {
 class NullEntries final : public log::LogEntryWriter {
  public:
   int32_t WriteLogEntry(std::string_view, uint8_t) override { return 0; }
-};
-
-// No registry key: the configuration version's registration only logs.
-class NoRegistry final : public platform::Registry {
- public:
-  std::unique_ptr<platform::RegistryKey> open_local_machine(const std::string&,
-                                                            uint32_t& error) override {
-    error = 2;
-    return nullptr;
-  }
 };
 
 // Plain configuration text holds no control characters other than tab, CR, LF and ^Z; a
@@ -282,7 +273,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   auto profiles = platform::make_ini_profile_reader();
   auto crypto = platform::make_openssl_crypto();
   NullConsole console;
-  NoRegistry registry;
+  rig::NoKeysRegistry registry;
   std::string configReport;
   {
     NullLog quiet;

@@ -171,7 +171,7 @@ TEST(ServiceStopOnNotebook, StopPutsTheAntennaIntoTheDefaultModeOfTheActiveSet) 
 
   // Auto mode on the 5 GHz link chooses mode 3 (switch 1 in Div), the best signal.
   ASSERT_TRUE(eventually([&] {
-    return svc.worker().initialised() && svc.worker().autoState.load() == engine::kAutoIdle &&
+    return svc.worker().initialised() && svc.worker().shared.auto_state() == engine::kAutoIdle &&
            svc.notebook().mode() == 3;
   })) << svc.events();
   ASSERT_EQ(svc.worker().activeConfigSet(), 1u);
