@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "engine/system_events.h"
-#include "platform/clock.h"
 #include "log/log_context.h"
+#include "platform/clock.h"
 #if defined(_WIN32)
 #include "platform/win32/win32_backends.h"
 #else

@@ -19,10 +19,10 @@
 #include <vector>
 
 #include "engine/worker.h"
-#include "platform/platform.h"
-#include "platform/sim/sim_notebook.h"
 #include "log/line_buffer.h"
 #include "log/log_entry_writer.h"
+#include "platform/platform.h"
+#include "platform/sim/sim_notebook.h"
 
 namespace zaltor::engine {
 

@@ -16,10 +16,10 @@
 #include <vector>
 
 #include "engine/worker.h"
-#include "platform/sim/sim_notebook.h"
-#include "platform/system_events.h"
 #include "log/line_buffer.h"
 #include "log/log_entry_writer.h"
+#include "platform/sim/sim_notebook.h"
+#include "platform/system_events.h"
 
 namespace zaltor::engine::testing {
 

@@ -9,9 +9,9 @@
 #include <thread>
 
 #include "host_fakes.h"
+#include "log/log_event.h"
 #include "notify_socket.h"
 #include "platform/posix/posix_backends.h"
-#include "log/log_event.h"
 
 namespace zaltor::host_test {
 namespace {
