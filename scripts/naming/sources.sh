@@ -8,7 +8,7 @@
 #            from build-windows/compile_commands.json (the windows preset) with clang told to
 #            parse for MinGW-w64 and given MinGW's libstdc++ headers;
 #   fuzz     the libFuzzer entry points (tests/fuzz), which only the fuzz preset builds:
-#            parsed with the native include paths.
+#            parsed with their include paths and the native generated headers.
 # Headers are checked through the files that include them (the header filter admits the
 # project's own folders only, so generated stubs, GoogleTest and system headers are skipped).
 # The build directories must have been built first: the Windows sources include the stubs
@@ -51,13 +51,15 @@ fuzz = [f for f in fuzz if f not in native]
 for name, lst in (("native", native), ("windows", windows), ("fuzz", fuzz)):
     with open(os.path.join(out, name + ".txt"), "w") as f:
         f.write("".join(p + "\n" for p in lst))
-# The fuzz entry points get a compile database of their own, with the native include paths.
+# The fuzz entry points get a compile database of their own, with the include paths that
+# tests/fuzz/CMakeLists.txt gives them.
 os.makedirs(os.path.join(out, "fuzz-db"), exist_ok=True)
 generated = os.path.join(os.path.dirname(native_db), "generated")
 with open(os.path.join(out, "fuzz-db", "compile_commands.json"), "w") as f:
     json.dump([{"directory": root, "file": p,
                 "arguments": ["clang++", "-std=c++20", "-I" + os.path.join(root, "src"),
-                              "-I" + generated, "-c", p]} for p in fuzz], f, indent=1)
+                              "-I" + os.path.join(root, "tests"), "-I" + generated,
+                              "-c", p]} for p in fuzz], f, indent=1)
 EOF
 }
 
@@ -72,8 +74,10 @@ naming_mingw_args() {
 }
 
 # Runs clang-tidy-14 with the repository's .clang-tidy over the files listed in $1/*.txt, two
-# (NAMING_JOBS) at a time, output into $1/*.log. Extra arguments (e.g. --export-fixes=DIR)
-# are passed on; a DIR given as --export-fixes gets one YAML file per invocation.
+# (NAMING_JOBS) at a time, output into $1/*.log; with an export directory $2, each file's
+# fixes go into a YAML file of their own there. One file per clang-tidy process: a process
+# given several files reports a header's name once, with the renames of the first file's
+# uses only, and the other files' uses would be left unrenamed.
 # Returns non-zero if any invocation failed.
 naming_run() {
   local out=$1 export_dir=${2:-} rc=0
@@ -85,7 +89,7 @@ naming_run() {
     shift
     [ -s "$out/$set.txt" ] || return 0
     # shellcheck disable=SC2016 # expanded by the inner shell, once per invocation
-    xargs -P"$jobs" -n2 -d '\n' sh -c '
+    xargs -P"$jobs" -n1 -d '\n' sh -c '
       export_dir=$1; shift
       if [ -n "$export_dir" ]; then
         yaml=$(mktemp "$export_dir/fixes-XXXXXX.yaml")
