@@ -3,7 +3,8 @@
 # Usage: scripts/install-deps.sh [--browser] [--windows] [--wine]
 set -euo pipefail
 want=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-      nlohmann-json3-dev libssl-dev clang-format clang libclang-rt-14-dev)
+      nlohmann-json3-dev libssl-dev clang-format clang libclang-rt-14-dev clang-tidy-14
+      clang-tools-14)
 for arg in "$@"; do
   case "$arg" in
     --browser) want+=(chromium) ;;  # the lab report's rendering test

@@ -28,6 +28,9 @@ tsan_targets=$(sed -n 's/.*"name": "tsan", "configurePreset".*"label": "\([^"]*\
   CMakePresets.json | tr '|' ' ')
 [ -n "$tsan_targets" ] || tsan_targets=zaltor_tests
 
+# Style first, it takes seconds: every source formatted by .clang-format.
+run scripts/check-format.sh
+
 run cmake --preset default "${configure_flags[@]}"
 run cmake --build --preset default -j"$jobs"
 run ctest --preset default
@@ -46,6 +49,9 @@ TSAN_OPTIONS=halt_on_error=1 run ctest --preset tsan --no-tests=ignore
 
 run cmake --preset windows
 run cmake --build --preset windows -j"$jobs"
+# The naming rule (.clang-tidy) over the sources of both builds; it parses the Windows
+# sources with the stubs that this build generated.
+run scripts/check-naming.sh
 # Under Wine (scripts/wine-run.sh makes the prefix in build-windows/ on first use).
 run ctest --preset windows
 echo

@@ -1,7 +1,7 @@
 #include "log/line_buffer.h"
 
-#include "platform/log.h"
 #include "log/text_limits.h"
+#include "platform/log.h"
 
 namespace zaltor::log {
 

@@ -2,8 +2,8 @@
 // The service log call: the service host's own log, assembling lines in the service
 // object's buffer.
 
-#include "platform/log.h"
 #include "log/log_context.h"
+#include "platform/log.h"
 
 namespace zaltor::log {
 

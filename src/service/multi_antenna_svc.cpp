@@ -1,8 +1,8 @@
 #include "service/multi_antenna_svc.h"
 
+#include "log/text_limits.h"
 #include "platform/log.h"
 #include "platform/status.h"
-#include "log/text_limits.h"
 
 namespace zaltor::service {
 

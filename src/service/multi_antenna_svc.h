@@ -11,10 +11,10 @@
 #include <functional>
 #include <string>
 
-#include "platform/thread_pool.h"
 #include "log/line_buffer.h"
 #include "log/log_context.h"
 #include "log/service_log.h"
+#include "platform/thread_pool.h"
 #include "service/service_base.h"
 
 namespace zaltor::service {

@@ -1,8 +1,8 @@
 #include "service/service_base.h"
 
-#include "platform/log.h"
 #include "log/log_event.h"
 #include "log/text_limits.h"
+#include "platform/log.h"
 #include "service/service_names.h"
 
 namespace zaltor::service {

@@ -11,10 +11,10 @@
 #include <mutex>
 #include <string>
 
+#include "log/log_entry_writer.h"
 #include "platform/event_trace.h"
 #include "platform/platform.h"
 #include "platform/service_manager.h"
-#include "log/log_entry_writer.h"
 
 namespace zaltor::service {
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "log/log_entry_writer.h"
 #include "platform/clock.h"
 #include "platform/event_trace.h"
 #include "platform/file_system.h"
@@ -17,7 +18,6 @@
 #include "platform/platform.h"
 #include "platform/service_manager.h"
 #include "platform/thread_pool.h"
-#include "log/log_entry_writer.h"
 
 namespace zaltor::host_test {
 
