@@ -62,7 +62,7 @@ std::string large_configuration(size_t bytes) {
   return text;
 }
 
-void BM_LoadTenMegabyteConfiguration(benchmark::State& state) {
+void bm_load_ten_megabyte_configuration(benchmark::State& state) {
   std::random_device rd;
   const auto dir =
       std::filesystem::temp_directory_path() / ("zaltor-config-bench-" + std::to_string(rd()));
@@ -72,8 +72,8 @@ void BM_LoadTenMegabyteConfiguration(benchmark::State& state) {
     std::ofstream out(dir / "Conf.ini", std::ios::binary);
     out << text;
   }
-  auto realFiles = platform::make_posix_file_system();
-  platform::ProgramDirectoryFiles files(*realFiles, dir.string());
+  auto real_files = platform::make_posix_file_system();
+  platform::ProgramDirectoryFiles files(*real_files, dir.string());
   auto crypto = platform::make_openssl_crypto();
   NullLog log;
   NullConsole console;
@@ -97,7 +97,7 @@ void BM_LoadTenMegabyteConfiguration(benchmark::State& state) {
   std::error_code ec;
   std::filesystem::remove_all(dir, ec);
 }
-BENCHMARK(BM_LoadTenMegabyteConfiguration)->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_load_ten_megabyte_configuration)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace zaltor::config

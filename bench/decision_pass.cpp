@@ -19,7 +19,7 @@ namespace {
 constexpr int64_t kDayMs = 24LL * 60 * 60 * 1000;
 constexpr int kChangeEverySeconds = 180;
 
-nlohmann::json Radio(int variant) {
+nlohmann::json radio(int variant) {
   // A few radio situations the notebook moves between.
   static const int kMain[3][4] = {{-55, -70, -66, -60}, {-78, -62, -66, -60}, {-60, -58, -72, -65}};
   static const int kDiv[3][4] = {{-62, -58, -61, -64}, {-62, -71, -59, -63}, {-57, -66, -60, -61}};
@@ -30,69 +30,69 @@ nlohmann::json Radio(int variant) {
 }
 
 // `evalIntervalMs`: the wait between two decision passes.
-RigOptions FourSwitchNotebook(bool withTimeline, const std::string& evalIntervalMs = "30000") {
+RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_interval_ms = "30000") {
   RigOptions o;
-  o.keepLog = false;
-  Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", evalIntervalMs}};
+  o.keep_log = false;
+  Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", eval_interval_ms}};
   for (int m = 5; m <= 16; ++m) {
     keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
     keys["DisableMode_" + std::to_string(m)] = "0";
   }
-  o.config = ConfIni(keys, "", FourSwitchGpio());
+  o.config = conf_ini(keys, "", four_switch_gpio());
   nlohmann::json rates = nlohmann::json::array();
   for (int m = 0; m < 16; ++m) rates.push_back(300.0 + 37.5 * m);
   nlohmann::json patch = {
       {"firmware", {{"switchCount", 4}, {"lines", 255}}},
       {"counters", {{"A", 0}, {"B", 1}, {"C", 2}, {"D", 3}}},
-      {"radio", {{"rssi", Radio(0)}, {"rateMbps", rates}}},
+      {"radio", {{"rssi", radio(0)}, {"rateMbps", rates}}},
   };
-  if (withTimeline) {
+  if (with_timeline) {
     nlohmann::json timeline = nlohmann::json::array();
     for (int at = kChangeEverySeconds, i = 1; at < kDayMs / 1000; at += kChangeEverySeconds, ++i) {
-      timeline.push_back({{"at", at}, {"patch", {{"radio", {{"rssi", Radio(i % 3)}}}}}});
+      timeline.push_back({{"at", at}, {"patch", {{"radio", {{"rssi", radio(i % 3)}}}}}});
     }
     patch["timeline"] = timeline;
-    o.startNotebook = true;
+    o.start_notebook = true;
   }
-  o.scenarioPatch = patch.dump();
+  o.scenario_patch = patch.dump();
   return o;
 }
 
-void BM_DecisionPassFourSwitches(benchmark::State& state) {
+void bm_decision_pass_four_switches(benchmark::State& state) {
   // Idle between the measured passes.
-  NotebookRig h(FourSwitchNotebook(false, "3600000"));
+  NotebookRig h(four_switch_notebook(false, "3600000"));
   const int32_t init = h.Init();
-  h.TakeStartRequest();
-  if (init != 0 || h.worker().modeCount() != 16) {
+  h.take_start_request();
+  if (init != 0 || h.worker().mode_count() != 16) {
     state.SkipWithError("the four-switch notebook did not start");
     return;
   }
   h.worker().SetUserMode(0);
-  h.RunUntil([&] { return h.SleepLines() >= 1; }, kDayMs);
+  h.run_until([&] { return h.sleep_lines() >= 1; }, kDayMs);
   for (auto _ : state) {
-    const int before = h.SleepLines();
-    h.worker().RaiseReevaluation(engine::Trigger::kMonitor);
-    h.RunUntil([&] { return h.SleepLines() > before; }, kDayMs);
+    const int before = h.sleep_lines();
+    h.worker().raise_reevaluation(engine::Trigger::kMonitor);
+    h.run_until([&] { return h.sleep_lines() > before; }, kDayMs);
   }
-  state.counters["modes"] = h.worker().modeCount();
+  state.counters["modes"] = h.worker().mode_count();
 }
-BENCHMARK(BM_DecisionPassFourSwitches)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_decision_pass_four_switches)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
 
-void BM_SimulatedDayOfAuto(benchmark::State& state) {
+void bm_simulated_day_of_auto(benchmark::State& state) {
   for (auto _ : state) {
-    NotebookRig h(FourSwitchNotebook(true));
+    NotebookRig h(four_switch_notebook(true));
     const int32_t init = h.Init();
-    h.TakeStartRequest();
+    h.take_start_request();
     if (init != 0) {
       state.SkipWithError("the four-switch notebook did not start");
       return;
     }
     h.worker().SetUserMode(0);
-    h.RunFor(kDayMs);
-    state.counters["passes"] = h.SleepLines();
+    h.run_for(kDayMs);
+    state.counters["passes"] = h.sleep_lines();
   }
 }
-BENCHMARK(BM_SimulatedDayOfAuto)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_simulated_day_of_auto)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace zaltor::rig

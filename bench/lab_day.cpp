@@ -20,28 +20,28 @@ namespace {
 
 constexpr double kDayS = 24.0 * 60 * 60;
 
-std::string ReadText(const std::string& path) {
+std::string read_text(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::string DayOf(const std::string& name) {
+std::string day_of(const std::string& name) {
   nlohmann::json doc = nlohmann::json::parse(
-      ReadText(std::string(ZALTOR_SOURCE_DIR) + "/samples/scenarios/" + name));
+      read_text(std::string(ZALTOR_SOURCE_DIR) + "/samples/scenarios/" + name));
   doc["stopAfter"] = kDayS;
   return doc.dump();
 }
 
-std::vector<uint8_t> SampleConfig() {
-  const std::string text = ReadText(std::string(ZALTOR_SOURCE_DIR) + "/samples/Conf.ini");
+std::vector<uint8_t> sample_config() {
+  const std::string text = read_text(std::string(ZALTOR_SOURCE_DIR) + "/samples/Conf.ini");
   return std::vector<uint8_t>(text.begin(), text.end());
 }
 
-void RunDay(benchmark::State& state, const std::string& scenarioName) {
-  const std::string scenario = DayOf(scenarioName);
-  const std::vector<uint8_t> config = SampleConfig();
+void run_day(benchmark::State& state, const std::string& scenario_name) {
+  const std::string scenario = day_of(scenario_name);
+  const std::vector<uint8_t> config = sample_config();
   for (auto _ : state) {
-    const RunResult r = RunOneText(scenario, scenarioName, config, "Conf.ini", "AB12XY", false);
+    const RunResult r = run_one_text(scenario, scenario_name, config, "Conf.ini", "AB12XY", false);
     if (!r.ok) state.SkipWithError(r.error.c_str());
     benchmark::DoNotOptimize(r.trace.switches.size());
   }
@@ -49,30 +49,33 @@ void RunDay(benchmark::State& state, const std::string& scenarioName) {
       kDayS * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-void BM_SimulatedDayDesk(benchmark::State& state) {
-  RunDay(state, "desk-5ghz.json");
+void bm_simulated_day_desk(benchmark::State& state) {
+  run_day(state, "desk-5ghz.json");
 }
-void BM_SimulatedDayNoisyOffice(benchmark::State& state) {
-  RunDay(state, "noisy-office.json");
+void bm_simulated_day_noisy_office(benchmark::State& state) {
+  run_day(state, "noisy-office.json");
 }
 
-void BM_FiguresOfADay(benchmark::State& state) {
-  const std::string scenario = DayOf("noisy-office.json");
+void bm_figures_of_a_day(benchmark::State& state) {
+  const std::string scenario = day_of("noisy-office.json");
   const RunResult r =
-      RunOneText(scenario, "noisy-office.json", SampleConfig(), "Conf.ini", "AB12XY", false);
+      run_one_text(scenario, "noisy-office.json", sample_config(), "Conf.ini", "AB12XY", false);
   if (!r.ok) {
     state.SkipWithError(r.error.c_str());
     return;
   }
   Truth truth;
   std::string error;
-  LoadTruthForRun(scenario, "AB12XY", truth, error);
-  for (auto _ : state) benchmark::DoNotOptimize(ComputeFigures(truth, r.trace).rateShare);
+  load_truth_for_run(scenario, "AB12XY", truth, error);
+  for (auto _ : state) benchmark::DoNotOptimize(compute_figures(truth, r.trace).rateShare);
 }
 
-BENCHMARK(BM_SimulatedDayDesk)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(BM_SimulatedDayNoisyOffice)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(BM_FiguresOfADay)->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_simulated_day_desk)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK(bm_simulated_day_noisy_office)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MinTime(2.0);
+BENCHMARK(bm_figures_of_a_day)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace zaltor::lab

@@ -28,11 +28,11 @@ using namespace zaltor;
 class FixedTarget final : public rpc::ControlTarget {
  public:
   bool initialised() override { return true; }
-  uint32_t userMode() override { return 0; }
+  uint32_t user_mode() override { return 0; }
   int32_t switchCount() override { return 2; }
-  int32_t modeCount() override { return 4; }
-  bool rssiPaRequested() override { return false; }
-  uint32_t autoState() override { return 1; }
+  int32_t mode_count() override { return 4; }
+  bool rssi_pa_requested() override { return false; }
+  uint32_t auto_state() override { return 1; }
   Status GetSwitchNumber(int32_t& c) override {
     c = 2;
     return 0;
@@ -88,7 +88,7 @@ Server& server() {
   return s;
 }
 
-void BM_QueryValueRoundTrip(benchmark::State& state) {
+void bm_query_value_round_trip(benchmark::State& state) {
   uint32_t err = 0;
   auto client = platform::connect_control_client(server().endpoint, 5000, err);
   platform::ContextHandleWire ctx;
@@ -107,11 +107,11 @@ void BM_QueryValueRoundTrip(benchmark::State& state) {
   client->close_context(ctx);
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_QueryValueRoundTrip)->UseRealTime();
+BENCHMARK(bm_query_value_round_trip)->UseRealTime();
 
 // The floor: a QueryValue-sized request (36 bytes with its length) and reply (20 bytes)
 // over a bare abstract socket, echoed by a plain thread.
-void BM_BareSocketPingPong(benchmark::State& state) {
+void bm_bare_socket_ping_pong(benchmark::State& state) {
   const std::string name = "ZaltorRpcBenchBare-" + std::to_string(::getpid());
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
@@ -160,10 +160,10 @@ void BM_BareSocketPingPong(benchmark::State& state) {
   ::close(listener);
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_BareSocketPingPong)->UseRealTime();
+BENCHMARK(bm_bare_socket_ping_pong)->UseRealTime();
 
 // 64 clients at once, each on its own connection and context.
-void BM_ConcurrentClients(benchmark::State& state) {
+void bm_concurrent_clients(benchmark::State& state) {
   uint32_t err = 0;
   auto client = platform::connect_control_client(server().endpoint, 10000, err);
   platform::ContextHandleWire ctx;
@@ -181,7 +181,7 @@ void BM_ConcurrentClients(benchmark::State& state) {
   client->close_context(ctx);
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_ConcurrentClients)->Threads(64)->UseRealTime();
+BENCHMARK(bm_concurrent_clients)->Threads(64)->UseRealTime();
 
 }  // namespace
 

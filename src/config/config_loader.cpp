@@ -94,21 +94,21 @@ Status load_configuration(const LoadContext& ctx, const std::string& model, int3
   // Version failures leave a decrypted file in place; the next start uses it as it is.
   if (major == kAbsentInt) {
     log.write(kLogError, "Invalid or missing major target version.\n");
-    return STATUS_CONFIG_VERSION;
+    return kStatusConfigVersion;
   }
   if (major != kTargetMajor) {
     log.write(kLogError, "Config major target version mismatch (%d, expected %d)\n", major,
               kTargetMajor);
-    return STATUS_CONFIG_VERSION;
+    return kStatusConfigVersion;
   }
   if (minor == kAbsentInt) {
     log.write(kLogError, "Invalid or missing minor target version.\n");
-    return STATUS_CONFIG_VERSION;
+    return kStatusConfigVersion;
   }
   if (minor != kTargetMinor) {
     log.write(kLogError, "Config minor target version mismatch (%d, expected maximum is %d)\n",
               minor, kTargetMinor);
-    return STATUS_CONFIG_VERSION;
+    return kStatusConfigVersion;
   }
 
   const SectionList sections = build_section_search_list(model);
@@ -131,7 +131,7 @@ Status load_configuration(const LoadContext& ctx, const std::string& model, int3
     log.write(kLogError, "Section list longer than %u characters, configuration refused\n",
               kMaxSectionListChars);
     drop_plain();
-    return STATUS_CONFIG_KEY_MISSING;
+    return kStatusConfigKeyMissing;
   }
   st = read_override_settings(src, sections, cfg.enabled, cfg.settings);
   if (st != SWITCH_OK) {
@@ -142,7 +142,7 @@ Status load_configuration(const LoadContext& ctx, const std::string& model, int3
 
   if (cfg.settings.MaxRSSICollectCount < 1) {
     log.write(kLogError, "Invalid MaxRSSICollectCount (%d)\n", cfg.settings.MaxRSSICollectCount);
-    return STATUS_CONFIG_KEY_MISSING;
+    return kStatusConfigKeyMissing;
   }
   return SWITCH_OK;
 }

@@ -83,12 +83,12 @@ class Report {
     line("\nRSSI Weights:\n");
     for (int m = 1; m <= modes; ++m) {
       line(" [%s] Mode_%d = %.2lf\n", src(weight_key(m)), m,
-           s.RSSIWeightForMode[0][static_cast<size_t>(m - 1)]);
+           s.rssi_weight_for_mode[0][static_cast<size_t>(m - 1)]);
     }
     line("\nDisabled Modes:\n");
     for (int m = 1; m <= modes; ++m) {
       line(" [%s] Mode_%d = %s\n", src(disable_key(m)), m,
-           s.DisableMode[0][static_cast<size_t>(m - 1)] != 0 ? "YES" : "no");
+           s.disable_mode[0][static_cast<size_t>(m - 1)] != 0 ? "YES" : "no");
     }
     line("\n");
   }
@@ -171,21 +171,21 @@ class Report {
       bool heading = false;
       for (int m = 1; m <= modes; ++m) {
         const auto k = static_cast<size_t>(m - 1);
-        if (s.RSSIWeightForMode[i][k] == s.RSSIWeightForMode[0][k]) continue;
+        if (s.rssi_weight_for_mode[i][k] == s.rssi_weight_for_mode[0][k]) continue;
         if (!heading) line("RSSI Weights:\n");
         heading = true;
         line(" [%s] Mode_%d = %.2lf\n", src(format("RSSIWeightForMode_%d.%d", m, set)), m,
-             s.RSSIWeightForMode[i][k]);
+             s.rssi_weight_for_mode[i][k]);
         ++written;
       }
       heading = false;
       for (int m = 1; m <= modes; ++m) {
         const auto k = static_cast<size_t>(m - 1);
-        if (s.DisableMode[i][k] == s.DisableMode[0][k]) continue;
+        if (s.disable_mode[i][k] == s.disable_mode[0][k]) continue;
         if (!heading) line("Disabled Modes:\n");
         heading = true;
         line(" [%s] Mode_%d = %s\n", src(format("DisableMode_%d.%d", m, set)), m,
-             s.DisableMode[i][k] != 0 ? "YES" : "no");
+             s.disable_mode[i][k] != 0 ? "YES" : "no");
         ++written;
       }
       if (written == 0) line("<Identical to default settings.>\n");

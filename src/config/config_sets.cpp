@@ -26,11 +26,11 @@ bool scan_decimal(const char* s, int32_t& value) {
 
 const char* set_label(int set) {
   switch (set) {
-    case kConf_5G:
+    case kConf5G:
       return "5GHz";
-    case kConf_BTCoexist:
+    case kConfBtCoexist:
       return "BTCoexist";
-    case kConf_LidClosed:
+    case kConfLidClosed:
       return "LidClosed";
     default:
       return "N/A";
@@ -88,9 +88,9 @@ Status read_override_settings(IniSource& src, const SectionList& sections,
       s.TimeToWaitForRSSIStable[i] = s.TimeToWaitForRSSIStable[0];
       s.DefaultMode[i] = s.DefaultMode[0];
       s.RSSIThresholdForSwitchToDefaultMode[i] = s.RSSIThresholdForSwitchToDefaultMode[0];
-      s.RSSIWeightForMode[i] = s.RSSIWeightForMode[0];
-      s.DisableMode[i] = s.DisableMode[0];
-      s.CurrentSleepInterval[i] = s.BaseSleepIntervalBetweenEval[i];
+      s.rssi_weight_for_mode[i] = s.rssi_weight_for_mode[0];
+      s.disable_mode[i] = s.disable_mode[0];
+      s.current_sleep_interval[i] = s.BaseSleepIntervalBetweenEval[i];
       continue;
     }
     SectionList overrides;
@@ -117,16 +117,17 @@ Status read_override_settings(IniSource& src, const SectionList& sections,
     for (int m = 0; m < kMaxModes; ++m) {
       const auto k = static_cast<size_t>(m);
       double w = 0.0;
-      s.RSSIWeightForMode[i][k] = read_real_key(src, overrides, weight_key(m + 1), w) == SWITCH_OK
-                                      ? w
-                                      : s.RSSIWeightForMode[0][k];
+      s.rssi_weight_for_mode[i][k] =
+          read_real_key(src, overrides, weight_key(m + 1), w) == SWITCH_OK
+              ? w
+              : s.rssi_weight_for_mode[0][k];
     }
     for (int m = 0; m < kMaxModes; ++m) {
       const auto k = static_cast<size_t>(m);
       int32_t d = 0;
-      s.DisableMode[i][k] = read_int_key(src, overrides, disable_key(m + 1), d) == SWITCH_OK
-                                ? d
-                                : s.DisableMode[0][k];
+      s.disable_mode[i][k] = read_int_key(src, overrides, disable_key(m + 1), d) == SWITCH_OK
+                                 ? d
+                                 : s.disable_mode[0][k];
     }
     // These keys are read from the plain sections: they are not overridable per set.
     int_from(sections, "DeterminatorStableTimesForExp", s.DeterminatorStableTimesForExp);
@@ -136,7 +137,7 @@ Status read_override_settings(IniSource& src, const SectionList& sections,
     real_from(sections, "RSSIDeltaToTriggerScan", s.RSSIDeltaToTriggerScan);
     real_from(sections, "MCSDeltaToTriggerScan", s.MCSDeltaToTriggerScan);
     int_from(sections, "WifiStatMonitorInterval", s.WifiStatMonitorInterval);
-    s.CurrentSleepInterval[i] = s.BaseSleepIntervalBetweenEval[i];
+    s.current_sleep_interval[i] = s.BaseSleepIntervalBetweenEval[i];
   }
   return SWITCH_OK;
 }

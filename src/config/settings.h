@@ -27,8 +27,8 @@ struct ConfigSettings {
   PerSet<int32_t> TimeToWaitForRSSIStable{};
   PerSet<int32_t> DefaultMode{};
   PerSet<double> RSSIThresholdForSwitchToDefaultMode{};
-  PerSetPerMode<double> RSSIWeightForMode{};  // key _1 is element 0
-  PerSetPerMode<int32_t> DisableMode{};       // key _1 is element 0
+  PerSetPerMode<double> rssi_weight_for_mode{};  // key _1 is element 0
+  PerSetPerMode<int32_t> disable_mode{};         // key _1 is element 0
   PerSet<int32_t> DeterminatorStableTimesForExp{};
   PerSet<double> IntervalTimeExpX{};
   PerSet<double> IntervalTimeExpY{};
@@ -41,16 +41,16 @@ struct ConfigSettings {
   int32_t DeterminatorMode = 0;
 
   // Derived while loading.
-  int32_t MaxRSSICollectCount = 0;         // largest RSSICollectCount of the enabled sets
-  PerSet<int32_t> CurrentSleepInterval{};  // starts at BaseSleepIntervalBetweenEval
+  int32_t MaxRSSICollectCount = 0;           // largest RSSICollectCount of the enabled sets
+  PerSet<int32_t> current_sleep_interval{};  // starts at BaseSleepIntervalBetweenEval
 };
 
 // Config sets the engine selects.
 enum ConfigSet : uint32_t {
-  kConf_2_4G = 0,
-  kConf_5G = 1,
-  kConf_BTCoexist = 2,
-  kConf_LidClosed = 3,
+  kConf24G = 0,
+  kConf5G = 1,
+  kConfBtCoexist = 2,
+  kConfLidClosed = 3,
 };
 
 // For every key found: the section that supplied it, without the leading "Settings.".

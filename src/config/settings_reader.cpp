@@ -32,7 +32,7 @@ std::string disable_key(int mode) {
 
 Status read_int_key(IniSource& src, const SectionList& sections, const std::string& key,
                     int32_t& dest) {
-  if (sections.empty()) return STATUS_CONFIG_KEY_MISSING;
+  if (sections.empty()) return kStatusConfigKeyMissing;
   for (const std::string& section : sections) {
     dest = static_cast<int32_t>(src.profiles.read_int(section, key, kAbsentInt, src.path));
     if (dest != kAbsentInt) {
@@ -40,12 +40,12 @@ Status read_int_key(IniSource& src, const SectionList& sections, const std::stri
       return SWITCH_OK;
     }
   }
-  return STATUS_CONFIG_KEY_MISSING;
+  return kStatusConfigKeyMissing;
 }
 
 Status read_real_key(IniSource& src, const SectionList& sections, const std::string& key,
                      double& dest) {
-  if (sections.empty()) return STATUS_CONFIG_KEY_MISSING;
+  if (sections.empty()) return kStatusConfigKeyMissing;
   for (const std::string& section : sections) {
     std::string text;
     src.profiles.read_string(section, key, "2147483647", text, kRealBufferChars, src.path);
@@ -56,7 +56,7 @@ Status read_real_key(IniSource& src, const SectionList& sections, const std::str
       return SWITCH_OK;
     }
   }
-  return STATUS_CONFIG_KEY_MISSING;
+  return kStatusConfigKeyMissing;
 }
 
 Status read_default_settings(IniSource& src, const SectionList& sections, ConfigSettings& s) {
@@ -93,8 +93,9 @@ Status read_default_settings(IniSource& src, const SectionList& sections, Config
   auto optional_real = [&](const std::string& key, double& field) {
     if (read_real_key(src, sections, key, field) != SWITCH_OK) field = 0.0;
   };
-  for (int m = 1; m <= kMaxModes; ++m) optional_real(weight_key(m), s.RSSIWeightForMode[0][m - 1]);
-  for (int m = 1; m <= kMaxModes; ++m) optional_int(disable_key(m), s.DisableMode[0][m - 1]);
+  for (int m = 1; m <= kMaxModes; ++m)
+    optional_real(weight_key(m), s.rssi_weight_for_mode[0][m - 1]);
+  for (int m = 1; m <= kMaxModes; ++m) optional_int(disable_key(m), s.disable_mode[0][m - 1]);
   optional_int("DeterminatorStableTimesForExp", s.DeterminatorStableTimesForExp[0]);
   optional_real("IntervalTimeExpX", s.IntervalTimeExpX[0]);
   optional_real("IntervalTimeExpY", s.IntervalTimeExpY[0]);
@@ -104,7 +105,7 @@ Status read_default_settings(IniSource& src, const SectionList& sections, Config
   optional_int("WifiStatMonitorInterval", s.WifiStatMonitorInterval[0]);
 
   s.MaxRSSICollectCount = s.RSSICollectCount[0];
-  s.CurrentSleepInterval[0] = s.BaseSleepIntervalBetweenEval[0];
+  s.current_sleep_interval[0] = s.BaseSleepIntervalBetweenEval[0];
   return SWITCH_OK;
 }
 

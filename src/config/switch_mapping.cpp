@@ -88,7 +88,7 @@ Status read_switch_mapping(IniSource& src, const SectionList& sections, int32_t 
   }
   if (unusable > 0) {
     log.write(kLogError, "Some GPIO configurations seems not valid, please check!\n");
-    return SWITCH_ERR_INVALID_POSITION;
+    return kSwitchErrInvalidPosition;
   }
   return SWITCH_OK;
 }

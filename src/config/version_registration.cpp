@@ -41,7 +41,7 @@ Status register_config_version(platform::FileSystem& files, platform::Registry& 
     } else {
       log.write(kLogWarning, "Regkey open error %d\n", static_cast<int>(error));
     }
-    return STATUS_VERSION_REG_OPEN;
+    return kStatusVersionRegOpen;
   }
 
   std::string registered;
@@ -49,7 +49,7 @@ Status register_config_version(platform::FileSystem& files, platform::Registry& 
     error = key->read_string(kVersionValueName, kReadBackBytes, registered);
     if (error != 0) {
       log.write(kLogWarning, "Regkey read error %d\n", static_cast<int>(error));
-      return STATUS_VERSION_REG_READ;
+      return kStatusVersionRegRead;
     }
     log.write(kLogWarning, "Config Version in reg key: \"%s\"\n", registered.c_str());
     return SWITCH_OK;
@@ -58,12 +58,12 @@ Status register_config_version(platform::FileSystem& files, platform::Registry& 
   std::string text;
   if (files.read_utf8_text(version_path, text) != 0) {
     log.write(kLogWarning, "Version file open failed.\n");
-    return STATUS_VERSION_FILE_OPEN;
+    return kStatusVersionFileOpen;
   }
   const std::string version = first_word(text);
   if (version.empty()) {
     log.write(kLogWarning, "Invalid version param.\n");
-    return STATUS_VERSION_PARAM;
+    return kStatusVersionParam;
   }
 
   // The size covers the characters and one byte of the terminator; the registry still
@@ -72,17 +72,17 @@ Status register_config_version(platform::FileSystem& files, platform::Registry& 
   error = key->write_string(kVersionValueName, version, chars * 2 + 1);
   if (error != 0) {
     log.write(kLogWarning, "Regkey write error %d\n", static_cast<int>(error));
-    return STATUS_VERSION_REG_WRITE;
+    return kStatusVersionRegWrite;
   }
   error = key->read_string(kVersionValueName, kReadBackBytes, registered);
   if (error != 0) {
     log.write(kLogWarning, "Regkey read error %d\n", static_cast<int>(error));
-    return STATUS_VERSION_REG_READ;
+    return kStatusVersionRegRead;
   }
   if (registered != version) {
     log.write(kLogWarning, "Check failed. Expected \"%s\", get \"%s\"\n", version.c_str(),
               registered.c_str());
-    return STATUS_VERSION_CHECK;
+    return kStatusVersionCheck;
   }
   log.write(kLogWarning, "Config Version written: \"%s\"\n", registered.c_str());
   if (files.exists(version_path)) files.remove(version_path);

@@ -56,174 +56,174 @@ class AutoLoop {
         arg_(arg),
         log_(worker.log()),
         buffers_(std::move(buffers)),
-        runLimit_(worker.settings().AutoModeRunCount),
-        baseSleep_(worker.settings().BaseSleepIntervalBetweenEval[worker.activeSet()]),
-        trigger_(arg.firstTrigger) {}
+        run_limit_(worker.settings().AutoModeRunCount),
+        base_sleep_(worker.settings().BaseSleepIntervalBetweenEval[worker.active_set()]),
+        trigger_(arg.first_trigger) {}
 
   // Runs passes until the thread is to end; true when the run count ran out.
   bool Run() {
     for (;;) {
-      if (Pass() == LoopCheck::kEnd) return runsExhausted_;
+      if (pass() == LoopCheck::kEnd) return runs_exhausted_;
     }
   }
 
  private:
-  int32_t DefaultMode() const { return w_.settings().DefaultMode[w_.activeSet()]; }
+  int32_t DefaultMode() const { return w_.settings().DefaultMode[w_.active_set()]; }
 
   // A stopped loop writes nothing; the next checkpoint ends it.
-  void SetDeviceMode(int32_t mode) {
+  void set_device_mode(int32_t mode) {
     std::array<Status, platform::kMaxPorts> results{};
-    if (w_.sw.SetModeIf([this] { return arg_.keepRunning.load(std::memory_order_relaxed); }, mode,
-                        results)) {
-      w_.health.Write(w_.switchCount(), results);
+    if (w_.sw.set_mode_if([this] { return arg_.keep_running.load(std::memory_order_relaxed); },
+                          mode, results)) {
+      w_.health.write(w_.switchCount(), results);
     }
   }
 
   // The checkpoint of the loop; a request it consumes names the next pass's trigger.
-  LoopCheck Check() { return Checkpoint(w_, arg_, &trigger_); }
+  LoopCheck check() { return checkpoint(w_, arg_, &trigger_); }
 
   // A fresh record for the pass that begins now.
-  void BeginRecord() {
-    record_.timeMs = w_.clock().now_ms();
+  void begin_record() {
+    record_.time_ms = w_.clock().now_ms();
     record_.trigger = trigger_;
-    record_.configSet = static_cast<uint32_t>(w_.activeSet());
+    record_.configSet = static_cast<uint32_t>(w_.active_set());
     record_.determinator = w_.settings().DeterminatorMode;
     record_.currentMode = kModeUnknown;
-    record_.modeCount = 0;
+    record_.mode_count = 0;
     record_.chosen = 0;
     record_.outcome = Outcome::kChosen;
     record_.sleepMs = 0;
   }
 
   // One pass; kEnd ends the thread, anything else begins the next pass.
-  LoopCheck Pass() {
-    if (runLimit_ > 0) {
+  LoopCheck pass() {
+    if (run_limit_ > 0) {
       ++run_;
-      if (run_ > runLimit_) {
-        runsExhausted_ = true;
-        BeginRecord();
+      if (run_ > run_limit_) {
+        runs_exhausted_ = true;
+        begin_record();
         record_.chosen = DefaultMode();
         record_.outcome = Outcome::kRunLimit;
-        w_.journal.Publish(record_);
+        w_.journal.publish(record_);
         return LoopCheck::kEnd;
       }
     }
-    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
-    if (runLimit_ > 0) log_.write(kLogInfo, "Run #%d / %d\n", run_, runLimit_);
-    buffers_->Reset();
-    BeginRecord();
+    if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
+    if (run_limit_ > 0) log_.write(kLogInfo, "Run #%d / %d\n", run_, run_limit_);
+    buffers_->reset();
+    begin_record();
 
     int32_t chosen = 0;
-    if (!Connected()) {
+    if (!connected()) {
       log_.write(kLogWarning, "WLAN IF not connected, do nothing.\n");
       chosen = DefaultMode();
       record_.outcome = Outcome::kNotConnected;
-      if (runLimit_ >= 1) --run_;  // a pass without a connection does not count
-    } else if (LoopCheck c = Evaluate(chosen); c != LoopCheck::kGoOn) {
+      if (run_limit_ >= 1) --run_;  // a pass without a connection does not count
+    } else if (LoopCheck c = evaluate(chosen); c != LoopCheck::kGoOn) {
       return c;
     }
-    return ApplyAndSleep(chosen);
+    return apply_and_sleep(chosen);
   }
 
-  bool Connected() {
+  bool connected() {
     if (!w_.initialised()) return false;
     w_.shared.set_auto_state(kAutoMeasuring);
     uint32_t state = platform::kWlanNotReady;
-    return w_.shared.QueryConnectionState(state) && state == platform::kWlanConnected;
+    return w_.shared.query_connection_state(state) && state == platform::kWlanConnected;
   }
 
   // Measures every mode and lets the determinator choose: the mode to set in `chosen`.
-  LoopCheck Evaluate(int32_t& chosen) {
-    const int32_t modeCount = w_.modeCount();
-    const PassParameters pass = PassParameters::Of(w_);
+  LoopCheck evaluate(int32_t& chosen) {
+    const int32_t mode_count = w_.mode_count();
+    const PassParameters pass = PassParameters::of(w_);
     log_.write(kLogDetail, "Using Config Set: %d\n", static_cast<int>(pass.set));
     int32_t mode = kModeUnknown;
     w_.sw.GetCurrentMode(mode);
     int32_t currentIndex = mode - 1;
-    const bool currentKnown = currentIndex >= 0 && currentIndex < modeCount;
+    const bool current_known = currentIndex >= 0 && currentIndex < mode_count;
     record_.configSet = static_cast<uint32_t>(pass.set);
-    record_.currentMode = currentKnown ? mode : kModeUnknown;
-    w_.health.BeginPass();
+    record_.currentMode = current_known ? mode : kModeUnknown;
+    w_.health.begin_pass();
 
     // The mode in use first, without switching.
-    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
-    if (currentKnown) {
+    if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
+    if (current_known) {
       counts_[static_cast<size_t>(currentIndex)] = 0;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", currentIndex + 1);
       MeasureMode(w_, arg_, pass, *buffers_, currentIndex,
                   counts_[static_cast<size_t>(currentIndex)]);
     }
 
-    for (int32_t i = 0; i < modeCount; ++i) {
+    for (int32_t i = 0; i < mode_count; ++i) {
       if (i == currentIndex) continue;
       const auto at = static_cast<size_t>(i);
       counts_[at] = 0;
-      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
-      if (w_.settings().DisableMode[pass.set][at] != 0) {
+      if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
+      if (w_.settings().disable_mode[pass.set][at] != 0) {
         log_.write(kLogDetail, "RSSI for mode %d: <DISABLED>\n", i + 1);
-        const auto rssi = buffers_->RssiRow(i, pass.collectCount);
-        const auto rate = buffers_->RateRow(i, pass.collectCount);
+        const auto rssi = buffers_->rssi_row(i, pass.collect_count);
+        const auto rate = buffers_->rate_row(i, pass.collect_count);
         if (!rssi.empty()) rssi[0] = kNoRssiValue;
         if (!rate.empty()) rate[0] = 0.0;
         counts_[at] = 1;
         continue;
       }
-      SetDeviceMode(i + 1);
-      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
-      const int64_t steps = WaitSteps(pass.waitForStable);
+      set_device_mode(i + 1);
+      if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
+      const int64_t steps = wait_steps(pass.wait_for_stable);
       for (int64_t s = 0; s < steps; ++s) {
         w_.clock().sleep_ms(kLoopStepMs);
-        if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
+        if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
       }
-      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
       log_.write(kLogDetail, "Getting RSSI for mode %d: ", i + 1);
       MeasureMode(w_, arg_, pass, *buffers_, i, counts_[at]);
-      if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
+      if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
     }
 
     // The mode the device stands in now, for the determinator's record.
-    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) return c;
-    w_.health.EndPass();  // every mode was measured
+    if (LoopCheck c = check(); c != LoopCheck::kGoOn) return c;
+    w_.health.end_pass();  // every mode was measured
     mode = kModeUnknown;
-    const int32_t fallbackIndex = pass.defaultMode - 1;
+    const int32_t fallback_index = pass.default_mode - 1;
     if (w_.sw.GetCurrentMode(mode) != 0) {
-      w_.WriteEvent(kLogWarning, "Error while getting current mode! \n");
-      currentIndex = fallbackIndex;
+      w_.write_event(kLogWarning, "Error while getting current mode! \n");
+      currentIndex = fallback_index;
     }
     if (w_.initialised()) {
-      if (mode >= 1 && mode <= w_.modeCount()) {
+      if (mode >= 1 && mode <= w_.mode_count()) {
         currentIndex = mode - 1;
       } else {
-        w_.WriteEvent(kLogInfo, "Current mode is indeterminate!\n");
-        currentIndex = fallbackIndex;
+        w_.write_event(kLogInfo, "Current mode is indeterminate!\n");
+        currentIndex = fallback_index;
       }
     } else {
-      w_.WriteEvent(kLogWarning, "Error while getting mode count! \n");
-      currentIndex = fallbackIndex;
+      w_.write_event(kLogWarning, "Error while getting mode count! \n");
+      currentIndex = fallback_index;
     }
 
-    DetermineInput in{w_.settings(),  pass.set, w_.modeCount(), w_.switchCount(), w_.labels,
-                      w_.rssiHistory, log_};
+    DetermineInput in{w_.settings(),   pass.set, w_.mode_count(), w_.switchCount(), w_.labels,
+                      w_.rssi_history, log_};
     bool fallback = false;
     determined_ = DetermineMode(in, *buffers_, counts_, currentIndex, rssi_, fallback, results_);
     fallback_ = fallback;
-    chosen = ModeToApply(determined_, w_.settings(), pass.set);
-    Record(pass, fallback);
-    return Check();
+    chosen = mode_to_apply(determined_, w_.settings(), pass.set);
+    record(pass, fallback);
+    return check();
   }
 
   // The measurement and the determinator's verdict of this pass, into the record.
-  void Record(const PassParameters& pass, bool fallback) {
-    const int32_t modeCount = std::clamp(w_.modeCount(), 0, kMaxModes);
-    record_.modeCount = modeCount;
-    for (int32_t i = 0; i < modeCount; ++i) {
+  void record(const PassParameters& pass, bool fallback) {
+    const int32_t mode_count = std::clamp(w_.mode_count(), 0, kMaxModes);
+    record_.mode_count = mode_count;
+    for (int32_t i = 0; i < mode_count; ++i) {
       const auto at = static_cast<size_t>(i);
       ModeRecord& m = record_.modes[at];
-      m.disabled = w_.settings().DisableMode[pass.set][at] != 0;
+      m.disabled = w_.settings().disable_mode[pass.set][at] != 0;
       m.samples = m.disabled ? 0 : counts_[at];
-      m.rssi = results_.avgRssi[at];
+      m.rssi = results_.avg_rssi[at];
       m.rate = results_.avgRate[at];
-      m.weight = w_.settings().RSSIWeightForMode[pass.set][at];
+      m.weight = w_.settings().rssi_weight_for_mode[pass.set][at];
       m.weighted = results_.weighted[at];
     }
     if (determined_ == 0) {
@@ -239,32 +239,32 @@ class AutoLoop {
   }
 
   // Sets the choice (also when it is set already) and sleeps.
-  LoopCheck ApplyAndSleep(int32_t chosen) {
-    SetDeviceMode(chosen);
-    stableCount_ = (hasPrevious_ && chosen == previousMode_) ? stableCount_ + 1 : 0;
-    previousMode_ = chosen;
-    hasPrevious_ = true;
+  LoopCheck apply_and_sleep(int32_t chosen) {
+    set_device_mode(chosen);
+    stable_count_ = (has_previous_ && chosen == previous_mode_) ? stable_count_ + 1 : 0;
+    previous_mode_ = chosen;
+    has_previous_ = true;
     if (w_.initialised()) w_.shared.set_auto_state(kAutoIdle);
     record_.chosen = chosen;
     // A request here skips the sleep; stableCount stays.
-    if (LoopCheck c = Check(); c != LoopCheck::kGoOn) {
-      if (c == LoopCheck::kNextPass) w_.journal.Publish(record_);  // no sleep followed
+    if (LoopCheck c = check(); c != LoopCheck::kGoOn) {
+      if (c == LoopCheck::kNextPass) w_.journal.publish(record_);  // no sleep followed
       return c;
     }
 
-    const int32_t sleep =
-        AutoSleepInterval(baseSleep_, stableCount_, SleepGrowth::Of(w_.settings(), w_.activeSet()));
+    const int32_t sleep = auto_sleep_interval(base_sleep_, stable_count_,
+                                              SleepGrowth::of(w_.settings(), w_.active_set()));
     log_.write(kLogDetail, "Sleep: %d\n\n", sleep);
     record_.sleepMs = sleep;
-    w_.journal.Publish(record_);
-    const int64_t steps = WaitSteps(sleep);
+    w_.journal.publish(record_);
+    const int64_t steps = wait_steps(sleep);
     for (int64_t s = 0; s < steps; ++s) {
       w_.clock().sleep_ms(kLoopStepMs);
-      if (!arg_.keepRunning.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
-      if (w_.ConsumeReevaluation(&trigger_)) return LoopCheck::kNextPass;
+      if (!arg_.keep_running.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
+      if (w_.consume_reevaluation(&trigger_)) return LoopCheck::kNextPass;
     }
     trigger_ = Trigger::kTimer;
-    return Check();
+    return check();
   }
 
   AntennaSwitchWorkerObj& w_;
@@ -272,13 +272,13 @@ class AutoLoop {
   Log& log_;
   std::shared_ptr<SampleBuffers> buffers_;
   SuccessCounts counts_{};
-  const int32_t runLimit_;  // AutoModeRunCount; 0 or below: no limit
-  int32_t run_ = 0;         // passes begun (and counted)
-  bool runsExhausted_ = false;
-  const int32_t baseSleep_;  // of the config set in force when the thread started
-  bool hasPrevious_ = false;
-  int32_t previousMode_ = 0;
-  uint32_t stableCount_ = 0;
+  const int32_t run_limit_;  // AutoModeRunCount; 0 or below: no limit
+  int32_t run_ = 0;          // passes begun (and counted)
+  bool runs_exhausted_ = false;
+  const int32_t base_sleep_;  // of the config set in force when the thread started
+  bool has_previous_ = false;
+  int32_t previous_mode_ = 0;
+  uint32_t stable_count_ = 0;
   Trigger trigger_;         // what begins the next pass
   DecisionRecord record_;   // of the pass under way
   ModeResults results_;     // the averages of the last DetermineMode
@@ -293,29 +293,29 @@ void AutoModeThread(std::shared_ptr<AutoSwitchingWorkerArg> arg) {
   AntennaSwitchWorkerObj& w = *arg->worker;
   Log& log = w.log();
 
-  auto buffers = SampleBuffers::Create(w.settings().MaxRSSICollectCount);
+  auto buffers = SampleBuffers::create(w.settings().MaxRSSICollectCount);
   if (!buffers) {
     log.write(kLogCritical, "Out of Memory!\n");
-    w.LeaveAuto(*arg, w.settings().DefaultMode[w.activeSet()]);
-    w.clearAutoThread();
+    w.leave_auto(*arg, w.settings().DefaultMode[w.active_set()]);
+    w.clear_auto_thread();
     return;
   }
   if (w.initialised()) w.shared.set_auto_state(kAutoIdle);
-  buffers->Reset();
-  w.rssiHistory.Clear();
+  buffers->reset();
+  w.rssi_history.clear();
 
-  bool runsExhausted = false;
-  if (arg->keepRunning.load(std::memory_order_relaxed)) {
+  bool runs_exhausted = false;
+  if (arg->keep_running.load(std::memory_order_relaxed)) {
     AutoLoop loop(w, *arg, std::move(buffers));
-    runsExhausted = loop.Run();
+    runs_exhausted = loop.Run();
   }
 
   if (w.initialised()) w.shared.set_auto_state(kAutoEnded);
-  if (runsExhausted) {
+  if (runs_exhausted) {
     log.write(kLogInfo, "Exiting auto mode...\n");
-    w.LeaveAuto(*arg, w.settings().DefaultMode[w.activeSet()]);
+    w.leave_auto(*arg, w.settings().DefaultMode[w.active_set()]);
   }
-  w.clearAutoThread();
+  w.clear_auto_thread();
   log.write(kLogInfo, "Auto mode thread ended.\n");
 }
 

@@ -2,16 +2,16 @@
 
 namespace zaltor::engine {
 
-ScanResult BestValueScan(const ModeValues& values, int modeCount, ModeMask disabled) {
+ScanResult best_value_scan(const ModeValues& values, int mode_count, ModeMask disabled) {
   ScanResult result;
   double best = kScanStart;
-  for (int i = 0; i < ClampModeCount(modeCount); ++i) {
+  for (int i = 0; i < clamp_mode_count(mode_count); ++i) {
     const double value = values[static_cast<size_t>(i)];
-    if (InMask(disabled, i) || value == kNoRssiValue) continue;
+    if (in_mask(disabled, i) || value == kNoRssiValue) continue;
     // A value equal to the start value is still a first candidate, never a tie of nothing.
     if (value > best || !result.found()) {
       best = value;
-      result.bestIndex = i;
+      result.best_index = i;
       result.ties.clear();
     } else if (value == best) {
       result.ties.push_back(i);
@@ -20,19 +20,19 @@ ScanResult BestValueScan(const ModeValues& values, int modeCount, ModeMask disab
   return result;
 }
 
-ScanResult SecondaryScan(const ModeValues& primary, const ModeValues& secondary, int modeCount,
-                         ModeMask disabled) {
+ScanResult secondary_scan(const ModeValues& primary, const ModeValues& secondary, int mode_count,
+                          ModeMask disabled) {
   ScanResult result;
   double best = kScanStart;
   double best2 = kScanStart;
-  for (int i = 0; i < ClampModeCount(modeCount); ++i) {
+  for (int i = 0; i < clamp_mode_count(mode_count); ++i) {
     const double p = primary[static_cast<size_t>(i)];
     const double s = secondary[static_cast<size_t>(i)];
-    if (InMask(disabled, i) || p == kNoRssiValue) continue;
+    if (in_mask(disabled, i) || p == kNoRssiValue) continue;
     if (p > best || (p == best && s > best2) || !result.found()) {
       best = p;
       best2 = s;
-      result.bestIndex = i;
+      result.best_index = i;
       result.ties.clear();
     } else if (p == best && s == best2) {
       result.ties.push_back(i);

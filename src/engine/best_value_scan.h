@@ -11,27 +11,27 @@ namespace zaltor::engine {
 constexpr double kScanStart = -2147483648.0;
 
 struct ScanResult {
-  int bestIndex = -1;     // -1: no mode qualified
+  int best_index = -1;    // -1: no mode qualified
   std::vector<int> ties;  // later indices equal to the best, in index order
 
-  bool found() const { return bestIndex >= 0; }
+  bool found() const { return best_index >= 0; }
   // The last tied index: the preferred mode of the tie resolution.
-  int preferred() const { return ties.empty() ? bestIndex : ties.back(); }
+  int preferred() const { return ties.empty() ? best_index : ties.back(); }
 };
 
 // Over mode indices 0..modeCount-1, skipping disabled modes and values equal to the
 // no-value RSSI: a strictly greater value replaces the best and empties the ties; an equal
 // value is appended to the ties. So the first of equal values is the best index.
-ScanResult BestValueScan(const ModeValues& values, int modeCount, ModeMask disabled);
+ScanResult best_value_scan(const ModeValues& values, int mode_count, ModeMask disabled);
 
 // The same over two arrays: primary decides, and on an equal primary a greater secondary
 // replaces; equal in both is a tie; a smaller secondary is ignored. Modes whose primary is
 // the no-value RSSI are skipped.
-ScanResult SecondaryScan(const ModeValues& primary, const ModeValues& secondary, int modeCount,
-                         ModeMask disabled);
+ScanResult secondary_scan(const ModeValues& primary, const ModeValues& secondary, int mode_count,
+                          ModeMask disabled);
 
-inline int ClampModeCount(int modeCount) {
-  return std::clamp(modeCount, 0, kMaxModes);
+inline int clamp_mode_count(int mode_count) {
+  return std::clamp(mode_count, 0, kMaxModes);
 }
 
 }  // namespace zaltor::engine

@@ -4,7 +4,7 @@
 
 namespace zaltor::engine {
 
-const char* TriggerName(Trigger trigger) {
+const char* trigger_name(Trigger trigger) {
   switch (trigger) {
     case Trigger::kStart:
       return "start";
@@ -26,7 +26,7 @@ const char* TriggerName(Trigger trigger) {
   return "start";
 }
 
-const char* OutcomeName(Outcome outcome) {
+const char* outcome_name(Outcome outcome) {
   switch (outcome) {
     case Outcome::kChosen:
       return "chosen";
@@ -46,8 +46,8 @@ const char* OutcomeName(Outcome outcome) {
   return "chosen";
 }
 
-const char* DeterminatorName(int32_t determinatorMode) {
-  switch (determinatorMode) {
+const char* determinator_name(int32_t determinator_mode) {
+  switch (determinator_mode) {
     case 0:
       return "Hybrid";
     case 1:
@@ -61,21 +61,21 @@ const char* DeterminatorName(int32_t determinatorMode) {
   }
 }
 
-void DecisionJournal::Publish(const DecisionRecord& record) {
+void DecisionJournal::publish(const DecisionRecord& record) {
   std::lock_guard<std::mutex> hold(lock_);
   DecisionRecord& slot = ring_[count_ % kCapacity];
   slot = record;
   slot.sequence = ++count_;
 }
 
-bool DecisionJournal::Last(DecisionRecord& out) const {
+bool DecisionJournal::last(DecisionRecord& out) const {
   std::lock_guard<std::mutex> hold(lock_);
   if (count_ == 0) return false;
   out = ring_[(count_ - 1) % kCapacity];
   return true;
 }
 
-std::vector<DecisionRecord> DecisionJournal::History(size_t n) const {
+std::vector<DecisionRecord> DecisionJournal::history(size_t n) const {
   std::lock_guard<std::mutex> hold(lock_);
   const uint64_t take = std::min<uint64_t>({n, count_, kCapacity});
   std::vector<DecisionRecord> out;
@@ -84,7 +84,7 @@ std::vector<DecisionRecord> DecisionJournal::History(size_t n) const {
   return out;
 }
 
-uint64_t DecisionJournal::Published() const {
+uint64_t DecisionJournal::published() const {
   std::lock_guard<std::mutex> hold(lock_);
   return count_;
 }

@@ -49,10 +49,10 @@ enum class Outcome : uint8_t {
   kInvalidDeterminator,        // DeterminatorMode names no determinator: DefaultMode
 };
 
-const char* TriggerName(Trigger trigger);
-const char* OutcomeName(Outcome outcome);
+const char* trigger_name(Trigger trigger);
+const char* outcome_name(Outcome outcome);
 // "Hybrid", "RSSI", "Bandwidth", "DoubleCheck", or "invalid".
-const char* DeterminatorName(int32_t determinatorMode);
+const char* determinator_name(int32_t determinator_mode);
 
 // One mode in a record. rssi and weighted are kNoRssiValue when there is no value (a
 // failed or disabled mode, or weighted when a fallback ended the pass before weighting).
@@ -67,12 +67,12 @@ struct ModeRecord {
 
 struct DecisionRecord {
   uint64_t sequence = 0;  // 1 for the first record of the process; set by Publish
-  int64_t timeMs = 0;     // the notebook's clock when the pass began
+  int64_t time_ms = 0;    // the notebook's clock when the pass began
   Trigger trigger = Trigger::kStart;
   uint32_t configSet = 0;
   int32_t determinator = 0;  // DeterminatorMode
   int32_t currentMode = 0;   // found on the device at the start of the pass; 99 unknown
-  int32_t modeCount = 0;     // entries of `modes` in use (0 when nothing was measured)
+  int32_t mode_count = 0;    // entries of `modes` in use (0 when nothing was measured)
   std::array<ModeRecord, kMaxModes> modes{};
   int32_t chosen = 0;  // the mode set at the end of the pass
   Outcome outcome = Outcome::kChosen;
@@ -84,13 +84,13 @@ class DecisionJournal {
   static constexpr size_t kCapacity = 64;
 
   // Copies `record` into the ring (the oldest goes) and numbers it.
-  void Publish(const DecisionRecord& record);
+  void publish(const DecisionRecord& record);
   // The newest record; false before the first.
-  bool Last(DecisionRecord& out) const;
+  bool last(DecisionRecord& out) const;
   // The newest `n` records (at most kCapacity), oldest first.
-  std::vector<DecisionRecord> History(size_t n) const;
+  std::vector<DecisionRecord> history(size_t n) const;
   // How many records were ever published.
-  uint64_t Published() const;
+  uint64_t published() const;
 
  private:
   mutable std::mutex lock_;  // held only to copy a record in or out

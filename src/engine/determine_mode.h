@@ -36,8 +36,8 @@ enum DeterminatorKind : int32_t {
 // activeSet is the config set in force (an index beyond the record reads set 0).
 struct DetermineInput {
   const config::ConfigSettings& settings;
-  std::size_t activeSet;
-  int32_t modeCount;
+  std::size_t active_set;
+  int32_t mode_count;
   int32_t switchCount;
   const SwitchLabels& labels;
   RssiHistory& history;
@@ -66,7 +66,7 @@ int32_t DetermineMode(const DetermineInput& in, const SampleBuffers& buffers,
 // The mode the auto loop sets for a DetermineMode result: the result itself, except that
 // the 0 of an invalid determinator keeps DefaultMode of the active set, so that a
 // misconfigured determinator never leaves the antenna in whatever mode was measured last.
-int32_t ModeToApply(int32_t determined, const config::ConfigSettings& settings,
-                    std::size_t activeSet);
+int32_t mode_to_apply(int32_t determined, const config::ConfigSettings& settings,
+                      std::size_t active_set);
 
 }  // namespace zaltor::engine

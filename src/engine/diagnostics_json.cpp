@@ -9,8 +9,8 @@ namespace zaltor::engine {
 
 namespace {
 
-void Append(std::string& out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-void Append(std::string& out, const char* fmt, ...) {
+void append(std::string& out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+void append(std::string& out, const char* fmt, ...) {
   char text[128];
   va_list ap;
   va_start(ap, fmt);
@@ -20,7 +20,7 @@ void Append(std::string& out, const char* fmt, ...) {
 }
 
 // A number as JSON: finite values with up to three decimals, trailing zeros dropped.
-void Number(std::string& out, double v) {
+void number(std::string& out, double v) {
   if (!std::isfinite(v)) {
     out += "null";
     return;
@@ -34,15 +34,15 @@ void Number(std::string& out, double v) {
   out += s;
 }
 
-void Dbm(std::string& out, double v) {
+void dbm(std::string& out, double v) {
   if (v <= kNoRssiValue) {
     out += "null";
   } else {
-    Number(out, v);
+    number(out, v);
   }
 }
 
-void String(std::string& out, const std::string& s) {
+void string(std::string& out, const std::string& s) {
   out += '"';
   for (const char c : s) {
     const auto u = static_cast<unsigned char>(c);
@@ -50,7 +50,7 @@ void String(std::string& out, const std::string& s) {
       out += '\\';
       out += c;
     } else if (u < 0x20) {
-      Append(out, "\\u%04x", u);
+      append(out, "\\u%04x", u);
     } else {
       out += c;
     }
@@ -60,71 +60,71 @@ void String(std::string& out, const std::string& s) {
 
 }  // namespace
 
-const char* PortName(int port) {
+const char* port_name(int port) {
   static const char* const kNames[] = {"Main", "Aux", "Aux2", "Aux3"};
   return port >= 0 && port < 4 ? kNames[port] : "?";
 }
 
-std::string DecisionJson(const DecisionRecord& r) {
+std::string decision_json(const DecisionRecord& r) {
   std::string out;
-  out.reserve(256 + 128 * static_cast<size_t>(r.modeCount));
+  out.reserve(256 + 128 * static_cast<size_t>(r.mode_count));
   out += "{\"time\": ";
-  Number(out, static_cast<double>(r.timeMs) / 1000.0);
+  number(out, static_cast<double>(r.time_ms) / 1000.0);
   out += ", \"trigger\": ";
-  String(out, TriggerName(r.trigger));
-  Append(out, ", \"configSet\": %u, \"determinator\": ", r.configSet);
-  String(out, DeterminatorName(r.determinator));
-  Append(out, ", \"currentMode\": %d, \"modes\": [", r.currentMode);
-  for (int32_t i = 0; i < r.modeCount && i < kMaxModes; ++i) {
+  string(out, trigger_name(r.trigger));
+  append(out, ", \"configSet\": %u, \"determinator\": ", r.configSet);
+  string(out, determinator_name(r.determinator));
+  append(out, ", \"currentMode\": %d, \"modes\": [", r.currentMode);
+  for (int32_t i = 0; i < r.mode_count && i < kMaxModes; ++i) {
     const ModeRecord& m = r.modes[static_cast<size_t>(i)];
     if (i > 0) out += ", ";
-    Append(out, "{\"mode\": %d, \"disabled\": %s, \"samples\": %u, \"rssi\": ", i + 1,
+    append(out, "{\"mode\": %d, \"disabled\": %s, \"samples\": %u, \"rssi\": ", i + 1,
            m.disabled ? "true" : "false", m.samples);
-    Dbm(out, m.rssi);
+    dbm(out, m.rssi);
     out += ", \"rate\": ";
-    Number(out, m.rate);
+    number(out, m.rate);
     out += ", \"weight\": ";
-    Number(out, m.weight);
+    number(out, m.weight);
     out += ", \"weighted\": ";
-    Dbm(out, m.weighted);
+    dbm(out, m.weighted);
     out += '}';
   }
-  Append(out, "], \"chosen\": %d, \"outcome\": ", r.chosen);
-  String(out, OutcomeName(r.outcome));
-  Append(out, ", \"sleepMs\": %d}", r.sleepMs);
+  append(out, "], \"chosen\": %d, \"outcome\": ", r.chosen);
+  string(out, outcome_name(r.outcome));
+  append(out, ", \"sleepMs\": %d}", r.sleepMs);
   return out;
 }
 
-std::string WhyJson(const DecisionJournal& journal) {
+std::string why_json(const DecisionJournal& journal) {
   DecisionRecord last;
-  if (!journal.Last(last)) return "{\"decision\": null}";
-  return "{\"decision\": " + DecisionJson(last) + "}";
+  if (!journal.last(last)) return "{\"decision\": null}";
+  return "{\"decision\": " + decision_json(last) + "}";
 }
 
-std::string HistoryJson(const DecisionJournal& journal, size_t count) {
+std::string history_json(const DecisionJournal& journal, size_t count) {
   std::string out = "{\"decisions\": [";
   bool first = true;
-  for (const DecisionRecord& r : journal.History(count)) {
+  for (const DecisionRecord& r : journal.history(count)) {
     if (!first) out += ", ";
     first = false;
-    out += DecisionJson(r);
+    out += decision_json(r);
   }
   out += "]}";
   return out;
 }
 
-std::string HealthJson(const std::vector<PortReport>& ports) {
+std::string health_json(const std::vector<PortReport>& ports) {
   std::string out = "{\"ports\": [";
   bool first = true;
   for (const PortReport& p : ports) {
     if (!first) out += ", ";
     first = false;
     out += "{\"port\": ";
-    String(out, PortName(p.port));
+    string(out, port_name(p.port));
     out += ", \"state\": ";
-    String(out, PortStateName(p.state));
+    string(out, port_state_name(p.state));
     out += ", \"detail\": ";
-    String(out, p.detail);
+    string(out, p.detail);
     out += '}';
   }
   out += "]}";

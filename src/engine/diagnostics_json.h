@@ -24,12 +24,12 @@
 
 namespace zaltor::engine {
 
-std::string DecisionJson(const DecisionRecord& record);
-std::string WhyJson(const DecisionJournal& journal);
-std::string HistoryJson(const DecisionJournal& journal, size_t count);
-std::string HealthJson(const std::vector<PortReport>& ports);
+std::string decision_json(const DecisionRecord& record);
+std::string why_json(const DecisionJournal& journal);
+std::string history_json(const DecisionJournal& journal, size_t count);
+std::string health_json(const std::vector<PortReport>& ports);
 
 // "Main", "Aux", "Aux2", "Aux3".
-const char* PortName(int port);
+const char* port_name(int port);
 
 }  // namespace zaltor::engine

@@ -2,18 +2,18 @@
 
 namespace zaltor::engine {
 
-LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
+LoopCheck checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
                      Trigger* taken) {
-  if (!arg.keepRunning.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
-  return worker.ConsumeReevaluation(taken) ? LoopCheck::kNextPass : LoopCheck::kGoOn;
+  if (!arg.keep_running.load(std::memory_order_relaxed)) return LoopCheck::kEnd;
+  return worker.consume_reevaluation(taken) ? LoopCheck::kNextPass : LoopCheck::kGoOn;
 }
 
-bool StopOrRequestPending(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg) {
-  if (!arg.keepRunning.load(std::memory_order_relaxed)) return true;
-  return worker.ReevaluationRequested();
+bool stop_or_request_pending(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg) {
+  if (!arg.keep_running.load(std::memory_order_relaxed)) return true;
+  return worker.reevaluation_requested();
 }
 
-int64_t WaitSteps(int64_t ms) {
+int64_t wait_steps(int64_t ms) {
   if (ms <= 0) return 0;
   return (ms + kLoopStepMs - 1) / kLoopStepMs;
 }

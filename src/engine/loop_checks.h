@@ -23,17 +23,17 @@ enum class LoopCheck {
 // The auto loop's checkpoint: keepRunning first, then, under loopMutex, a re-evaluation
 // request is consumed (a pending config set becomes active).
 // `taken`, when given, receives the cause of a request consumed.
-LoopCheck Checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
+LoopCheck checkpoint(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg,
                      Trigger* taken = nullptr);
 
 // The measurement's test: true when keepRunning is cleared or a re-evaluation request is
 // pending. The request is only looked at (under loopMutex), not consumed: it stays for the
 // loop, which abandons its pass at its next checkpoint.
-bool StopOrRequestPending(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg);
+bool stop_or_request_pending(AntennaSwitchWorkerObj& worker, const AutoSwitchingWorkerArg& arg);
 
 // The number of one-second steps a wait of `ms` milliseconds takes: the loop sleeps whole
 // steps until the time slept reaches the interval, so a part of a second counts as a whole
 // step, and 0 or a negative interval takes none.
-int64_t WaitSteps(int64_t ms);
+int64_t wait_steps(int64_t ms);
 
 }  // namespace zaltor::engine

@@ -18,29 +18,29 @@ using ModeValues = std::array<double, kMaxModes>;
 // Bit i set: mode index i is left out (disabled by the configuration).
 using ModeMask = uint32_t;
 
-inline bool InMask(ModeMask mask, int modeIndex) {
+inline bool in_mask(ModeMask mask, int modeIndex) {
   return ((mask >> static_cast<unsigned>(modeIndex)) & 1u) != 0;
 }
 
 // Averages of one evaluation. Entries of disabled modes keep their reset values
 // (avgRssi and weighted at the no-value RSSI, avgRate at 0) so that every entry is defined.
 struct ModeResults {
-  ModeValues avgRssi{};
+  ModeValues avg_rssi{};
   ModeValues avgRate{};
   ModeValues weighted{};
   // How the evaluation went besides the choice, for the decision journal: modes without a
   // successful sample, every enabled mode below the threshold, and whether DoubleCheck's
   // two measures disagreed (its fallback does not set the fallback flag).
   int failures = 0;
-  bool allBelow = false;
+  bool all_below = false;
   bool mismatch = false;
 
-  void Reset() {
-    avgRssi.fill(kNoRssiValue);
+  void reset() {
+    avg_rssi.fill(kNoRssiValue);
     avgRate.fill(0.0);
     weighted.fill(kNoRssiValue);
     failures = 0;
-    allBelow = false;
+    all_below = false;
     mismatch = false;
   }
 };

@@ -23,9 +23,9 @@ namespace {
 constexpr int32_t kAbsent = -200;
 constexpr int64_t kStepMs = 1000;
 
-bool ReadMonitorRssi(AntennaSwitchWorkerObj& w, int32_t& value) {
+bool read_monitor_rssi(AntennaSwitchWorkerObj& w, int32_t& value) {
   SampleReader reader(w);
-  const std::optional<int32_t> antennas = reader.Antennas();
+  const std::optional<int32_t> antennas = reader.antennas();
   if (!antennas || *antennas < 1) return false;
   const RssiSample sample = reader.ReadRssi(*antennas);
   if (!sample.read || !sample.mean.valid()) return false;
@@ -33,8 +33,8 @@ bool ReadMonitorRssi(AntennaSwitchWorkerObj& w, int32_t& value) {
   return true;
 }
 
-bool ReadMonitorRate(AntennaSwitchWorkerObj& w, int32_t& value) {
-  const RateSample sample = SampleReader(w).ReadRate();
+bool read_monitor_rate(AntennaSwitchWorkerObj& w, int32_t& value) {
+  const RateSample sample = SampleReader(w).read_rate();
   if (!sample.read) return false;
   const double rate = std::trunc(sample.mbps);
   // Keep the conversion defined for any counter value.
@@ -54,55 +54,55 @@ class Monitor {
       : arg_(std::move(arg)), w_(*arg_->worker), log_(w_.log()) {}
 
   void Run() {
-    const size_t startSet = w_.activeSet();
-    if (w_.settings().WifiStatMonitorInterval[startSet] == 0) {
+    const size_t start_set = w_.active_set();
+    if (w_.settings().WifiStatMonitorInterval[start_set] == 0) {
       log_.write(kLogInfo, "[Monitor] MONITOR IS DISABLED\n");
       return;
     }
     int32_t v = 0;
-    if (w_.initialised() && ReadMonitorRssi(w_, v)) rssiBase_ = v;
-    if (ReadMonitorRate(w_, v) && w_.initialised()) rateBase_ = v;
-    if (!KeepRunning()) return;
+    if (w_.initialised() && read_monitor_rssi(w_, v)) rssi_base_ = v;
+    if (read_monitor_rate(w_, v) && w_.initialised()) rate_base_ = v;
+    if (!keep_running()) return;
     for (;;) {
-      if (w_.ConsumeReevaluation()) {
-        if (!KeepRunning()) return;
+      if (w_.consume_reevaluation()) {
+        if (!keep_running()) return;
         continue;
       }
       if (w_.initialised()) {
         uint32_t st = 0;
-        if (!w_.shared.QueryConnectionState(st)) st = 0;
-        interfaceState_ = st;
-        autoState_ = w_.shared.auto_state();
+        if (!w_.shared.query_connection_state(st)) st = 0;
+        interface_state_ = st;
+        auto_state_ = w_.shared.auto_state();
       }
-      if (autoState_ == kAutoIdle && interfaceState_ == platform::kWlanConnected) Compare();
+      if (auto_state_ == kAutoIdle && interface_state_ == platform::kWlanConnected) compare();
       if (!Sleep()) return;
-      if (!KeepRunning()) return;
+      if (!keep_running()) return;
     }
   }
 
  private:
-  bool KeepRunning() const { return arg_->keepRunning.load(std::memory_order_relaxed); }
+  bool keep_running() const { return arg_->keep_running.load(std::memory_order_relaxed); }
 
-  void Compare() {
-    int32_t currentRssi = kAbsent;
-    if (!w_.initialised() || !ReadMonitorRssi(w_, currentRssi)) {
+  void compare() {
+    int32_t current_rssi = kAbsent;
+    if (!w_.initialised() || !read_monitor_rssi(w_, current_rssi)) {
       log_.write(kLogInfo, "[Monitor] Error while getting rssi! \n");
-      currentRssi = kAbsent;
+      current_rssi = kAbsent;
     }
-    int32_t currentRate = kAbsent;
-    if (!ReadMonitorRate(w_, currentRate)) {
+    int32_t current_rate = kAbsent;
+    if (!read_monitor_rate(w_, current_rate)) {
       log_.write(kLogInfo, "[Monitor] Error while getting mcs! \n");
-      currentRate = kAbsent;
+      current_rate = kAbsent;
     }
-    const size_t set = w_.activeSet();
+    const size_t set = w_.active_set();
     // A rate drop that triggers already asks for a decision: the RSSI is not compared.
-    if (Check("MCS", rateBase_, currentRate, w_.settings().MCSDeltaToTriggerScan[set])) return;
-    Check("RSSI", rssiBase_, currentRssi, w_.settings().RSSIDeltaToTriggerScan[set]);
+    if (check("MCS", rate_base_, current_rate, w_.settings().MCSDeltaToTriggerScan[set])) return;
+    check("RSSI", rssi_base_, current_rssi, w_.settings().RSSIDeltaToTriggerScan[set]);
   }
 
   // True when the drop triggered a new decision. Bases only rise: a trigger keeps the base,
   // so a link that stays worse triggers again at the next idle round.
-  bool Check(const char* name, int32_t& base, int32_t current, double delta) {
+  bool check(const char* name, int32_t& base, int32_t current, double delta) {
     if (current >= base) {
       base = current;
       return false;
@@ -115,8 +115,8 @@ class Monitor {
     }
     log_.write(kLogInfo, "[Monitor] %s become worse: %d -> %d, going to determine next mode.\n",
                name, base, current);
-    RememberWorker(&w_);
-    w_.RaiseReevaluation(Trigger::kMonitor);
+    remember_worker(&w_);
+    w_.raise_reevaluation(Trigger::kMonitor);
     return true;
   }
 
@@ -124,24 +124,24 @@ class Monitor {
   bool Sleep() {
     int64_t slept = 0;
     for (;;) {
-      const int64_t interval = w_.settings().WifiStatMonitorInterval[w_.activeSet()];
+      const int64_t interval = w_.settings().WifiStatMonitorInterval[w_.active_set()];
       if (slept >= interval && slept > 0) break;
       w_.clock().sleep_ms(kStepMs);
       slept += kStepMs;
-      if (!KeepRunning()) return false;
-      if (w_.ConsumeReevaluation()) return true;
+      if (!keep_running()) return false;
+      if (w_.consume_reevaluation()) return true;
     }
-    w_.ConsumeReevaluation();
+    w_.consume_reevaluation();
     return true;
   }
 
   std::shared_ptr<AutoSwitchingWorkerArg> arg_;
   AntennaSwitchWorkerObj& w_;
   Log& log_;
-  int32_t rssiBase_ = kAbsent;
-  int32_t rateBase_ = kAbsent;
-  uint32_t autoState_ = kAutoMeasuring;                // last seen
-  uint32_t interfaceState_ = platform::kWlanNotReady;  // last seen
+  int32_t rssi_base_ = kAbsent;
+  int32_t rate_base_ = kAbsent;
+  uint32_t auto_state_ = kAutoMeasuring;                // last seen
+  uint32_t interface_state_ = platform::kWlanNotReady;  // last seen
 };
 }  // namespace
 

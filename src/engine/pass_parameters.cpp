@@ -4,15 +4,15 @@
 
 namespace zaltor::engine {
 
-PassParameters PassParameters::Of(const AntennaSwitchWorkerObj& worker) {
+PassParameters PassParameters::of(const AntennaSwitchWorkerObj& worker) {
   PassParameters p;
-  p.set = worker.activeSet();
+  p.set = worker.active_set();
   if (!worker.shared.configured()) return p;
   const config::ConfigSettings& s = worker.settings();
-  p.collectCount = s.RSSICollectCount[p.set];
-  p.collectInterval = s.RSSICollectInterval[p.set];
-  p.waitForStable = s.TimeToWaitForRSSIStable[p.set];
-  p.defaultMode = s.DefaultMode[p.set];
+  p.collect_count = s.RSSICollectCount[p.set];
+  p.collect_interval = s.RSSICollectInterval[p.set];
+  p.wait_for_stable = s.TimeToWaitForRSSIStable[p.set];
+  p.default_mode = s.DefaultMode[p.set];
   return p;
 }
 

@@ -13,15 +13,15 @@ namespace zaltor::engine {
 class AntennaSwitchWorkerObj;
 
 struct PassParameters {
-  std::size_t set = 0;          // the config set index of the pass
-  int32_t collectCount = 0;     // RSSICollectCount
-  int32_t collectInterval = 0;  // RSSICollectInterval, milliseconds
-  int32_t waitForStable = 0;    // TimeToWaitForRSSIStable, milliseconds
-  int32_t defaultMode = 0;      // DefaultMode
+  std::size_t set = 0;           // the config set index of the pass
+  int32_t collect_count = 0;     // RSSICollectCount
+  int32_t collect_interval = 0;  // RSSICollectInterval, milliseconds
+  int32_t wait_for_stable = 0;   // TimeToWaitForRSSIStable, milliseconds
+  int32_t default_mode = 0;      // DefaultMode
 
   // The parameters of the set in force now. Before the configuration is loaded every
   // value is 0.
-  static PassParameters Of(const AntennaSwitchWorkerObj& worker);
+  static PassParameters of(const AntennaSwitchWorkerObj& worker);
 };
 
 }  // namespace zaltor::engine

@@ -13,12 +13,12 @@ namespace {
 constexpr int32_t kNoSignalDbm = -95;
 constexpr const char* kPositionNames[2] = {"Main", "Div"};
 
-bool IsLineFault(Status s) {
+bool is_line_fault(Status s) {
   return s == SWITCH_ERR_CTRL_REJECTED || s == SWITCH_ERR_CTRL_IO || s == SWITCH_ERR_VERIFY ||
          s == SWITCH_ERR_NO_POSITION;
 }
 
-const char* FaultText(Status s) {
+const char* fault_text(Status s) {
   switch (s) {
     case SWITCH_ERR_CTRL_REJECTED:
       return "refused by the firmware";
@@ -31,8 +31,8 @@ const char* FaultText(Status s) {
   }
 }
 
-std::string Format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string Format(const char* fmt, ...) {
+std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string format(const char* fmt, ...) {
   char text[160];
   va_list ap;
   va_start(ap, fmt);
@@ -41,13 +41,13 @@ std::string Format(const char* fmt, ...) {
   return text;
 }
 
-std::string PositionText(bool hadSignal, double mean) {
-  return hadSignal ? Format("%.1f dBm", mean) : std::string("no signal");
+std::string position_text(bool had_signal, double mean) {
+  return had_signal ? format("%.1f dBm", mean) : std::string("no signal");
 }
 
 }  // namespace
 
-const char* PortStateName(PortState state) {
+const char* port_state_name(PortState state) {
   switch (state) {
     case PortState::kUnknown:
       return "unknown";
@@ -63,7 +63,7 @@ const char* PortStateName(PortState state) {
   return "unknown";
 }
 
-void PortHealth::BeginPass() {
+void PortHealth::begin_pass() {
   std::lock_guard<std::mutex> hold(lock_);
   for (Port& p : ports_) {
     p.readings.fill(0);
@@ -72,7 +72,7 @@ void PortHealth::BeginPass() {
   }
 }
 
-void PortHealth::Sample(int modeIndex, int ports, const int32_t* values) {
+void PortHealth::sample(int modeIndex, int ports, const int32_t* values) {
   std::lock_guard<std::mutex> hold(lock_);
   const int n = std::clamp(ports, 0, platform::kRssiPortSlots);
   for (int k = 0; k < n; ++k) {
@@ -88,42 +88,42 @@ void PortHealth::Sample(int modeIndex, int ports, const int32_t* values) {
   }
 }
 
-void PortHealth::EndPass() {
+void PortHealth::end_pass() {
   std::lock_guard<std::mutex> hold(lock_);
   for (Port& p : ports_) {
     if (p.readings[0] == 0 || p.readings[1] == 0) continue;  // not measured in both
     ++p.sweeps;
     for (size_t pos = 0; pos < 2; ++pos) {
-      p.lastHadSignal[pos] = p.signals[pos] > 0;
-      p.lastMean[pos] = p.signals[pos] > 0 ? static_cast<double>(p.sum[pos]) / p.signals[pos] : 0;
+      p.last_had_signal[pos] = p.signals[pos] > 0;
+      p.last_mean[pos] = p.signals[pos] > 0 ? static_cast<double>(p.sum[pos]) / p.signals[pos] : 0;
     }
-    const bool none = !p.lastHadSignal[0] && !p.lastHadSignal[1];
-    p.noSignalStreak = none ? p.noSignalStreak + 1 : 0;
-    if (p.lastHadSignal[0] && p.lastHadSignal[1]) {
-      p.differed = std::fabs(p.lastMean[0] - p.lastMean[1]) >= kSameDb;
-      p.sameStreak = p.differed ? 0 : p.sameStreak + 1;
+    const bool none = !p.last_had_signal[0] && !p.last_had_signal[1];
+    p.no_signal_streak = none ? p.no_signal_streak + 1 : 0;
+    if (p.last_had_signal[0] && p.last_had_signal[1]) {
+      p.differed = std::fabs(p.last_mean[0] - p.last_mean[1]) >= kSameDb;
+      p.same_streak = p.differed ? 0 : p.same_streak + 1;
     } else {
       // A position without a signal differs from one with; with neither, nothing is known.
       p.differed = !none;
-      p.sameStreak = 0;
+      p.same_streak = 0;
     }
   }
 }
 
-void PortHealth::Write(int ports, const std::array<Status, platform::kMaxPorts>& results) {
+void PortHealth::write(int ports, const std::array<Status, platform::kMaxPorts>& results) {
   std::lock_guard<std::mutex> hold(lock_);
   const int n = std::clamp(ports, 0, platform::kMaxPorts);
   for (int k = 0; k < n; ++k) {
     Port& p = ports_[static_cast<size_t>(k)];
     const Status s = results[static_cast<size_t>(k)];
-    const bool failed = IsLineFault(s);
-    p.failedWrites = ((p.failedWrites << 1) | (failed ? 1u : 0u)) & ((1u << kLineWindow) - 1);
+    const bool failed = is_line_fault(s);
+    p.failed_writes = ((p.failed_writes << 1) | (failed ? 1u : 0u)) & ((1u << kLineWindow) - 1);
     ++p.writes;
-    if (failed) p.lastFailure = s;
+    if (failed) p.last_failure = s;
   }
 }
 
-std::vector<PortReport> PortHealth::Report(int ports) const {
+std::vector<PortReport> PortHealth::report(int ports) const {
   std::lock_guard<std::mutex> hold(lock_);
   const int n = std::clamp(ports, 0, platform::kMaxPorts);
   std::vector<PortReport> out;
@@ -132,36 +132,37 @@ std::vector<PortReport> PortHealth::Report(int ports) const {
     const Port& p = ports_[static_cast<size_t>(k)];
     PortReport r;
     r.port = k;
-    bool otherDiffered = false;
+    bool other_differed = false;
     for (int o = 0; o < n; ++o) {
-      if (o != k && ports_[static_cast<size_t>(o)].differed) otherDiffered = true;
+      if (o != k && ports_[static_cast<size_t>(o)].differed) other_differed = true;
     }
     const int window = std::min(p.writes, kLineWindow);
-    if (p.failedWrites != 0) {
+    if (p.failed_writes != 0) {
       r.state = PortState::kLineFault;
       r.detail =
-          Format("%d of the last %d line writes %s (status %u)", std::popcount(p.failedWrites),
-                 window, FaultText(p.lastFailure), p.lastFailure);
+          format("%d of the last %d line writes %s (status %u)", std::popcount(p.failed_writes),
+                 window, fault_text(p.last_failure), p.last_failure);
     } else if (k >= platform::kRssiPortSlots) {
       r.state = PortState::kUnknown;
       r.detail = "no RSSI counter for this port";
     } else if (p.sweeps == 0) {
       r.state = PortState::kUnknown;
       r.detail = "not measured in both positions yet";
-    } else if (p.noSignalStreak >= kNoSignalPasses) {
+    } else if (p.no_signal_streak >= kNoSignalPasses) {
       r.state = PortState::kNoSignal;
-      r.detail = Format("no signal in Main or Div for %d passes", p.noSignalStreak);
-    } else if (p.sameStreak >= kNotSwitchingSweeps && otherDiffered) {
+      r.detail = format("no signal in Main or Div for %d passes", p.no_signal_streak);
+    } else if (p.same_streak >= kNotSwitchingSweeps && other_differed) {
       r.state = PortState::kNotSwitching;
-      r.detail = Format(
+      r.detail = format(
           "Main %.1f dBm and Div %.1f dBm within %.1f dB for %d sweeps while "
           "other ports change",
-          p.lastMean[0], p.lastMean[1], kSameDb, p.sameStreak);
+          p.last_mean[0], p.last_mean[1], kSameDb, p.same_streak);
     } else {
       r.state = PortState::kOk;
-      r.detail = Format("%s %s, %s %s over %d sweeps", kPositionNames[0],
-                        PositionText(p.lastHadSignal[0], p.lastMean[0]).c_str(), kPositionNames[1],
-                        PositionText(p.lastHadSignal[1], p.lastMean[1]).c_str(), p.sweeps);
+      r.detail =
+          format("%s %s, %s %s over %d sweeps", kPositionNames[0],
+                 position_text(p.last_had_signal[0], p.last_mean[0]).c_str(), kPositionNames[1],
+                 position_text(p.last_had_signal[1], p.last_mean[1]).c_str(), p.sweeps);
     }
     out.push_back(std::move(r));
   }

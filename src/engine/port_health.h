@@ -37,7 +37,7 @@ namespace zaltor::engine {
 enum class PortState : uint8_t { kUnknown, kOk, kNoSignal, kNotSwitching, kLineFault };
 
 // "unknown", "ok", "no-signal", "not-switching", "line-fault".
-const char* PortStateName(PortState state);
+const char* port_state_name(PortState state);
 
 struct PortReport {
   int port = 0;  // 0 "Main", 1 "Aux", 2 "Aux2", 3 "Aux3"
@@ -53,17 +53,17 @@ class PortHealth {
   static constexpr int kLineWindow = 8;
 
   // A decision pass begins to measure: the sums of the previous one are dropped.
-  void BeginPass();
+  void begin_pass();
   // One successful reading of `ports` antennas (`values[p]` in dBm, -95 no signal) while
   // mode index `modeIndex` stands.
-  void Sample(int modeIndex, int ports, const int32_t* values);
+  void sample(int modeIndex, int ports, const int32_t* values);
   // The pass measured every mode: its sums become a sweep.
-  void EndPass();
+  void end_pass();
   // One write of the lines of `ports` ports with their results.
-  void Write(int ports, const std::array<Status, platform::kMaxPorts>& results);
+  void write(int ports, const std::array<Status, platform::kMaxPorts>& results);
 
   // The judgement of the first `ports` ports.
-  std::vector<PortReport> Report(int ports) const;
+  std::vector<PortReport> report(int ports) const;
 
  private:
   struct Port {
@@ -73,15 +73,15 @@ class PortHealth {
     std::array<int64_t, 2> sum{};
     // Over sweeps.
     int32_t sweeps = 0;
-    int32_t noSignalStreak = 0;
-    int32_t sameStreak = 0;
+    int32_t no_signal_streak = 0;
+    int32_t same_streak = 0;
     bool differed = false;  // in the last sweep, Main and Div differed by kSameDb or more
-    std::array<double, 2> lastMean{};
-    std::array<bool, 2> lastHadSignal{};
+    std::array<double, 2> last_mean{};
+    std::array<bool, 2> last_had_signal{};
     // Line writes: bit i set = the i-th newest write failed; how many writes were seen.
-    uint32_t failedWrites = 0;
+    uint32_t failed_writes = 0;
     int32_t writes = 0;
-    Status lastFailure = 0;
+    Status last_failure = 0;
   };
 
   mutable std::mutex lock_;  // held only to update or copy a few counters

@@ -45,53 +45,53 @@ class Reevaluation {
  public:
   // `activeSet` is the worker's index of the config set in force (the device logic reads it
   // too); `log` takes the "CONFIG changed!" line.
-  Reevaluation(platform::Clock& clock, std::atomic<uint64_t>& activeSet, Log& log)
-      : clock_(clock), activeSet_(activeSet), log_(log) {}
+  Reevaluation(platform::Clock& clock, std::atomic<uint64_t>& active_set, Log& log)
+      : clock_(clock), active_set_(active_set), log_(log) {}
   Reevaluation(const Reevaluation&) = delete;
   Reevaluation& operator=(const Reevaluation&) = delete;
 
-  void Raise(Trigger cause);
+  void raise(Trigger cause);
   // `select` gives the config set for the present situation; it runs with the mutex held.
-  void RaiseWithRecompute(Trigger cause, const std::function<uint32_t()>& select);
+  void raise_with_recompute(Trigger cause, const std::function<uint32_t()>& select);
   // True when a request was taken (a pending set became active); `cause`, when given,
   // receives the cause of the request taken.
-  bool Consume(Trigger* cause = nullptr);
-  bool Peek();
+  bool consume(Trigger* cause = nullptr);
+  bool peek();
 
   // A new Auto period: a fresh loop mutex, both flags cleared.
-  void NewPeriod();
+  void new_period();
   // The config set selected at the start of a period: in force and pending.
-  void SetInForce(uint64_t set);
+  void set_in_force(uint64_t set);
   // Makes `set` pending without a request and without a log line (what the event handling
   // leaves behind, for tests).
-  void MakePending(uint64_t set);
+  void make_pending(uint64_t set);
 
-  uint64_t pendingConfigSet() const { return pending_.load(std::memory_order_relaxed); }
-  bool configChangePending() const { return changePending_.load(std::memory_order_relaxed); }
+  uint64_t pending_config_set() const { return pending_.load(std::memory_order_relaxed); }
+  bool config_change_pending() const { return change_pending_.load(std::memory_order_relaxed); }
   // The loop mutex of the current period (null before the first one), shared with the
   // caller for as long as it holds it.
-  std::shared_ptr<platform::Mutex> loopMutex() const {
-    std::lock_guard<std::mutex> g(currentLock_);
+  std::shared_ptr<platform::Mutex> loop_mutex() const {
+    std::lock_guard<std::mutex> g(current_lock_);
     return current_;
   }
   // Teardown: the current loop mutex goes (no thread of any period runs any more).
-  void Clear();
+  void clear();
 
   // The worker that the WLAN callback acts on: the first one remembered (null: none yet;
   // a null worker is never remembered). Process-wide, as the callback has no context.
-  static AntennaSwitchWorkerObj* Remembered();
-  static void Remember(AntennaSwitchWorkerObj* worker);
-  static void Forget();
+  static AntennaSwitchWorkerObj* remembered();
+  static void remember(AntennaSwitchWorkerObj* worker);
+  static void forget();
 
  private:
   platform::Clock& clock_;
-  std::atomic<uint64_t>& activeSet_;
+  std::atomic<uint64_t>& active_set_;
   Log& log_;
   std::atomic<uint64_t> pending_{0};
-  std::atomic<bool> changePending_{false};
+  std::atomic<bool> change_pending_{false};
   std::atomic<bool> requested_{false};
   std::atomic<Trigger> cause_{Trigger::kTimer};
-  mutable std::mutex currentLock_;  // guards current_: never held across a wait
+  mutable std::mutex current_lock_;  // guards current_: never held across a wait
   std::shared_ptr<platform::Mutex> current_;
 };
 

@@ -4,19 +4,19 @@
 
 namespace zaltor::engine {
 
-void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause) {
+void raise_reevaluation_locked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause) {
   if (!recompute) {
-    worker.reevaluation.Raise(cause);
+    worker.reevaluation.raise(cause);
     return;
   }
-  worker.reevaluation.RaiseWithRecompute(cause,
-                                         [&worker] { return worker.adapters.SelectConfigSet(); });
+  worker.reevaluation.raise_with_recompute(cause,
+                                           [&worker] { return worker.adapters.SelectConfigSet(); });
 }
 
 void RequestReevaluation(AntennaSwitchWorkerObj* worker, bool recompute, Trigger cause) {
   if (worker == nullptr) return;
-  Reevaluation::Remember(worker);
-  RaiseReevaluationLocked(*worker, recompute, cause);
+  Reevaluation::remember(worker);
+  raise_reevaluation_locked(*worker, recompute, cause);
 }
 
 }  // namespace zaltor::engine

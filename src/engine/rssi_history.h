@@ -16,7 +16,7 @@ struct RssiHistory {
   uint32_t index = 0;  // next row to write, kept modulo 20
 
   // Done when the auto-mode thread starts.
-  void Clear() {
+  void clear() {
     for (auto& row : rows) row.fill(0.0);
     index = 0;
   }

@@ -24,20 +24,20 @@ class SampleBuffers {
   explicit SampleBuffers(int32_t capacity);
 
   // The same, but nullptr when memory is short (the auto loop reports "Out of Memory!").
-  static std::shared_ptr<SampleBuffers> Create(int32_t capacity);
+  static std::shared_ptr<SampleBuffers> create(int32_t capacity);
 
   int32_t capacity() const { return capacity_; }
 
   // Every RSSI entry to the no-value RSSI, every rate entry to 0: done before each cycle.
-  void Reset();
+  void reset();
 
   // The row of modeIndex laid out for collectCount samples per mode. The span is cut at
   // the end of the buffer (empty when the row lies beyond it), so a count that does not fit
   // the allocation can never reach outside it.
-  std::span<double> RssiRow(int modeIndex, int32_t collectCount);
-  std::span<double> RateRow(int modeIndex, int32_t collectCount);
-  std::span<const double> RssiRow(int modeIndex, int32_t collectCount) const;
-  std::span<const double> RateRow(int modeIndex, int32_t collectCount) const;
+  std::span<double> rssi_row(int modeIndex, int32_t collect_count);
+  std::span<double> rate_row(int modeIndex, int32_t collect_count);
+  std::span<const double> rssi_row(int modeIndex, int32_t collect_count) const;
+  std::span<const double> rate_row(int modeIndex, int32_t collect_count) const;
 
   std::span<const double> rssi() const { return rssi_; }
   std::span<const double> rate() const { return rate_; }
@@ -47,7 +47,7 @@ class SampleBuffers {
     size_t begin = 0;
     size_t size = 0;
   };
-  static Extent RowExtent(size_t bufferSize, int modeIndex, int32_t collectCount);
+  static Extent row_extent(size_t buffer_size, int modeIndex, int32_t collect_count);
 
   int32_t capacity_;
   std::vector<double> rssi_;

@@ -6,7 +6,7 @@
 
 namespace zaltor::engine {
 
-std::optional<int32_t> SampleReader::Antennas() {
+std::optional<int32_t> SampleReader::antennas() {
   int32_t count = 0;
   if (worker_.sw.GetSwitchNumber(count) != 0) return std::nullopt;
   return std::clamp(count, 0, platform::kMaxPorts);
@@ -18,12 +18,12 @@ RssiSample SampleReader::ReadRssi(int32_t antennas) {
   sample.readings.fill(kRssiNoSignal);
   sample.read = worker_.counters.ReadRssi(sample.antennas, sample.readings.data()) == 0;
   if (sample.read) {
-    sample.mean = platform::MeanOfSignalReadings(sample.readings.data(), sample.antennas);
+    sample.mean = platform::mean_of_signal_readings(sample.readings.data(), sample.antennas);
   }
   return sample;
 }
 
-RateSample SampleReader::ReadRate() {
+RateSample SampleReader::read_rate() {
   RateSample sample;
   platform::LinkReading link;
   sample.read = worker_.counters.ReadThroughput(link) == 0;

@@ -37,12 +37,12 @@ class SampleReader {
   explicit SampleReader(AntennaSwitchWorkerObj& worker) : worker_(worker) {}
 
   // The firmware's antenna count, held to 0..kMaxPorts; empty when it cannot be read.
-  std::optional<int32_t> Antennas();
+  std::optional<int32_t> antennas();
   // One collection of the first `antennas` RSSI counters. Antennas without a counter (a
   // fourth port) keep -95 and are left out of the mean like silent ones.
   RssiSample ReadRssi(int32_t antennas);
   // One collection of the rate counters.
-  RateSample ReadRate();
+  RateSample read_rate();
 
  private:
   AntennaSwitchWorkerObj& worker_;

@@ -39,7 +39,7 @@ class SharedState {
   bool configured() const { return device_.settings != nullptr; }
   bool initialised() const { return device_.ready.load(std::memory_order_relaxed); }
   // Init is done: what it set becomes visible to the threads that see this.
-  void MarkInitialised() { device_.ready.store(true, std::memory_order_release); }
+  void mark_initialised() { device_.ready.store(true, std::memory_order_release); }
   uint32_t user_mode() const { return device_.user_mode.load(std::memory_order_relaxed); }
   void set_user_mode(uint32_t mode) { device_.user_mode.store(mode, std::memory_order_relaxed); }
   int32_t switch_count() const { return device_.switch_count.load(std::memory_order_relaxed); }
@@ -53,7 +53,7 @@ class SharedState {
   // --- The Wi-Fi interface in use.
   // The connection state of the selected interface; false when there is no WLAN client or
   // the query fails.
-  bool QueryConnectionState(uint32_t& state) const {
+  bool query_connection_state(uint32_t& state) const {
     return device_.wlan != nullptr &&
            device_.wlan->query_connection_state(device_.wlan_interface, state) == 0;
   }
@@ -64,7 +64,7 @@ class SharedState {
   bool lid_notification_registered() const {
     return device_.lid_notification_registered.load(std::memory_order_relaxed);
   }
-  void MarkLidNotificationRegistered() {
+  void mark_lid_notification_registered() {
     device_.lid_notification_registered.store(true, std::memory_order_relaxed);
   }
   // A device arrived or left: the next config set selection scans Bluetooth again.
@@ -77,27 +77,27 @@ class SharedState {
   int32_t bt_connection_count() const {
     return device_.bt_connection_count.load(std::memory_order_relaxed);
   }
-  uint32_t power_source() const { return powerSource.load(std::memory_order_relaxed); }
+  uint32_t power_source() const { return power_source_.load(std::memory_order_relaxed); }
   // Records the power source now in use; the one recorded before.
-  uint32_t ExchangePowerSource(uint32_t source) {
-    const uint32_t old = powerSource.load(std::memory_order_relaxed);
-    powerSource.store(source, std::memory_order_relaxed);
+  uint32_t exchange_power_source(uint32_t source) {
+    const uint32_t old = power_source_.load(std::memory_order_relaxed);
+    power_source_.store(source, std::memory_order_relaxed);
     return old;
   }
 
   // --- The auto loop as others see it.
-  uint32_t auto_state() const { return autoState.load(std::memory_order_relaxed); }
-  void set_auto_state(uint32_t state) { autoState.store(state, std::memory_order_relaxed); }
-  bool rssi_pa_requested() const { return rssiPaRequested.load(std::memory_order_relaxed); }
+  uint32_t auto_state() const { return auto_state_.load(std::memory_order_relaxed); }
+  void set_auto_state(uint32_t state) { auto_state_.store(state, std::memory_order_relaxed); }
+  bool rssi_pa_requested() const { return rssi_pa_requested_.load(std::memory_order_relaxed); }
   void set_rssi_pa_requested(bool requested) {
-    rssiPaRequested.store(requested, std::memory_order_relaxed);
+    rssi_pa_requested_.store(requested, std::memory_order_relaxed);
   }
 
  private:
   platform::DeviceState device_;
-  std::atomic<uint32_t> autoState{kAutoEnded};
-  std::atomic<uint32_t> powerSource{0};
-  std::atomic<bool> rssiPaRequested{false};
+  std::atomic<uint32_t> auto_state_{kAutoEnded};
+  std::atomic<uint32_t> power_source_{0};
+  std::atomic<bool> rssi_pa_requested_{false};
 };
 
 }  // namespace zaltor::engine

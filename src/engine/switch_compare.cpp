@@ -6,24 +6,24 @@ namespace zaltor::engine {
 
 namespace {
 
-int ClampSwitchCount(int switchCount) {
+int clamp_switch_count(int switchCount) {
   return std::clamp(switchCount, 0, kMaxSwitches);
 }
 
-void ComparePairs(const ModeValues& values, SwitchStates& states, int switchCount,
-                  ModeMask disabled) {
-  const int modeCount = 1 << switchCount;
+void compare_pairs(const ModeValues& values, SwitchStates& states, int switchCount,
+                   ModeMask disabled) {
+  const int mode_count = 1 << switchCount;
   for (int k = 0; k < switchCount; ++k) {
     const int step = 1 << k;
-    for (int m = 0; m < modeCount; ++m) {
+    for (int m = 0; m < mode_count; ++m) {
       if ((m & step) != 0) continue;
       const int p = m + step;
       const auto uk = static_cast<size_t>(k);
-      if (InMask(disabled, m) || InMask(disabled, p)) continue;
+      if (in_mask(disabled, m) || in_mask(disabled, p)) continue;
       const auto um = static_cast<size_t>(m);
       const auto up = static_cast<size_t>(p);
-      if (values[um] > values[up]) states.zeroBetter[uk] = true;
-      if (values[up] > values[um]) states.oneBetter[uk] = true;
+      if (values[um] > values[up]) states.zero_better[uk] = true;
+      if (values[up] > values[um]) states.one_better[uk] = true;
     }
   }
 }
@@ -33,33 +33,33 @@ void ComparePairs(const ModeValues& values, SwitchStates& states, int switchCoun
 void CompareSwitchPositions(const ModeValues& values, SwitchStates& states, int switchCount,
                             ModeMask disabled) {
   states = SwitchStates{};
-  ComparePairs(values, states, ClampSwitchCount(switchCount), disabled);
+  compare_pairs(values, states, clamp_switch_count(switchCount), disabled);
 }
 
 void CompareSwitchPositions(const ModeValues& valuesA, const ModeValues& valuesB,
                             SwitchStates& states, int switchCount, ModeMask disabled) {
   states = SwitchStates{};
-  ComparePairs(valuesA, states, ClampSwitchCount(switchCount), disabled);
-  ComparePairs(valuesB, states, ClampSwitchCount(switchCount), disabled);
+  compare_pairs(valuesA, states, clamp_switch_count(switchCount), disabled);
+  compare_pairs(valuesB, states, clamp_switch_count(switchCount), disabled);
 }
 
-int SwitchPosition(const SwitchStates& states, int k, int preferred) {
+int switch_position(const SwitchStates& states, int k, int preferred) {
   const auto uk = static_cast<size_t>(k);
-  if (states.zeroBetter[uk] && !states.oneBetter[uk]) return 0;
-  if (states.oneBetter[uk] && !states.zeroBetter[uk]) return 1;
+  if (states.zero_better[uk] && !states.one_better[uk]) return 0;
+  if (states.one_better[uk] && !states.zero_better[uk]) return 1;
   return static_cast<int>((static_cast<unsigned>(preferred) >> static_cast<unsigned>(k)) & 1u);
 }
 
-int ComposeChoice(const SwitchStates& states, int switchCount, int preferred, ModeMask disabled) {
+int compose_choice(const SwitchStates& states, int switchCount, int preferred, ModeMask disabled) {
   int choice = 0;
-  for (int k = 0; k < ClampSwitchCount(switchCount); ++k) {
-    choice |= SwitchPosition(states, k, preferred) << k;
+  for (int k = 0; k < clamp_switch_count(switchCount); ++k) {
+    choice |= switch_position(states, k, preferred) << k;
   }
-  return AvoidDisabled(choice, preferred, disabled);
+  return avoid_disabled(choice, preferred, disabled);
 }
 
-int AvoidDisabled(int composed, int preferred, ModeMask disabled) {
-  return InMask(disabled, composed) ? preferred : composed;
+int avoid_disabled(int composed, int preferred, ModeMask disabled) {
+  return in_mask(disabled, composed) ? preferred : composed;
 }
 
 }  // namespace zaltor::engine

@@ -9,8 +9,8 @@
 namespace zaltor::engine {
 
 struct SwitchStates {
-  std::array<bool, kMaxSwitches> zeroBetter{};
-  std::array<bool, kMaxSwitches> oneBetter{};
+  std::array<bool, kMaxSwitches> zero_better{};
+  std::array<bool, kMaxSwitches> one_better{};
 };
 
 // For switch k, over every mode index m below 2^switchCount whose bit k is 0, paired with
@@ -31,17 +31,17 @@ void CompareSwitchPositions(const ModeValues& valuesA, const ModeValues& valuesB
 
 // The position of switch k after a comparison: 0 when only position 0 won, 1 when only
 // position 1 won, otherwise bit k of preferred.
-int SwitchPosition(const SwitchStates& states, int k, int preferred);
+int switch_position(const SwitchStates& states, int k, int preferred);
 
 // A mode index composed switch by switch with SwitchPosition (no log lines). The composed
 // mode is taken as it is, even when it is none of the tied modes, with one exception: a
 // composed mode that is disabled is replaced by preferred (the last tied mode, enabled),
 // because a disabled mode must never be set. With the disabled pairs left out this happens
 // e.g. when index 3 of four is disabled and indices 1 and 2 tie above index 0.
-int ComposeChoice(const SwitchStates& states, int switchCount, int preferred,
-                  ModeMask disabled = 0);
+int compose_choice(const SwitchStates& states, int switchCount, int preferred,
+                   ModeMask disabled = 0);
 
 // The exception above on its own, for a choice composed elsewhere.
-int AvoidDisabled(int composed, int preferred, ModeMask disabled);
+int avoid_disabled(int composed, int preferred, ModeMask disabled);
 
 }  // namespace zaltor::engine

@@ -4,7 +4,7 @@
 
 namespace zaltor::engine {
 
-SwitchLabels DefaultSwitchLabels() {
+SwitchLabels default_switch_labels() {
   SwitchLabels labels;
   for (int k = 0; k < kMaxSwitches; ++k) {
     labels[static_cast<size_t>(k)].name = platform::kPortNames[static_cast<size_t>(k)];

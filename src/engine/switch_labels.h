@@ -17,6 +17,6 @@ struct SwitchLabel {
 using SwitchLabels = std::array<SwitchLabel, kMaxSwitches>;
 
 // "Main", "Aux", "Aux2", "Aux3", each with the positions "Main" and "Div".
-SwitchLabels DefaultSwitchLabels();
+SwitchLabels default_switch_labels();
 
 }  // namespace zaltor::engine

@@ -15,40 +15,40 @@
 namespace zaltor::engine {
 
 // The remembered worker (null: none yet).
-inline AntennaSwitchWorkerObj* RememberedWorker() {
-  return Reevaluation::Remembered();
+inline AntennaSwitchWorkerObj* remembered_worker() {
+  return Reevaluation::remembered();
 }
 // Remembers `worker` unless one is remembered already (a null worker is never remembered).
-inline void RememberWorker(AntennaSwitchWorkerObj* worker) {
-  Reevaluation::Remember(worker);
+inline void remember_worker(AntennaSwitchWorkerObj* worker) {
+  Reevaluation::remember(worker);
 }
 // Forgets the remembered worker (tests, and before the worker goes away).
-inline void ForgetRememberedWorker() {
-  Reevaluation::Forget();
+inline void forget_remembered_worker() {
+  Reevaluation::forget();
 }
 
 // Under the worker's loop mutex: raises the request and, with `recompute`, selects the
 // config set and makes it pending when it differs from the active one (Reevaluation's
 // RaiseWithRecompute). The selection, with its Bluetooth settle, runs with the mutex held.
-void RaiseReevaluationLocked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause);
+void raise_reevaluation_locked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause);
 
 // How many event window threads run now (tests wait for theirs to end before the worker
 // goes away: the thread is detached).
-int EventWindowThreadsRunning();
+int event_window_threads_running();
 
 // The event window's procedure. Its worker comes from the window's creation message
 // (the creation parameter given here); messages before it are left alone.
 class EventWindowProc final : public platform::WindowHandler {
  public:
-  explicit EventWindowProc(AntennaSwitchWorkerObj* creationParameter)
-      : creationParameter_(creationParameter) {}
+  explicit EventWindowProc(AntennaSwitchWorkerObj* creation_parameter)
+      : creation_parameter_(creation_parameter) {}
   bool on_message(const platform::WindowMessage& message) override;
 
  private:
-  void OnPowerSettingChange(const platform::WindowMessage& message);
-  void Print(const char* text);
+  void on_power_setting_change(const platform::WindowMessage& message);
+  void print(const char* text);
 
-  AntennaSwitchWorkerObj* creationParameter_;
+  AntennaSwitchWorkerObj* creation_parameter_;
   AntennaSwitchWorkerObj* worker_ = nullptr;
 };
 

@@ -22,10 +22,10 @@ struct TieContext {
 // Logs "Use more precise methods with switch count %d...\n", "Preferred mode = %d\n",
 // "Determined Switch States: " and per switch "{%d, %d} = " with the position label or
 // "**(%d)", ", ", then "\n". Returns the composed mode index. scan must have ties.
-int ResolveTiesLogged(const TieContext& ctx, const ScanResult& scan, const ModeValues& values);
+int resolve_ties_logged(const TieContext& ctx, const ScanResult& scan, const ModeValues& values);
 
 // The same with the two-array comparison (a position wins when it wins in either array).
-int ResolveTiesLogged(const TieContext& ctx, const ScanResult& scan, const ModeValues& valuesA,
-                      const ModeValues& valuesB);
+int resolve_ties_logged(const TieContext& ctx, const ScanResult& scan, const ModeValues& valuesA,
+                        const ModeValues& valuesB);
 
 }  // namespace zaltor::engine

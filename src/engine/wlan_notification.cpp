@@ -9,7 +9,7 @@ void WlanNotificationCallback(uint32_t source, uint32_t code) {
   if (source != platform::kWlanSourceMsm) return;
   // Deliberately the remembered worker, not the registration's context: until a window,
   // power or monitor event has remembered one, notifications are ignored.
-  AntennaSwitchWorkerObj* worker = RememberedWorker();
+  AntennaSwitchWorkerObj* worker = remembered_worker();
   if (worker == nullptr) return;
   Console* console = worker->platform().console;
   auto print = [console](const char* text) {
@@ -18,15 +18,15 @@ void WlanNotificationCallback(uint32_t source, uint32_t code) {
   switch (code) {
     case platform::kWlanMsmConnected:
       print("wlan_notification_msm_connected\n");
-      RaiseReevaluationLocked(*worker, true, Trigger::kWlan);
+      raise_reevaluation_locked(*worker, true, Trigger::kWlan);
       break;
     case platform::kWlanMsmDisconnected:
       print("wlan_notification_msm_disconnected\n");
-      RaiseReevaluationLocked(*worker, false, Trigger::kWlan);
+      raise_reevaluation_locked(*worker, false, Trigger::kWlan);
       break;
     case platform::kWlanMsmAdapterRemoval:
       print("wlan_notification_msm_adapter_removal\n");
-      RaiseReevaluationLocked(*worker, false, Trigger::kWlan);
+      raise_reevaluation_locked(*worker, false, Trigger::kWlan);
       break;
     default:
       break;

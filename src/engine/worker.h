@@ -53,9 +53,9 @@ class AntennaSwitchWorkerObj;
 // it by shared ownership, so it lives as long as either thread reads it; clearing
 // keepRunning is the stop signal.
 struct AutoSwitchingWorkerArg {
-  std::atomic<bool> keepRunning{true};
+  std::atomic<bool> keep_running{true};
   AntennaSwitchWorkerObj* worker = nullptr;
-  Trigger firstTrigger = Trigger::kStart;  // what the period's first pass records
+  Trigger first_trigger = Trigger::kStart;  // what the period's first pass records
 };
 
 class AntennaSwitchWorkerObj {
@@ -69,7 +69,7 @@ class AntennaSwitchWorkerObj {
   // result (3, 4, the configuration load's code, 8, 11, 31). `logContext` is the service
   // object's log state; `consoleConfigName` the plain file named on the console command
   // line (empty otherwise).
-  int32_t Init(log::LogContext logContext, const std::string& consoleConfigName);
+  int32_t Init(log::LogContext logContext, const std::string& console_config_name);
 
   // 0 Auto, 1..modeCount a fixed mode. Results: 0, 2 not initialised, 28 out of range,
   // 41 Auto on a build that needs per-antenna RSSI, or the first failing switch's status.
@@ -80,56 +80,62 @@ class AntennaSwitchWorkerObj {
   // The auto thread of the period `arg` leaves Auto for `mode` (its run count ran out, or
   // its buffers could not be had): SetUserMode(mode), unless the period was stopped already
   // (the user's later choice stands), under the same mode lock.
-  Status LeaveAuto(const AutoSwitchingWorkerArg& arg, int32_t mode);
+  Status leave_auto(const AutoSwitchingWorkerArg& arg, int32_t mode);
 
   // The re-evaluation request (see reevaluation.h): consume, peek, raise.
-  bool ConsumeReevaluation(Trigger* cause = nullptr) { return reevaluation.Consume(cause); }
-  bool ReevaluationRequested() { return reevaluation.Peek(); }
-  void RaiseReevaluation(Trigger cause) { reevaluation.Raise(cause); }
+  bool consume_reevaluation(Trigger* cause = nullptr) { return reevaluation.consume(cause); }
+  bool reevaluation_requested() { return reevaluation.peek(); }
+  void raise_reevaluation(Trigger cause) { reevaluation.raise(cause); }
 
   // Writes one finished line straight to the service's log-entry operation (the event
   // log), without line assembly and without the log file. Dropped before Init.
-  void WriteEvent(uint8_t level, const char* line);
+  void write_event(uint8_t level, const char* line);
 
   // The service object behind the log goes away: later log calls are dropped.
-  void DetachLog() { log_.Detach(); }
+  void detach_log() { worker_log_.detach(); }
 
   // The process teardown's share of the worker: the counter query, the mutexes and the
   // WLAN client. Only when no worker thread runs any more.
-  void Teardown();
+  void teardown();
 
   // Stops the Auto threads of the current period and waits for every thread the worker
   // started except the detached event window thread (tests and orderly shutdown).
-  void StopAndJoinAutoThreads();
+  void stop_and_join_auto_threads();
 
   // How many Auto threads the worker holds (running, or ended and not yet joined). Ended
   // threads are joined at the next start of Auto mode and by StopAndJoinAutoThreads, so
   // that switching between fixed modes and Auto does not pile them up.
-  size_t heldThreads();
+  size_t held_threads();
 
   // --- Read access (control interface, loops).
   bool initialised() const { return shared.initialised(); }
-  uint32_t userMode() const { return shared.user_mode(); }
+  uint32_t user_mode() const { return shared.user_mode(); }
   int32_t switchCount() const { return shared.switch_count(); }
-  int32_t modeCount() const { return static_cast<int32_t>(shared.mode_count()); }
-  uint64_t activeConfigSet() const { return shared.active_config_set(); }
+  int32_t mode_count() const { return static_cast<int32_t>(shared.mode_count()); }
+  uint64_t active_config_set() const { return shared.active_config_set(); }
   // Settings of the active config set.
   const config::ConfigSettings& settings() const { return config.settings; }
-  size_t activeSet() const;
-  Log& log() { return log_; }
+  size_t active_set() const;
+  Log& log() { return worker_log_; }
+  // Every later log call of the worker goes to `calls` as it was made (see
+  // WorkerLog::redirect); the lab reads the worker's calls this way.
+  void redirect_log(Log* calls) { worker_log_.redirect(calls); }
   platform::Clock& clock() { return *platform_.clock; }
   platform::Platform& platform() { return platform_; }
 
+  // Declared first: the device logic below holds the log. Detached until Init.
+ private:
+  log::LogFile log_file_;
+  log::WorkerLog worker_log_{log_file_};
+
+ public:
   // --- Fields (names as the rest of the engine speaks of them).
-  // Declared first: the device logic below holds it. Detached until Init.
-  log::LogFile logFile_;
-  log::WorkerLog log_{logFile_};
   // What the threads share (see shared_state.h); the device logic below holds its part.
   SharedState shared;
   config::Configuration config;
-  RssiHistory rssiHistory;  // the auto-mode thread's only
-  SwitchLabels labels = DefaultSwitchLabels();
-  std::string modelName;
+  RssiHistory rssi_history;  // the auto-mode thread's only
+  SwitchLabels labels = default_switch_labels();
+  std::string model_name;
 
   // The device logic over the worker's state.
   platform::AntennaSwitch sw;
@@ -143,11 +149,11 @@ class AntennaSwitchWorkerObj {
 
   // The request flag, the pending config set, the loop mutex of the current Auto period.
   Reevaluation reevaluation;
-  std::shared_ptr<platform::Mutex> loopMutex() const { return reevaluation.loopMutex(); }
+  std::shared_ptr<platform::Mutex> loop_mutex() const { return reevaluation.loop_mutex(); }
 
   // The auto-mode thread: non-null while it runs (autoThread); it clears it when it ends.
-  bool autoThreadRunning() const { return autoThread_.load(std::memory_order_acquire); }
-  void clearAutoThread() { autoThread_.store(false, std::memory_order_release); }
+  bool auto_thread_running() const { return auto_thread_.load(std::memory_order_acquire); }
+  void clear_auto_thread() { auto_thread_.store(false, std::memory_order_release); }
 
  private:
   friend class WorkerTestAccess;
@@ -156,24 +162,24 @@ class AntennaSwitchWorkerObj {
     std::unique_ptr<platform::Thread> thread;
     std::shared_ptr<std::atomic<bool>> ended;
   };
-  Status SetUserModeLocked(int32_t mode);
+  Status set_user_mode_locked(int32_t mode);
   // A fixed mode (or the run count) stopped the Auto period whose thread has not ended yet.
-  bool StoppedLoopStillEnding();
-  Status StartAuto(Trigger first);
-  void StartHeldThread(const char* name, std::function<void()> body);
+  bool stopped_loop_still_ending();
+  Status start_auto(Trigger first);
+  void start_held_thread(const char* name, std::function<void()> body);
   // Joins the held threads whose bodies have returned (no wait on a running one).
-  void ReapEndedThreads();
+  void reap_ended_threads();
 
   platform::Platform& platform_;
-  std::unique_ptr<platform::Mutex> logMutex_;
+  std::unique_ptr<platform::Mutex> log_mutex_;
   std::unique_ptr<platform::BoardIdentification> board_;
 
-  std::unique_ptr<platform::Mutex> modeLock_;
+  std::unique_ptr<platform::Mutex> mode_lock_;
 
   // Guards autoArg_ and threads_: plain bookkeeping, never held across a wait.
-  std::mutex autoLock_;
-  std::shared_ptr<AutoSwitchingWorkerArg> autoArg_;
-  std::atomic<bool> autoThread_{false};
+  std::mutex auto_lock_;
+  std::shared_ptr<AutoSwitchingWorkerArg> auto_arg_;
+  std::atomic<bool> auto_thread_{false};
   std::vector<HeldThread> threads_;
 };
 

@@ -4,25 +4,25 @@
 
 namespace zaltor::log {
 
-void WorkerLog::Attach(LogContext context) {
+void WorkerLog::attach(LogContext context) {
   std::unique_lock<std::shared_mutex> hold(lock_);
   context_ = context;
   attached_ = true;
 }
 
-void WorkerLog::Detach() {
+void WorkerLog::detach() {
   std::unique_lock<std::shared_mutex> hold(lock_);
   attached_ = false;
   redirect_ = nullptr;
   context_ = LogContext{};
 }
 
-void WorkerLog::Redirect(Log* calls) {
+void WorkerLog::redirect(Log* calls) {
   std::unique_lock<std::shared_mutex> hold(lock_);
   redirect_ = calls;
 }
 
-void WorkerLog::WriteEntry(uint8_t level, const char* line) {
+void WorkerLog::write_entry(uint8_t level, const char* line) {
   std::shared_lock<std::shared_mutex> hold(lock_);
   if (attached_ && context_.writer != nullptr) context_.writer->WriteLogEntry(line, level);
 }
@@ -42,11 +42,11 @@ void WorkerLog::vwrite(uint8_t level, const char* fmt, va_list ap) {
 }
 
 uint32_t WorkerLog::write_file(const char* fmt, va_list ap) {
-  if (file_.files == nullptr) return STATUS_LOG_FAILURE;
+  if (file_.files == nullptr) return kStatusLogFailure;
   const std::string text = vformat(fmt, ap);
   if (file_.mutex != nullptr) file_.mutex->lock();
   if (file_.files->append_utf8_text(file_.name, text) != 0) {
-    return STATUS_LOG_FAILURE;  // the mutex stays with this thread
+    return kStatusLogFailure;  // the mutex stays with this thread
   }
   if (file_.mutex != nullptr) file_.mutex->unlock();
   return SWITCH_OK;

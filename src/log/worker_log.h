@@ -50,22 +50,22 @@ class WorkerLog final : public Log {
  public:
   // Detached: log calls are dropped until Attach.
   explicit WorkerLog(LogFile& file) : file_(file) {}
-  WorkerLog(LogContext context, LogFile& file) : file_(file) { Attach(context); }
+  WorkerLog(LogContext context, LogFile& file) : file_(file) { attach(context); }
 
   // Starts sending calls to the service object's log state.
-  void Attach(LogContext context);
+  void attach(LogContext context);
   // Later calls are dropped (a redirection ends too); returns once the calls in progress
   // have ended.
-  void Detach();
+  void detach();
   // Every later call goes to `calls` as it was made, instead of the service object's log
   // state (the lab reads the worker's calls this way); null ends the redirection.
-  void Redirect(Log* calls);
+  void redirect(Log* calls);
 
   void vwrite(uint8_t level, const char* fmt, va_list ap) override;
 
   // Writes one finished line straight to the log-entry operation (the event trace), without
   // line assembly and without the log file. Dropped while detached.
-  void WriteEntry(uint8_t level, const char* line);
+  void write_entry(uint8_t level, const char* line);
 
   // Appends the formatted text to the log file under the log mutex: 0, or 31 when the file
   // cannot be opened. After a failed open the mutex is deliberately kept by the calling

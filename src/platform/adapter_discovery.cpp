@@ -4,7 +4,7 @@
 
 namespace zaltor::platform {
 
-std::string CounterInstanceName(const std::string& description) {
+std::string counter_instance_name(const std::string& description) {
   std::string name = description;
   for (char& c : name) {
     if (c == '(') c = '[';
@@ -20,8 +20,8 @@ std::string CounterInstanceName(const std::string& description) {
   return name;
 }
 
-std::string AdapterDiscovery::ReadProperty(DeviceList& list, uint32_t index,
-                                           DeviceProperty property, const char* name) {
+std::string AdapterDiscovery::read_property(DeviceList& list, uint32_t index,
+                                            DeviceProperty property, const char* name) {
   std::string value;
   const uint32_t error = list.registry_property(index, property, value);
   if (error != 0) {
@@ -40,9 +40,9 @@ void AdapterDiscovery::ListVendorNics(std::vector<std::string>& list) {
   if (!nics) return;
   for (uint32_t i = 0; nics->has_device(i); ++i) {
     const std::string hwid =
-        ReadProperty(*nics, i, DeviceProperty::kHardwareId, "SPDRP_HARDWAREID");
+        read_property(*nics, i, DeviceProperty::kHardwareId, "SPDRP_HARDWAREID");
     const std::string desc =
-        ReadProperty(*nics, i, DeviceProperty::kDeviceDesc, "SPDRP_DEVICEDESC");
+        read_property(*nics, i, DeviceProperty::kDeviceDesc, "SPDRP_DEVICEDESC");
     log_.write(kLogInfo, "PCI_NET[%d] %s (%s)\n", static_cast<int>(i), desc.c_str(), hwid.c_str());
     if (hwid.find(kWifiVendorPattern) != std::string::npos) {
       list.push_back(desc);
@@ -52,7 +52,7 @@ void AdapterDiscovery::ListVendorNics(std::vector<std::string>& list) {
 }
 
 Status AdapterDiscovery::FindWifiInterface(std::string& instance_name) {
-  if (!state_.wlan) return STATUS_WLAN_NOT_OPENED;
+  if (!state_.wlan) return kStatusWlanNotOpened;
   for (;;) {
     std::vector<std::string> candidates;
     ListVendorNics(candidates);
@@ -84,7 +84,7 @@ Status AdapterDiscovery::FindWifiInterface(std::string& instance_name) {
       }
       if (!match) continue;
       log_.write(kLogInfo, "<Selected interface>");
-      instance_name = CounterInstanceName(iface.description);
+      instance_name = counter_instance_name(iface.description);
       state_.wlan_interface = iface.guid;
       if (iface.state != kWlanConnected)
         log_.write(kLogWarning, " WARNING: Wifi not connected!!\n");
@@ -102,10 +102,10 @@ Status AdapterDiscovery::CountConnectedBtDevices(const std::string& enumerator, 
   int32_t connected = 0;
   for (uint32_t i = 0; list->has_device(i); ++i) {
     const std::string hwid =
-        ReadProperty(*list, i, DeviceProperty::kHardwareId, "SPDRP_HARDWAREID");
+        read_property(*list, i, DeviceProperty::kHardwareId, "SPDRP_HARDWAREID");
     const std::string desc =
-        ReadProperty(*list, i, DeviceProperty::kDeviceDesc, "SPDRP_DEVICEDESC");
-    const std::string friendly = ReadProperty(*list, i, DeviceProperty::kFriendlyName, nullptr);
+        read_property(*list, i, DeviceProperty::kDeviceDesc, "SPDRP_DEVICEDESC");
+    const std::string friendly = read_property(*list, i, DeviceProperty::kFriendlyName, nullptr);
     const int index = static_cast<int>(i);
     if (hwid.find(pattern) == std::string::npos) {
       log_.write(kLogInfo, "*%s[%d] %s <%s> (%s)\n", en, index, friendly.c_str(), desc.c_str(),
@@ -127,7 +127,7 @@ Status AdapterDiscovery::CountConnectedBtDevices(const std::string& enumerator, 
 uint32_t AdapterDiscovery::SelectConfigSet() {
   if (state_.lid_notification_registered.load(std::memory_order_relaxed) &&
       !state_.lid_open.load(std::memory_order_relaxed)) {
-    return config::kConf_LidClosed;
+    return config::kConfLidClosed;
   }
   if (state_.device_change_pending.exchange(false, std::memory_order_relaxed)) {
     clock_.sleep_ms(kBluetoothSettleMs);
@@ -146,15 +146,14 @@ uint32_t AdapterDiscovery::SelectConfigSet() {
   }
   switch (band) {
     case Band::k5:
-      return config::kConf_5G;
+      return config::kConf5G;
     case Band::k24:
-      return state_.bt_connection_count.load(std::memory_order_relaxed) > 0
-                 ? config::kConf_BTCoexist
-                 : config::kConf_2_4G;
+      return state_.bt_connection_count.load(std::memory_order_relaxed) > 0 ? config::kConfBtCoexist
+                                                                            : config::kConf24G;
     case Band::kUnknown:
       break;
   }
-  return config::kConf_2_4G;
+  return config::kConf24G;
 }
 
 }  // namespace zaltor::platform

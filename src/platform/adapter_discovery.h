@@ -24,7 +24,7 @@ constexpr Status kBtListUnavailable = 0xFFFFFFFF;
 // The performance counter instance name of an interface description, as Windows names the
 // network interface instances: every "(" becomes "[", every ")" becomes "]", and every
 // "#", "/" and "\\" becomes "_".
-std::string CounterInstanceName(const std::string& description);
+std::string counter_instance_name(const std::string& description);
 
 class AdapterDiscovery {
  public:
@@ -52,8 +52,8 @@ class AdapterDiscovery {
   uint32_t SelectConfigSet();
 
  private:
-  std::string ReadProperty(DeviceList& list, uint32_t index, DeviceProperty property,
-                           const char* name);
+  std::string read_property(DeviceList& list, uint32_t index, DeviceProperty property,
+                            const char* name);
 
   DeviceState& state_;
   DeviceLists& devices_;

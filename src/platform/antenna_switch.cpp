@@ -6,25 +6,25 @@
 namespace zaltor::platform {
 namespace {
 
-void PutU32(std::vector<uint8_t>& out, uint32_t v) {
+void put_u32(std::vector<uint8_t>& out, uint32_t v) {
   for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-std::vector<uint8_t> Request(const char (&method)[5], uint32_t arg_length) {
+std::vector<uint8_t> request(const char (&method)[5], uint32_t arg_length) {
   std::vector<uint8_t> out(method, method + 4);
-  PutU32(out, arg_length);
-  PutU32(out, kSwitchDeviceId);
+  put_u32(out, arg_length);
+  put_u32(out, kSwitchDeviceId);
   return out;
 }
 
 // Bit of line `id` + `offset`, taken mod 32 without a negative shift.
-uint32_t LineBit(int32_t id, int32_t offset) {
+uint32_t line_bit(int32_t id, int32_t offset) {
   const int64_t b = ((static_cast<int64_t>(id) + offset) % 32 + 32) % 32;
   return static_cast<uint32_t>(b);
 }
 
 // A table value 0/1 must equal the level; -1 is don't care; anything else never matches.
-bool LineMatches(int32_t table_value, int32_t level) {
+bool line_matches(int32_t table_value, int32_t level) {
   if (table_value == -1) return true;
   return (table_value == 0 || table_value == 1) && table_value == level;
 }
@@ -41,22 +41,23 @@ class PlainRecursiveMutex final : public Mutex {
 
 }  // namespace
 
-AntennaSwitch::AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> deviceLock)
+AntennaSwitch::AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> device_lock)
     : state_(state),
       log_(log),
-      deviceLock_(deviceLock ? std::move(deviceLock) : std::make_unique<PlainRecursiveMutex>()) {}
-
-std::vector<uint8_t> EncodeStatusRequest() {
-  return Request("DSTS", 4);
+      device_lock_(device_lock ? std::move(device_lock) : std::make_unique<PlainRecursiveMutex>()) {
 }
 
-std::vector<uint8_t> EncodeControlRequest(uint32_t value) {
-  std::vector<uint8_t> out = Request("DEVS", 8);
-  PutU32(out, value);
+std::vector<uint8_t> encode_status_request() {
+  return request("DSTS", 4);
+}
+
+std::vector<uint8_t> encode_control_request(uint32_t value) {
+  std::vector<uint8_t> out = request("DEVS", 8);
+  put_u32(out, value);
   return out;
 }
 
-Status OpenControlDevice(ControlDevice& devices, DeviceState& state, Log& log) {
+Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log) {
   uint32_t error = 0;
   state.device = devices.open(kControlDevicePath, error);
   if (!state.device) {
@@ -66,7 +67,7 @@ Status OpenControlDevice(ControlDevice& devices, DeviceState& state, Log& log) {
   return SWITCH_OK;
 }
 
-bool AntennaSwitch::Transact(const std::vector<uint8_t>& request, uint32_t& result) {
+bool AntennaSwitch::transact(const std::vector<uint8_t>& request, uint32_t& result) {
   result = 0;
   if (!state_.device) return false;
   std::vector<uint8_t> reply(kReplyCapacity, 0);
@@ -83,13 +84,13 @@ bool AntennaSwitch::Transact(const std::vector<uint8_t>& request, uint32_t& resu
   return true;
 }
 
-Status AntennaSwitch::ReadStatusWord(uint32_t& word) {
-  return Transact(EncodeStatusRequest(), word) ? SWITCH_OK : SWITCH_ERR_STATUS_IO;
+Status AntennaSwitch::read_status_word(uint32_t& word) {
+  return transact(encode_status_request(), word) ? SWITCH_OK : SWITCH_ERR_STATUS_IO;
 }
 
 Status AntennaSwitch::GetSwitchNumber(int32_t& count) {
   uint32_t word = 0;
-  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if (read_status_word(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   if ((word & kStatusPresentBit) == 0) return SWITCH_ERR_NOT_PRESENT;
   count = static_cast<int32_t>((word >> 8) & 0xFF);
   return SWITCH_OK;
@@ -97,42 +98,42 @@ Status AntennaSwitch::GetSwitchNumber(int32_t& count) {
 
 Status AntennaSwitch::GetControlBit(int32_t id, int32_t& level, int32_t offset) {
   uint32_t word = 0;
-  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if (read_status_word(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   if ((word & kStatusPresentBit) == 0) return SWITCH_ERR_NOT_PRESENT;
   const int32_t count = static_cast<int32_t>((word >> 8) & 0xFF);
   if (id < 0 || count <= id) return SWITCH_ERR_INDEX;
-  level = static_cast<int32_t>((word >> LineBit(id, offset)) & 1u);
+  level = static_cast<int32_t>((word >> line_bit(id, offset)) & 1u);
   return SWITCH_OK;
 }
 
 Status AntennaSwitch::SetControlBit(int32_t id, int32_t level, int32_t offset) {
-  MutexHold hold(*deviceLock_);
-  return SetControlBitLocked(id, level, offset);
+  MutexHold hold(*device_lock_);
+  return set_control_bit_locked(id, level, offset);
 }
 
-Status AntennaSwitch::SetControlBitLocked(int32_t id, int32_t level, int32_t offset) {
+Status AntennaSwitch::set_control_bit_locked(int32_t id, int32_t level, int32_t offset) {
   uint32_t word = 0;
-  if (ReadStatusWord(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if (read_status_word(word) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   const int32_t count = static_cast<int32_t>((word >> 8) & 0xFF);
   if (id < 0 || count <= id) return SWITCH_ERR_INDEX;
-  const uint32_t mask = 1u << LineBit(id, offset);
+  const uint32_t mask = 1u << line_bit(id, offset);
   uint32_t value = word & kOwnedStatusBits;
   value = level != 0 ? (value | mask) : (value & ~mask);
   uint32_t answer = 0;
-  if (!Transact(EncodeControlRequest(value), answer)) return SWITCH_ERR_CTRL_IO;
+  if (!transact(encode_control_request(value), answer)) return SWITCH_ERR_CTRL_IO;
   if (answer != 1) return SWITCH_ERR_CTRL_REJECTED;
   uint32_t after = 0;
-  if (ReadStatusWord(after) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if (read_status_word(after) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   return after == value ? SWITCH_OK : SWITCH_ERR_VERIFY;
 }
 
-int32_t AntennaSwitch::SwitchLimit() const {
+int32_t AntennaSwitch::switch_limit() const {
   return std::clamp(state_.switch_count.load(std::memory_order_relaxed), 0, kMaxPorts);
 }
 
 Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  if (sw < 0 || sw >= SwitchLimit()) return SWITCH_ERR_INDEX;
+  if (sw < 0 || sw >= switch_limit()) return SWITCH_ERR_INDEX;
   const auto port = static_cast<size_t>(sw);
   const int32_t id = state_.switches.switch_id[port];
   if (id < 0) return SWITCH_ERR_INDEX;
@@ -142,7 +143,7 @@ Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
   if (Status s = GetControlBit(id, y, kLineY); s != SWITCH_OK) return s;
   for (int32_t p = 0; p < kPositionCount; ++p) {
     const auto& xy = state_.switches.positions[port][static_cast<size_t>(p)];
-    if (LineMatches(xy[0], x) && LineMatches(xy[1], y)) {
+    if (line_matches(xy[0], x) && line_matches(xy[1], y)) {
       position = p;
       return SWITCH_OK;
     }
@@ -151,14 +152,14 @@ Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
 }
 
 Status AntennaSwitch::SetSwitchPosition(int32_t sw, int32_t position) {
-  MutexHold hold(*deviceLock_);
-  return SetSwitchPositionLocked(sw, position);
+  MutexHold hold(*device_lock_);
+  return set_switch_position_locked(sw, position);
 }
 
-Status AntennaSwitch::SetSwitchPositionLocked(int32_t sw, int32_t position) {
+Status AntennaSwitch::set_switch_position_locked(int32_t sw, int32_t position) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  if (sw < 0 || sw >= SwitchLimit()) return SWITCH_ERR_INDEX;
-  if (position < 0 || position >= kPositionCount) return SWITCH_ERR_INVALID_POSITION;
+  if (sw < 0 || sw >= switch_limit()) return SWITCH_ERR_INDEX;
+  if (position < 0 || position >= kPositionCount) return kSwitchErrInvalidPosition;
   const auto port = static_cast<size_t>(sw);
   const int32_t id = state_.switches.switch_id[port];
   if (id < 0) return SWITCH_ERR_INDEX;
@@ -167,26 +168,26 @@ Status AntennaSwitch::SetSwitchPositionLocked(int32_t sw, int32_t position) {
   const int32_t offsets[2] = {kLineX, kLineY};
   for (size_t line = 0; line < 2; ++line) {
     if (xy[line] != 0 && xy[line] != 1) continue;  // not driven
-    const Status s = SetControlBitLocked(id, xy[line], offsets[line]);
+    const Status s = set_control_bit_locked(id, xy[line], offsets[line]);
     if (first == SWITCH_OK) first = s;
   }
   return first;
 }
 
 void AntennaSwitch::SetMode(int32_t mode, std::array<Status, kMaxPorts>& results) {
-  MutexHold hold(*deviceLock_);
-  SetModeLocked(mode, results);
+  MutexHold hold(*device_lock_);
+  set_mode_locked(mode, results);
 }
 
-bool AntennaSwitch::SetModeIf(const std::function<bool()>& wanted, int32_t mode,
-                              std::array<Status, kMaxPorts>& results) {
-  MutexHold hold(*deviceLock_);
+bool AntennaSwitch::set_mode_if(const std::function<bool()>& wanted, int32_t mode,
+                                std::array<Status, kMaxPorts>& results) {
+  MutexHold hold(*device_lock_);
   if (!wanted()) return false;
-  SetModeLocked(mode, results);
+  set_mode_locked(mode, results);
   return true;
 }
 
-void AntennaSwitch::SetModeLocked(int32_t mode, std::array<Status, kMaxPorts>& results) {
+void AntennaSwitch::set_mode_locked(int32_t mode, std::array<Status, kMaxPorts>& results) {
   if (!state_.ready.load(std::memory_order_relaxed)) {
     results.fill(SWITCH_ERR_NOT_READY);
     return;
@@ -198,17 +199,17 @@ void AntennaSwitch::SetModeLocked(int32_t mode, std::array<Status, kMaxPorts>& r
     return;
   }
   const uint32_t pattern = static_cast<uint32_t>(mode - 1);
-  const int32_t n = SwitchLimit();
+  const int32_t n = switch_limit();
   for (int32_t i = 0; i < n; ++i) {
     results[static_cast<size_t>(i)] =
-        SetSwitchPositionLocked(i, static_cast<int32_t>((pattern >> i) & 1u));
+        set_switch_position_locked(i, static_cast<int32_t>((pattern >> i) & 1u));
   }
 }
 
 Status AntennaSwitch::GetCurrentMode(int32_t& mode) {
   mode = kModeUnknown;
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  const int32_t n = SwitchLimit();
+  const int32_t n = switch_limit();
   int32_t pattern = 0;
   for (int32_t i = 0; i < n; ++i) {
     int32_t position = 0;

@@ -59,22 +59,22 @@ constexpr int32_t kLineX = 0;                      // offset of the X line
 constexpr int32_t kLineY = 4;                      // offset of the Y line
 
 // The request buffers, byte-exact.
-std::vector<uint8_t> EncodeStatusRequest();
-std::vector<uint8_t> EncodeControlRequest(uint32_t value);
+std::vector<uint8_t> encode_status_request();
+std::vector<uint8_t> encode_control_request(uint32_t value);
 
 // Opens the control device into `state.device`. 0, or 3 after "InitializeZLTACPIDevice
 // Failed!\n" (level 1).
-Status OpenControlDevice(ControlDevice& devices, DeviceState& state, Log& log);
+Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log);
 
 class AntennaSwitch {
  public:
   // `deviceLock` comes from the clock that the callers' threads wait on (make_mutex), so
   // that a wait for it takes part in a virtual clock's schedule; without one (tests of the
   // device logic alone) the switch uses a plain recursive mutex.
-  AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> deviceLock = nullptr);
+  AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> device_lock = nullptr);
 
   // The raw status word ("DSTS"): 0, or 4 when the device is not open or the request failed.
-  Status ReadStatusWord(uint32_t& word);
+  Status read_status_word(uint32_t& word);
 
   Status GetSwitchNumber(int32_t& count);
   Status GetControlBit(int32_t id, int32_t& level, int32_t offset);
@@ -98,8 +98,8 @@ class AntennaSwitch {
   // written, `results` untouched) when it does not. A writer that may have been overtaken
   // (the auto loop, once the user chose a fixed mode) tests its stop flag here, so that its
   // write can never land after the one that overtook it.
-  bool SetModeIf(const std::function<bool()>& wanted, int32_t mode,
-                 std::array<Status, kMaxPorts>& results);
+  bool set_mode_if(const std::function<bool()>& wanted, int32_t mode,
+                   std::array<Status, kMaxPorts>& results);
 
   // The mode the switches stand in: 1 + sum(position_i << i). SwitchCount 0 reads as 1.
   // A switch in "Off" logs "No valid mode for %s OFF.\n" (level 3, port name) and a switch
@@ -109,15 +109,15 @@ class AntennaSwitch {
 
  private:
   // One request; false when the device is not open or the request failed.
-  bool Transact(const std::vector<uint8_t>& request, uint32_t& result);
-  int32_t SwitchLimit() const;
-  Status SetControlBitLocked(int32_t id, int32_t level, int32_t offset);
-  Status SetSwitchPositionLocked(int32_t sw, int32_t position);
-  void SetModeLocked(int32_t mode, std::array<Status, kMaxPorts>& results);
+  bool transact(const std::vector<uint8_t>& request, uint32_t& result);
+  int32_t switch_limit() const;
+  Status set_control_bit_locked(int32_t id, int32_t level, int32_t offset);
+  Status set_switch_position_locked(int32_t sw, int32_t position);
+  void set_mode_locked(int32_t mode, std::array<Status, kMaxPorts>& results);
 
   DeviceState& state_;
   Log& log_;
-  std::unique_ptr<Mutex> deviceLock_;
+  std::unique_ptr<Mutex> device_lock_;
 };
 
 }  // namespace zaltor::platform

@@ -5,7 +5,7 @@ namespace {
 constexpr const char* kBlanks = " \t\r\n";
 }
 
-std::string TrimBlanks(const std::string& text) {
+std::string trim_blanks(const std::string& text) {
   const size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string::npos) return {};
   const size_t last = text.find_last_not_of(kBlanks);
@@ -54,7 +54,7 @@ int32_t BoardIdentification::ReadModelName(std::string& model) {
   if (!queried_) return 0;
   for (std::string product : answer_.products) {
     if (product.size() > kProductTextLimit) product.resize(kProductTextLimit);
-    std::string trimmed = TrimBlanks(product);
+    std::string trimmed = trim_blanks(product);
     // Bounded copy into the 255-byte buffer: a value that does not fit is refused.
     if (trimmed.size() > kModelNameBuffer - 1) trimmed.clear();
     // The buffer is a C string: text after an embedded zero is not part of it.
@@ -63,8 +63,8 @@ int32_t BoardIdentification::ReadModelName(std::string& model) {
   return 0;
 }
 
-Status IdentifyModel(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
-                     Console& console, std::string& model_name) {
+Status identify_model(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
+                      Console& console, std::string& model_name) {
   model_name.clear();
   if (board.ConnectWmi() != 0 || board.QueryBaseBoard() != 0) {
     log.write(kLogError, "Query model name failed, marked as unsupported device.\n");
@@ -76,7 +76,7 @@ Status IdentifyModel(BoardIdentification& board, AntennaSwitch& sw, DeviceState&
 
   if (!state.device) return SWITCH_ERR_STATUS_IO;
   uint32_t flags = 0;
-  if (sw.ReadStatusWord(flags) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
+  if (sw.read_status_word(flags) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   log.write(kLogInfo, "[SUPPORT_FLAGS] 0x%08x\n", flags);
 
   int32_t count = 0;

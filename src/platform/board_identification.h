@@ -19,7 +19,7 @@ constexpr size_t kModelNameBuffer = 255;  // bytes, terminator included
 constexpr size_t kProductTextLimit = 1023;
 
 // Removes leading and trailing " \t\r\n".
-std::string TrimBlanks(const std::string& text);
+std::string trim_blanks(const std::string& text);
 
 // The base board query in the worker's three steps: connect, query, read the name. The query
 // runs once, in ConnectWmi; the steps then report its answer. Failures are printed to the
@@ -57,7 +57,7 @@ class BoardIdentification {
 //   "AntennaSwitchNumber = %d\n" (level 4) and stored with ModeCount = 1 << SwitchCount.
 // A firmware reporting more than four switches is held to four: the switch table has
 // four ports and the mode number must stay within 16 modes. Returns 0, 3 or 4.
-Status IdentifyModel(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
-                     Console& console, std::string& model_name);
+Status identify_model(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
+                      Console& console, std::string& model_name);
 
 }  // namespace zaltor::platform

@@ -65,15 +65,15 @@ struct DeviceState {
   CounterState counters;
 
   // "TimeToWaitForRSSIStable" and "RSSICollectInterval" of the config set in force.
-  int32_t TimeToWaitForRssiStable() const {
-    return PerSetValue(&config::ConfigSettings::TimeToWaitForRSSIStable);
+  int32_t time_to_wait_for_rssi_stable() const {
+    return per_set_value(&config::ConfigSettings::TimeToWaitForRSSIStable);
   }
-  int32_t RssiCollectInterval() const {
-    return PerSetValue(&config::ConfigSettings::RSSICollectInterval);
+  int32_t rssi_collect_interval() const {
+    return per_set_value(&config::ConfigSettings::RSSICollectInterval);
   }
 
  private:
-  int32_t PerSetValue(config::PerSet<int32_t> config::ConfigSettings::*field) const {
+  int32_t per_set_value(config::PerSet<int32_t> config::ConfigSettings::*field) const {
     if (settings == nullptr) return 0;
     const uint64_t set = active_config_set.load(std::memory_order_relaxed);
     if (set >= static_cast<uint64_t>(config::kConfigSets)) return 0;

@@ -16,7 +16,7 @@ namespace zaltor::platform {
 inline constexpr uint64_t kMaxInputFileBytes = uint64_t{64} << 20;
 
 // Sizes `data` for a file's bytes; false instead of std::bad_alloc when there is no room.
-inline bool TryResize(std::vector<uint8_t>& data, size_t size) {
+inline bool try_resize(std::vector<uint8_t>& data, size_t size) {
   try {
     data.resize(size);
     return true;

@@ -16,8 +16,8 @@ class ProgramDirectoryFiles final : public FileSystem {
  public:
   // `keepAppends` false: appended text (the service's log file) is dropped, for a caller
   // that reads the log calls themselves.
-  ProgramDirectoryFiles(FileSystem& inner, std::string dir, bool keepAppends = true)
-      : inner_(inner), dir_(std::move(dir)), keepAppends_(keepAppends) {}
+  ProgramDirectoryFiles(FileSystem& inner, std::string dir, bool keep_appends = true)
+      : inner_(inner), dir_(std::move(dir)), keep_appends_(keep_appends) {}
   uint32_t program_directory(std::string& dir) override {
     dir = dir_;
     return 0;
@@ -35,7 +35,7 @@ class ProgramDirectoryFiles final : public FileSystem {
     return inner_.write_text(p, t, w);
   }
   int append_utf8_text(const std::string& p, std::string_view t) override {
-    return keepAppends_ ? inner_.append_utf8_text(p, t) : 0;
+    return keep_appends_ ? inner_.append_utf8_text(p, t) : 0;
   }
   int read_utf8_text(const std::string& p, std::string& t) override {
     return inner_.read_utf8_text(p, t);
@@ -44,7 +44,7 @@ class ProgramDirectoryFiles final : public FileSystem {
  private:
   FileSystem& inner_;
   std::string dir_;
-  bool keepAppends_;
+  bool keep_appends_;
 };
 
 }  // namespace zaltor::platform

@@ -4,7 +4,7 @@
 
 namespace zaltor::platform {
 
-RssiMean MeanOfSignalReadings(const int32_t* readings, int32_t count) {
+RssiMean mean_of_signal_readings(const int32_t* readings, int32_t count) {
   RssiMean mean;
   int64_t sum = 0;  // wide enough for any number of 32-bit readings the callers hold
   for (int32_t i = 0; i < count; ++i) {

@@ -17,6 +17,6 @@ struct RssiMean {
 };
 
 // The first `count` entries of `readings` (none when `count` is 0 or less).
-RssiMean MeanOfSignalReadings(const int32_t* readings, int32_t count);
+RssiMean mean_of_signal_readings(const int32_t* readings, int32_t count);
 
 }  // namespace zaltor::platform

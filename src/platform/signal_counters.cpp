@@ -14,7 +14,7 @@ constexpr const char* kLinkSpeedTemplate = "\\Network Interface(%s)\\Current Ban
 
 // The counter's magnitude as signed dBm; 0 (no reading) becomes -200. Out-of-range values
 // are held to the 32-bit range rather than wrapping.
-int32_t RssiFromCounter(int64_t v) {
+int32_t rssi_from_counter(int64_t v) {
   if (v == 0) return kRssiAbsent;
   const int64_t neg =
       v == std::numeric_limits<int64_t>::min() ? std::numeric_limits<int64_t>::max() : -v;
@@ -22,7 +22,7 @@ int32_t RssiFromCounter(int64_t v) {
                                                   std::numeric_limits<int32_t>::max()));
 }
 
-void Fill(int32_t* values, size_t length, size_t count, int32_t v) {
+void fill(int32_t* values, size_t length, size_t count, int32_t v) {
   for (size_t i = 0; i < std::min(length, count); ++i) values[i] = v;
 }
 
@@ -69,7 +69,7 @@ Status SignalCounters::ReadThroughput(LinkReading& reading) {
   const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
   if (e != 0) {
     log_.write(kLogInfo, "PdhCollectQueryData failed with 0x%x\n", e);
-    return STATUS_COUNTER_COLLECT;
+    return kStatusCounterCollect;
   }
   if (!c.throughput_available.load(std::memory_order_relaxed)) {
     reading.throughput_bps = -1;
@@ -80,19 +80,19 @@ Status SignalCounters::ReadThroughput(LinkReading& reading) {
   uint32_t fe = c.query->formatted_large(c.throughput, v);
   if (fe != 0) {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
-    return STATUS_THROUGHPUT_VALUE;
+    return kStatusThroughputValue;
   }
   reading.throughput_bps = v;
   fe = c.query->formatted_large(c.link_speed, v);
   if (fe != 0) {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
-    return STATUS_THROUGHPUT_VALUE;
+    return kStatusThroughputValue;
   }
   reading.link_speed_mbps = static_cast<double>(v) / 1000000.0;
   return SWITCH_OK;
 }
 
-Status SignalCounters::ReadInto(int32_t count, int32_t* values) {
+Status SignalCounters::read_into(int32_t count, int32_t* values) {
   CounterState& c = state_.counters;
   const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
   if (count < 1 || e != 0) return SWITCH_OK;  // a failed collection leaves the values as they were
@@ -100,24 +100,24 @@ Status SignalCounters::ReadInto(int32_t count, int32_t* values) {
   for (int32_t i = 0; i < n; ++i) {
     int64_t v = 0;
     if (c.query->formatted_large(c.rssi[static_cast<size_t>(i)], v) != 0) {
-      return STATUS_RSSI_VALUE;
+      return kStatusRssiValue;
     }
-    values[i] = RssiFromCounter(v);
+    values[i] = rssi_from_counter(v);
   }
   return SWITCH_OK;
 }
 
 Status SignalCounters::ReadRssi(int32_t count, int32_t* values) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  return ReadInto(count, values);
+  return read_into(count, values);
 }
 
-bool SignalCounters::SweepAttempt(int32_t ports, int32_t* values) {
+bool SignalCounters::sweep_attempt(int32_t ports, int32_t* values) {
   if (!state_.ready.load(std::memory_order_relaxed) || ports < 1) return false;
-  return ReadInto(ports, values) == SWITCH_OK;
+  return read_into(ports, values) == SWITCH_OK;
 }
 
-int32_t SignalCounters::SwitchNumber() {
+int32_t SignalCounters::switch_number() {
   // The firmware's number; when it cannot be read the stored SwitchCount stands.
   int32_t n = state_.switch_count.load(std::memory_order_relaxed);
   sw_.GetSwitchNumber(n);
@@ -126,12 +126,12 @@ int32_t SignalCounters::SwitchNumber() {
 
 Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  const int32_t n = SwitchNumber();
+  const int32_t n = switch_number();
   if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
     log_.write(kLogInfo, "Not support all antenna RSSI.\n");
-    return STATUS_RSSI_NOT_SUPPORTED;
+    return kStatusRssiNotSupported;
   }
-  Fill(values, length, length, kRssiAbsent);
+  fill(values, length, length, kRssiAbsent);
 
   if (state_.user_mode.load(std::memory_order_relaxed) == static_cast<uint32_t>(kModeAuto)) {
     // Automatic mode: report the loop's stored results; the switches stay untouched.
@@ -156,14 +156,14 @@ Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
   std::vector<int32_t> reading(kRssiPortSlots, kRssiAbsent);
   for (int32_t s = 0; s < 2; ++s) {
     for (int32_t sw = 0; sw < m; ++sw) sw_.SetSwitchPosition(sw, s);
-    clock_.sleep_ms(state_.TimeToWaitForRssiStable());
+    clock_.sleep_ms(state_.time_to_wait_for_rssi_stable());
     log_.write(kLogDetail, "Getting RSSI for %s at all ports: \n",
                kPositionNames[static_cast<size_t>(s)]);
     bool done = false;
     for (int a = 1; a <= kRssiAttempts && !done; ++a) {
-      if (!SweepAttempt(m, reading.data())) {
+      if (!sweep_attempt(m, reading.data())) {
         log_.write(kLogDetail, "#%2d) Error while getting rssi! \n", a);
-        clock_.sleep_ms(state_.RssiCollectInterval());
+        clock_.sleep_ms(state_.rssi_collect_interval());
         continue;
       }
       done = true;
@@ -179,9 +179,9 @@ Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
     }
     if (!done) {
       log_.write(kLogDetail, "\n\n");
-      Fill(values, length, 2 * width, kRssiAbsent);
+      fill(values, length, 2 * width, kRssiAbsent);
       log_.write(kLogWarning, "Failed while getting rssi for state %d!\n", s);
-      return STATUS_RSSI_UNREADABLE;
+      return kStatusRssiUnreadable;
     }
   }
   return SWITCH_OK;
@@ -189,12 +189,12 @@ Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
 
 Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  const int32_t n = SwitchNumber();
+  const int32_t n = switch_number();
   if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
     log_.write(kLogInfo, "Not support all antenna RSSI.\n");
-    return STATUS_RSSI_NOT_SUPPORTED;
+    return kStatusRssiNotSupported;
   }
-  Fill(values, length, length, kRssiAbsent);
+  fill(values, length, length, kRssiAbsent);
   const int32_t m = std::min(n, kRssiPortSlots);
   const size_t width = static_cast<size_t>(std::max(m, 0));
   const auto mode = static_cast<int32_t>(state_.user_mode.load(std::memory_order_relaxed));
@@ -204,9 +204,9 @@ Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
 
   std::vector<int32_t> reading(kRssiPortSlots, kRssiAbsent);
   for (int a = 1; a <= kRssiAttempts; ++a) {
-    if (!SweepAttempt(m, reading.data())) {
+    if (!sweep_attempt(m, reading.data())) {
       if (fixed) log_.write(kLogDetail, "#%2d) Error while getting rssi! \n", a);
-      clock_.sleep_ms(state_.RssiCollectInterval());
+      clock_.sleep_ms(state_.rssi_collect_interval());
       continue;
     }
     if (fixed) log_.write(kLogDetail, "%2d) Current RSSI: ", a);
@@ -218,28 +218,28 @@ Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
     if (fixed) log_.write(kLogDetail, "\n\n");
     return SWITCH_OK;
   }
-  Fill(values, length, 2 * width, kRssiAbsent);
+  fill(values, length, 2 * width, kRssiAbsent);
   if (fixed) log_.write(kLogWarning, "Failed while getting rssi for Current Mode (%d): \n", mode);
-  return STATUS_RSSI_UNREADABLE;
+  return kStatusRssiUnreadable;
 }
 
 Status SignalCounters::GetAverageRssi(int32_t& average) {
   average = kRssiAbsent;
   if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  const int32_t n = SwitchNumber();
+  const int32_t n = switch_number();
   const size_t count = static_cast<size_t>(std::max(n, 0));
   // Ports with a counter start as -200 (a failed collection reads as an absent value);
   // ports without one never have a reading and are left out like -95.
   std::vector<int32_t> readings(count, kRssiNoSignal);
   for (size_t i = 0; i < std::min<size_t>(count, kRssiPortSlots); ++i) readings[i] = kRssiAbsent;
   if (const Status s = ReadRssi(n, readings.data()); s != SWITCH_OK) return s;
-  const RssiMean mean = MeanOfSignalReadings(readings.data(), static_cast<int32_t>(count));
+  const RssiMean mean = mean_of_signal_readings(readings.data(), static_cast<int32_t>(count));
   if (!mean.valid()) return kAverageRssiDivideByZero;
   average = mean.value;
   return SWITCH_OK;
 }
 
-void SignalCounters::StoreAutoSweep(int32_t row, int32_t port, int32_t rssi) {
+void SignalCounters::store_auto_sweep(int32_t row, int32_t port, int32_t rssi) {
   if (row < 0 || row > 1 || port < 0 || port >= kMaxPorts) return;
   state_.counters.auto_sweep[static_cast<size_t>(row)][static_cast<size_t>(port)].store(
       rssi, std::memory_order_relaxed);

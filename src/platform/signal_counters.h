@@ -73,14 +73,14 @@ class SignalCounters {
   Status GetAverageRssi(int32_t& average);
 
   // Records one automatic-mode sweep result (row 0 "Main", row 1 "Div") for GetRssiAllPorts.
-  void StoreAutoSweep(int32_t row, int32_t port, int32_t rssi);
+  void store_auto_sweep(int32_t row, int32_t port, int32_t rssi);
 
  private:
   // ReadRssi without the readiness check: collect, then format at most three counters.
-  Status ReadInto(int32_t count, int32_t* values);
+  Status read_into(int32_t count, int32_t* values);
   // One attempt of a sweep: fails when not ready, no ports, or a formatting failure.
-  bool SweepAttempt(int32_t ports, int32_t* values);
-  int32_t SwitchNumber();
+  bool sweep_attempt(int32_t ports, int32_t* values);
+  int32_t switch_number();
 
   DeviceState& state_;
   AntennaSwitch& sw_;

@@ -8,8 +8,8 @@ namespace zaltor::platform {
 
 inline uint64_t this_thread_token() {
   static std::atomic<uint64_t> next{1};
-  thread_local const uint64_t token = next.fetch_add(1, std::memory_order_relaxed);
-  return token;
+  thread_local const uint64_t kToken = next.fetch_add(1, std::memory_order_relaxed);
+  return kToken;
 }
 
 }  // namespace zaltor::platform

@@ -6,7 +6,7 @@ namespace zaltor::rpc {
 
 AverageRssi average_rssi_of(const int32_t* readings, int32_t count) {
   AverageRssi r;
-  const platform::RssiMean mean = platform::MeanOfSignalReadings(readings, count);
+  const platform::RssiMean mean = platform::mean_of_signal_readings(readings, count);
   if (!mean.valid()) {
     r.no_divisor = true;
     return r;

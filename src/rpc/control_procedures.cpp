@@ -65,25 +65,25 @@ void ControlProcedures::query_value(platform::ContextObject, int32_t command, in
       return;
     }
     case kGetUserMode:
-      read_field(t, status, value, [&] { return t.userMode(); });
+      read_field(t, status, value, [&] { return t.user_mode(); });
       return;
     case kGetSwitchCount:
       read_field(t, status, value, [&] { return t.switchCount(); });
       return;
     case kGetModeCount:
-      read_field(t, status, value, [&] { return t.modeCount(); });
+      read_field(t, status, value, [&] { return t.mode_count(); });
       return;
     case kGetRssiPaRequested:
-      read_field(t, status, value, [&] { return t.rssiPaRequested() ? 1 : 0; });
+      read_field(t, status, value, [&] { return t.rssi_pa_requested() ? 1 : 0; });
       return;
     case kGetCurrentMode:
       status = as_long(t.GetCurrentMode(value));
       return;
     case kGetAutoState:
-      read_field(t, status, value, [&] { return t.autoState(); });
+      read_field(t, status, value, [&] { return t.auto_state(); });
       return;
     default:
-      status = as_long(STATUS_UNKNOWN_COMMAND);
+      status = as_long(kStatusUnknownCommand);
       return;
   }
 }
@@ -98,7 +98,7 @@ void ControlProcedures::query_indexed_value(platform::ContextObject, int32_t com
       status = as_long(target_.GetControlBit(argument, value, kControlBitOffset));
       return;
     default:
-      status = as_long(STATUS_UNKNOWN_COMMAND);
+      status = as_long(kStatusUnknownCommand);
       return;
   }
 }
@@ -109,7 +109,7 @@ void ControlProcedures::set_value(platform::ContextObject, int32_t command, int3
     status = as_long(target_.SetUserMode(argument));
     return;
   }
-  status = as_long(STATUS_UNKNOWN_COMMAND);
+  status = as_long(kStatusUnknownCommand);
 }
 
 void ControlProcedures::set_paired_value(platform::ContextObject, int32_t command, int32_t& status,
@@ -122,7 +122,7 @@ void ControlProcedures::set_paired_value(platform::ContextObject, int32_t comman
       status = as_long(target_.SetControlBit(first, second, kControlBitOffset));
       return;
     default:
-      status = as_long(STATUS_UNKNOWN_COMMAND);
+      status = as_long(kStatusUnknownCommand);
       return;
   }
 }
@@ -130,7 +130,7 @@ void ControlProcedures::set_paired_value(platform::ContextObject, int32_t comman
 void ControlProcedures::query_array(platform::ContextObject, int32_t command, int32_t& status,
                                     int32_t count, int32_t* values) {
   if (command != kGetRssiAllPorts && command != kGetRssiCurrentMode) {
-    status = as_long(STATUS_UNKNOWN_COMMAND);
+    status = as_long(kStatusUnknownCommand);
     return;
   }
   // The sweeps may write two rows of three ports whatever the caller asked for: they work

@@ -28,11 +28,11 @@ class ControlTarget {
 
   // Worker fields, read without locks.
   virtual bool initialised() = 0;
-  virtual uint32_t userMode() = 0;
+  virtual uint32_t user_mode() = 0;
   virtual int32_t switchCount() = 0;
-  virtual int32_t modeCount() = 0;
-  virtual bool rssiPaRequested() = 0;
-  virtual uint32_t autoState() = 0;
+  virtual int32_t mode_count() = 0;
+  virtual bool rssi_pa_requested() = 0;
+  virtual uint32_t auto_state() = 0;
 
   // Device and worker operations; each answers its own status code.
   virtual Status GetSwitchNumber(int32_t& count) = 0;

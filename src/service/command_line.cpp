@@ -54,7 +54,7 @@ int run_console(const std::string& console_name, platform::Platform& platform,
   CMultiAntennaSvc svc("", console_name, platform, hooks);
   svc.set_console(true);
   svc.WriteLogEntry("Starting Rpc Server..\n", kLogInfo);
-  const uint32_t result = svc.RunBody();
+  const uint32_t result = svc.run_body();
   if (result != 0) {
     platform.console->print("RpcServerConnect returned: 0x%x\n", result);
   }

@@ -10,7 +10,7 @@ ServiceHooks default_service_hooks() {
   ServiceHooks hooks;
   hooks.run_body = [](CMultiAntennaSvc& svc) -> uint32_t {
     svc.log().write(kLogInfo, "Worker obj init() Failed!\n");
-    return STATUS_WORKER_START_FAILED;
+    return kStatusWorkerStartFailed;
   };
   hooks.withdraw_control_interface = [](CMultiAntennaSvc&) {};
   hooks.set_default_mode = [](CMultiAntennaSvc&) -> uint32_t { return SWITCH_ERR_NOT_READY; };
@@ -42,20 +42,20 @@ int32_t CMultiAntennaSvc::WriteLogEntry(std::string_view line, uint8_t level) {
   return CServiceBase::WriteLogEntry(line, level);
 }
 
-uint32_t CMultiAntennaSvc::RunBody() {
+uint32_t CMultiAntennaSvc::run_body() {
   return hooks_.run_body(*this);
 }
 
-void CMultiAntennaSvc::WorkCallback(void* context) {
+void CMultiAntennaSvc::work_callback(void* context) {
   auto* svc = static_cast<CMultiAntennaSvc*>(context);
   // The run body's error code is not reported to the manager: the service just stops.
-  if (svc->RunBody() != 0) svc->Stop();
+  if (svc->run_body() != 0) svc->Stop();
 }
 
 void CMultiAntennaSvc::OnStart(uint32_t, char**) {
   WriteLogEntry("MultiAntennaSvc in OnStart", kLogInfo);
   platform::ThreadPool* pool = platform().thread_pool;
-  platform::ThreadPool::Work* work = pool->create_work(&WorkCallback, this);
+  platform::ThreadPool::Work* work = pool->create_work(&work_callback, this);
   work_.store(work);
   if (work == nullptr) WriteLogEntry("CreateThreadpoolWork failed", kLogError);
   // Submitted without a further test: without an item nothing runs and the service stays

@@ -62,9 +62,9 @@ class CMultiAntennaSvc final : public CServiceBase {
   int32_t WriteLogEntry(std::string_view line, uint8_t level) override;
 
   // Runs the run body (console mode calls it on the main thread).
-  uint32_t RunBody();
+  uint32_t run_body();
   // The thread-pool callback: runs the run body and stops the service when it fails.
-  static void WorkCallback(void* context);
+  static void work_callback(void* context);
 
  protected:
   void OnStart(uint32_t argc, char** argv) override;

@@ -24,8 +24,8 @@ class ServiceApplication {
   engine::AntennaSwitchWorkerObj& worker() { return worker_; }
 
  private:
-  uint32_t RunBody(CMultiAntennaSvc& svc);
-  uint32_t SetDefaultMode();
+  uint32_t run_body(CMultiAntennaSvc& svc);
+  uint32_t set_default_mode();
 
   platform::Platform& platform_;
   engine::AntennaSwitchWorkerObj worker_;

@@ -7,8 +7,8 @@
 
 namespace zaltor::service {
 
-std::atomic<CServiceBase*> CServiceBase::instance_{nullptr};
-std::atomic<uint32_t> CServiceBase::check_point_{1};
+std::atomic<CServiceBase*> CServiceBase::instance{nullptr};
+std::atomic<uint32_t> CServiceBase::check_point{1};
 
 CServiceBase::CServiceBase(const std::string& /*name*/, platform::Platform& platform)
     : service_name_(kServiceName), platform_(platform) {
@@ -32,17 +32,17 @@ CServiceBase::~CServiceBase() {
   // The last report of a stop that ran on another thread may still be leaving Report.
   { std::lock_guard<std::mutex> hold(status_lock_); }
   CServiceBase* self = this;
-  instance_.compare_exchange_strong(self, nullptr);
+  instance.compare_exchange_strong(self, nullptr);
   if (event_handle_ != 0) platform_.event_trace->unregister(event_handle_);
 }
 
 uint32_t CServiceBase::Run(CServiceBase& service) {
-  instance_.store(&service);
+  instance.store(&service);
   return service.platform_.services->run_dispatcher(service.service_name_, &ServiceMain);
 }
 
 void CServiceBase::ServiceMain(uint32_t argc, char** argv) {
-  CServiceBase* service = instance_.load();
+  CServiceBase* service = instance.load();
   platform::ServiceManager::StatusHandle handle = 0;
   const uint32_t error = service->platform_.services->register_control_handler(
       service->service_name_, &ServiceCtrlHandler, handle);
@@ -52,7 +52,7 @@ void CServiceBase::ServiceMain(uint32_t argc, char** argv) {
 }
 
 void CServiceBase::ServiceCtrlHandler(uint32_t control) {
-  CServiceBase* service = instance_.load();
+  CServiceBase* service = instance.load();
   if (service == nullptr) return;
   switch (control) {
     case platform::kControlStop:
@@ -72,23 +72,23 @@ void CServiceBase::ServiceCtrlHandler(uint32_t control) {
   }
 }
 
-uint32_t CServiceBase::NextCheckPoint() {
-  return check_point_.fetch_add(1, std::memory_order_relaxed);
+uint32_t CServiceBase::next_check_point() {
+  return check_point.fetch_add(1, std::memory_order_relaxed);
 }
 
-void CServiceBase::Report(uint32_t state, uint32_t exit_code, uint32_t check_point) {
+void CServiceBase::report(uint32_t state, uint32_t exit_code, uint32_t point) {
   std::lock_guard<std::mutex> hold(status_lock_);
   status_.current_state = state;
   status_.win32_exit_code = exit_code;
   status_.wait_hint = 0;
-  status_.check_point = check_point;
+  status_.check_point = point;
   // A failed report changes nothing for the service.
   platform_.services->set_status(status_handle_.load(), status_);
 }
 
 void CServiceBase::SetStatus(uint32_t state, uint32_t exit_code) {
   const bool settled = state == platform::kServiceRunning || state == platform::kServiceStopped;
-  Report(state, exit_code, settled ? 0 : NextCheckPoint());
+  report(state, exit_code, settled ? 0 : next_check_point());
 }
 
 platform::ServiceStatus CServiceBase::status() const {
@@ -108,24 +108,24 @@ int32_t CServiceBase::WriteLogEntry(std::string_view line, uint8_t level) {
 void CServiceBase::Start(uint32_t argc, char** argv) {
   try {
     WriteLogEntry("Service trying to start.", kLogError);
-    Report(platform::kServiceStartPending, 0, NextCheckPoint());
+    report(platform::kServiceStartPending, 0, next_check_point());
     OnStart(argc, argv);
-    Report(platform::kServiceRunning, 0, 0);
+    report(platform::kServiceRunning, 0, 0);
   } catch (uint32_t error) {
     WriteErrorEntry("Service Start", error);
-    Report(platform::kServiceStopped, error, 0);
+    report(platform::kServiceStopped, error, 0);
   } catch (...) {
     WriteLogEntry("Service failed to start.", kLogError);
-    Report(platform::kServiceStopped, 0, 0);
+    report(platform::kServiceStopped, 0, 0);
   }
 }
 
 void CServiceBase::Stop() {
   const uint32_t original_state = status().current_state;
   try {
-    Report(platform::kServiceStopPending, 0, NextCheckPoint());
+    report(platform::kServiceStopPending, 0, next_check_point());
     OnStop();
-    Report(platform::kServiceStopped, 0, 0);
+    report(platform::kServiceStopped, 0, 0);
   } catch (uint32_t error) {
     WriteErrorEntry("Service Stop", error);
     SetStatus(original_state, 0);
@@ -137,37 +137,37 @@ void CServiceBase::Stop() {
 
 void CServiceBase::Pause() {
   try {
-    Report(platform::kServicePausePending, 0, NextCheckPoint());
+    report(platform::kServicePausePending, 0, next_check_point());
     OnPause();
     // Deliberately a fresh checkpoint although paused is not a pending state.
-    Report(platform::kServicePaused, 0, NextCheckPoint());
+    report(platform::kServicePaused, 0, next_check_point());
   } catch (uint32_t error) {
     WriteErrorEntry("Service Pause", error);
-    Report(platform::kServiceRunning, 0, 0);
+    report(platform::kServiceRunning, 0, 0);
   } catch (...) {
     WriteLogEntry("Service failed to pause.", kLogError);
-    Report(platform::kServiceRunning, 0, 0);
+    report(platform::kServiceRunning, 0, 0);
   }
 }
 
 void CServiceBase::Continue() {
   try {
-    Report(platform::kServiceContinuePending, 0, NextCheckPoint());
+    report(platform::kServiceContinuePending, 0, next_check_point());
     OnContinue();
-    Report(platform::kServiceRunning, 0, 0);
+    report(platform::kServiceRunning, 0, 0);
   } catch (uint32_t error) {
     WriteErrorEntry("Service Continue", error);
-    Report(platform::kServicePaused, 0, NextCheckPoint());
+    report(platform::kServicePaused, 0, next_check_point());
   } catch (...) {
     WriteLogEntry("Service failed to resume.", kLogError);
-    Report(platform::kServicePaused, 0, NextCheckPoint());
+    report(platform::kServicePaused, 0, next_check_point());
   }
 }
 
 void CServiceBase::Shutdown() {
   try {
     OnShutdown();
-    Report(platform::kServiceStopped, 0, 0);
+    report(platform::kServiceStopped, 0, 0);
   } catch (uint32_t error) {
     WriteErrorEntry("Service Shutdown", error);
   } catch (...) {

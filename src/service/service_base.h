@@ -65,9 +65,9 @@ class CServiceBase : public log::LogEntryWriter {
   void WriteErrorEntry(const char* function, uint32_t error);
 
  private:
-  // Sets the state, the exit code, wait hint 0 and `check_point`, then reports.
-  void Report(uint32_t state, uint32_t exit_code, uint32_t check_point);
-  static uint32_t NextCheckPoint();
+  // Sets the state, the exit code, wait hint 0 and the check point `point`, then reports.
+  void report(uint32_t state, uint32_t exit_code, uint32_t point);
+  static uint32_t next_check_point();
 
   std::string service_name_;
   mutable std::mutex status_lock_;
@@ -76,9 +76,9 @@ class CServiceBase : public log::LogEntryWriter {
   platform::EventTrace::Handle event_handle_ = 0;
   platform::Platform& platform_;
 
-  static std::atomic<CServiceBase*> instance_;
+  static std::atomic<CServiceBase*> instance;
   // Shared by every transition of every handler, from 1, never reset.
-  static std::atomic<uint32_t> check_point_;
+  static std::atomic<uint32_t> check_point;
 };
 
 }  // namespace zaltor::service

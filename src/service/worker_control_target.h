@@ -12,11 +12,11 @@ class WorkerControlTarget final : public rpc::ControlTarget {
   explicit WorkerControlTarget(engine::AntennaSwitchWorkerObj& worker) : worker_(worker) {}
 
   bool initialised() override { return worker_.initialised(); }
-  uint32_t userMode() override { return worker_.userMode(); }
+  uint32_t user_mode() override { return worker_.user_mode(); }
   int32_t switchCount() override { return worker_.switchCount(); }
-  int32_t modeCount() override { return worker_.modeCount(); }
-  bool rssiPaRequested() override { return worker_.shared.rssi_pa_requested(); }
-  uint32_t autoState() override { return worker_.shared.auto_state(); }
+  int32_t mode_count() override { return worker_.mode_count(); }
+  bool rssi_pa_requested() override { return worker_.shared.rssi_pa_requested(); }
+  uint32_t auto_state() override { return worker_.shared.auto_state(); }
 
   Status GetSwitchNumber(int32_t& count) override { return worker_.sw.GetSwitchNumber(count); }
   rpc::AverageRssi GetAverageRssi() override;

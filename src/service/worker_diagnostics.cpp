@@ -5,16 +5,16 @@
 namespace zaltor::service {
 
 std::string WorkerDiagnostics::last_decision() {
-  return engine::WhyJson(worker_.journal);
+  return engine::why_json(worker_.journal);
 }
 
 std::string WorkerDiagnostics::history(int32_t count) {
   const size_t n = count < 1 ? engine::DecisionJournal::kCapacity : static_cast<size_t>(count);
-  return engine::HistoryJson(worker_.journal, n);
+  return engine::history_json(worker_.journal, n);
 }
 
 std::string WorkerDiagnostics::health() {
-  return engine::HealthJson(worker_.health.Report(worker_.switchCount()));
+  return engine::health_json(worker_.health.report(worker_.switchCount()));
 }
 
 }  // namespace zaltor::service

@@ -67,7 +67,7 @@ TEST_P(BrokenConfigCorpus, EachFileLoadsOrFailsAsExpected) {
     }
     if (encrypted) {
       // The decrypted file stays only after a version failure.
-      EXPECT_EQ(f.dir.exists("Conf.ini"), e.result == STATUS_CONFIG_VERSION);
+      EXPECT_EQ(f.dir.exists("Conf.ini"), e.result == kStatusConfigVersion);
       EXPECT_TRUE(f.console.out.empty());
     } else {
       EXPECT_TRUE(f.dir.exists("Conf.ini"));

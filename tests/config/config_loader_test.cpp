@@ -7,7 +7,7 @@
 namespace zaltor::config {
 namespace {
 
-using testing::kMinimalIni;
+using testing::k_minimal_ini;
 using testing::LoadFixture;
 
 std::vector<uint8_t> encrypt(platform::Crypto& crypto, const std::string& text) {
@@ -40,19 +40,19 @@ TEST(SectionSearchList, LongModelIsCutTo259Characters) {
 
 TEST(ConfigLoader, PlainAndCipherBothPresentPlainWinsAndSurvives) {
   LoadFixture f;
-  f.dir.write("Conf.ini", kMinimalIni);
+  f.dir.write("Conf.ini", k_minimal_ini);
   f.dir.write_bytes("Conf.bin", encrypt(*f.crypto, "[Version]\nTargetVersionMajor=3\n"));
   Configuration cfg;
   EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), SWITCH_OK);
   EXPECT_TRUE(f.dir.exists("Conf.ini"));
-  EXPECT_EQ(f.dir.read("Conf.ini"), kMinimalIni);
+  EXPECT_EQ(f.dir.read("Conf.ini"), k_minimal_ini);
   EXPECT_TRUE(f.files.removed.empty());
   EXPECT_TRUE(f.console.out.empty());
 }
 
 TEST(ConfigLoader, OnlyCipherPresentPlainIsMadeAndRemoved) {
   LoadFixture f;
-  f.dir.write_bytes("Conf.bin", encrypt(*f.crypto, kMinimalIni));
+  f.dir.write_bytes("Conf.bin", encrypt(*f.crypto, k_minimal_ini));
   Configuration cfg;
   EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), SWITCH_OK);
   ASSERT_EQ(f.files.written.size(), 1u);
@@ -70,7 +70,7 @@ TEST(ConfigLoader, MinorVersionOneFailsAndLeavesTheDecryptedFile) {
   f.dir.write_bytes("Conf.bin",
                     encrypt(*f.crypto, "[Version]\nTargetVersionMajor=2\nTargetVersionMinor=1\n"));
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   ASSERT_EQ(f.log.lines.size(), 1u);
   EXPECT_EQ(f.log.lines[0].text,
             "Config minor target version mismatch (1, expected maximum is 0)\n");
@@ -96,7 +96,7 @@ TEST(ConfigLoader, VersionMessages) {
     LoadFixture f;
     f.dir.write("Conf.ini", std::string("[Version]\n") + c.version);
     Configuration cfg;
-    EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+    EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
     ASSERT_EQ(f.log.lines.size(), 1u);
     EXPECT_EQ(f.log.lines[0].text, c.message);
   }
@@ -104,23 +104,23 @@ TEST(ConfigLoader, VersionMessages) {
 
 TEST(ConfigLoader, CiphertextNotMultipleOfSixteenFailsAsMissingMajor) {
   LoadFixture f;
-  std::vector<uint8_t> cipher = encrypt(*f.crypto, kMinimalIni);
+  std::vector<uint8_t> cipher = encrypt(*f.crypto, k_minimal_ini);
   cipher.resize(cipher.size() - 5);
   f.dir.write_bytes("Conf.bin", cipher);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_EQ(f.console.out, "**** Error 0xc0000206 returned by BCryptDecrypt\n");
   EXPECT_TRUE(f.log.has("Invalid or missing major target version.\n"));
 }
 
 TEST(ConfigLoader, WrongPaddingFailsAsMissingMajor) {
   LoadFixture f;
-  std::vector<uint8_t> cipher = encrypt(*f.crypto, kMinimalIni);
+  std::vector<uint8_t> cipher = encrypt(*f.crypto, k_minimal_ini);
   // Changing the next-to-last block turns the last plaintext byte into 0x11 + original.
   cipher[cipher.size() - 17] ^= 0xF0;
   f.dir.write_bytes("Conf.bin", cipher);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_EQ(f.console.out, "**** Error 0xc0000001 returned by BCryptDecrypt\n");
   EXPECT_TRUE(f.log.has("Invalid or missing major target version.\n"));
 }
@@ -128,13 +128,13 @@ TEST(ConfigLoader, WrongPaddingFailsAsMissingMajor) {
 TEST(ConfigLoader, MissingCipherFilePrintsOpenFailure) {
   LoadFixture f;
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_EQ(f.console.out, "**** Error 0x2 cipher data file open failed\n");
 }
 
 TEST(ConfigLoader, ConsoleConfigNameIsUsedLoggedAndKept) {
   LoadFixture f;
-  f.dir.write("My.ini", kMinimalIni);
+  f.dir.write("My.ini", k_minimal_ini);
   Configuration cfg;
   EXPECT_EQ(load_configuration(f.context("My.ini"), "AB12XY", 2, cfg), SWITCH_OK);
   ASSERT_FALSE(f.log.lines.empty());
@@ -146,17 +146,17 @@ TEST(ConfigLoader, ConsoleConfigNameIsUsedLoggedAndKept) {
 
 TEST(ConfigLoader, MissingRequiredKeyRemovesTheDecryptedFile) {
   LoadFixture f;
-  std::string ini = kMinimalIni;
+  std::string ini = k_minimal_ini;
   ini.replace(ini.find("DefaultMode=1\n"), 14, "");
   f.dir.write_bytes("Conf.bin", encrypt(*f.crypto, ini));
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigKeyMissing);
   EXPECT_FALSE(f.dir.exists("Conf.ini"));
 }
 
 TEST(ConfigLoader, ModelWithoutSectionFailsWithMissingKey) {
   LoadFixture f;
-  f.dir.write("Conf.ini", kMinimalIni);
+  f.dir.write("Conf.ini", k_minimal_ini);
   Configuration cfg;
   // The mapping is found through no section: the PCW letter is missing.
   EXPECT_EQ(load_configuration(f.context(), "ZZ99", 2, cfg), SWITCH_ERR_RSSI_PA);
@@ -165,18 +165,18 @@ TEST(ConfigLoader, ModelWithoutSectionFailsWithMissingKey) {
 
 TEST(ConfigLoader, CollectCountZeroIsAnInvalidMaximum) {
   LoadFixture f;
-  std::string ini = kMinimalIni;
+  std::string ini = k_minimal_ini;
   ini.replace(ini.find("RSSICollectCount=3"), 18, "RSSICollectCount=0");
   f.dir.write("Conf.ini", ini);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigKeyMissing);
   EXPECT_TRUE(f.log.has("Invalid MaxRSSICollectCount (0)\n"));
 }
 
 TEST(ConfigLoader, EnabledSetsAndLastFoundSetAreKept) {
   LoadFixture f;
   f.dir.write("Conf.ini",
-              std::string(kMinimalIni) +
+              std::string(k_minimal_ini) +
                   "[Settings.AB12.3]\nDefaultMode=2\n[Settings.AB12.1]\nRSSICollectCount=9\n");
   Configuration cfg;
   EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), SWITCH_OK);
@@ -188,11 +188,11 @@ TEST(ConfigLoader, EnabledSetsAndLastFoundSetAreKept) {
 
 TEST(ConfigLoader, TooManySectionsAreRefused) {
   LoadFixture f;
-  std::string ini = kMinimalIni;
+  std::string ini = k_minimal_ini;
   for (int i = 0; i < 4000; ++i) ini += "[Filler.Section.Number." + std::to_string(i) + "]\n";
   f.dir.write_bytes("Conf.bin", encrypt(*f.crypto, ini));
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigKeyMissing);
   EXPECT_TRUE(f.log.has("Section list longer than 65536 characters, configuration refused\n"));
   EXPECT_FALSE(f.dir.exists("Conf.ini"));
 }

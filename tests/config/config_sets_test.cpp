@@ -8,7 +8,7 @@ namespace {
 
 using testing::TempDir;
 
-const char* kDefaults =
+const char* k_defaults =
     "[Settings.AB12]\nBaseSleepIntervalBetweenEval=10000\nRSSICollectInterval=1000\n"
     "RSSICollectCount=3\nTimeToWaitForRSSIStable=2000\nDefaultMode=1\n"
     "RSSIThresholdForSwitchToDefaultMode=-85.0\nRSSIWeightForMode_1=2.0\nDisableMode_4=1\n"
@@ -37,7 +37,7 @@ class ConfigSetsTest : public ::testing::Test {
 };
 
 TEST_F(ConfigSetsTest, OnlySetTwoSectionGivesOverridesAndCopies) {
-  load(std::string(kDefaults) + "[Settings.AB12.2]\nDefaultMode=2\nRSSICollectCount=4\n",
+  load(std::string(k_defaults) + "[Settings.AB12.2]\nDefaultMode=2\nRSSICollectCount=4\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_EQ(last_, 2);
   EXPECT_TRUE(enabled_[2]);
@@ -53,9 +53,9 @@ TEST_F(ConfigSetsTest, OnlySetTwoSectionGivesOverridesAndCopies) {
     EXPECT_EQ(s_.DefaultMode[i], 1);
     EXPECT_EQ(s_.RSSICollectCount[i], 3);
     EXPECT_EQ(s_.RSSIThresholdForSwitchToDefaultMode[i], -85.0);
-    EXPECT_EQ(s_.RSSIWeightForMode[i][0], 2.0);
-    EXPECT_EQ(s_.DisableMode[i][3], 1);
-    EXPECT_EQ(s_.CurrentSleepInterval[i], 10000);
+    EXPECT_EQ(s_.rssi_weight_for_mode[i][0], 2.0);
+    EXPECT_EQ(s_.disable_mode[i][3], 1);
+    EXPECT_EQ(s_.current_sleep_interval[i], 10000);
     // Not copied for a disabled set: stays zero.
     EXPECT_EQ(s_.IntervalTimeExpX[i], 0.0);
     EXPECT_EQ(s_.WifiStatMonitorInterval[i], 0);
@@ -63,7 +63,7 @@ TEST_F(ConfigSetsTest, OnlySetTwoSectionGivesOverridesAndCopies) {
 }
 
 TEST_F(ConfigSetsTest, SetsThreeThenOneLastFoundIsOne) {
-  load(std::string(kDefaults) +
+  load(std::string(k_defaults) +
            "[Settings.AB12.3]\nDefaultMode=3\n[Settings.AB12.1]\nDefaultMode=4\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_TRUE(enabled_[3]);
@@ -72,20 +72,20 @@ TEST_F(ConfigSetsTest, SetsThreeThenOneLastFoundIsOne) {
 }
 
 TEST_F(ConfigSetsTest, LargerOverrideCollectCountRaisesMax) {
-  load(std::string(kDefaults) + "[Settings.AB12.1]\nRSSICollectCount=7\n",
+  load(std::string(k_defaults) + "[Settings.AB12.1]\nRSSICollectCount=7\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_EQ(s_.MaxRSSICollectCount, 7);
 }
 
 TEST_F(ConfigSetsTest, SmallerOverrideCollectCountLeavesMax) {
-  load(std::string(kDefaults) + "[Settings.AB12.1]\nRSSICollectCount=2\n",
+  load(std::string(k_defaults) + "[Settings.AB12.1]\nRSSICollectCount=2\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_EQ(s_.RSSICollectCount[1], 2);
   EXPECT_EQ(s_.MaxRSSICollectCount, 3);
 }
 
 TEST_F(ConfigSetsTest, SetTwelveSectionEnablesNothing) {
-  load(std::string(kDefaults) + "[Settings.AB12.12]\nDefaultMode=2\n",
+  load(std::string(k_defaults) + "[Settings.AB12.12]\nDefaultMode=2\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_EQ(last_, 0);
   for (bool e : enabled_) EXPECT_FALSE(e);
@@ -93,14 +93,14 @@ TEST_F(ConfigSetsTest, SetTwelveSectionEnablesNothing) {
 }
 
 TEST_F(ConfigSetsTest, NegativeSetNumberIsIgnored) {
-  load(std::string(kDefaults) + "[Settings.AB12.-1]\nDefaultMode=2\n",
+  load(std::string(k_defaults) + "[Settings.AB12.-1]\nDefaultMode=2\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_EQ(last_, 0);
   for (bool e : enabled_) EXPECT_FALSE(e);
 }
 
 TEST_F(ConfigSetsTest, ShorterPrefixOverrideFoundWhenFullNameLacksKey) {
-  load(std::string(kDefaults) +
+  load(std::string(k_defaults) +
            "[Settings.AB12XY.1]\nDefaultMode=3\n[Settings.AB12.1]\nDefaultMode=4\nRSSICollectCount="
            "6\n",
        {"Settings.AB12XY", "Settings.AB12X", "Settings.AB12"});
@@ -112,7 +112,7 @@ TEST_F(ConfigSetsTest, ShorterPrefixOverrideFoundWhenFullNameLacksKey) {
 }
 
 TEST_F(ConfigSetsTest, NonOverridableKeysComeFromPlainSections) {
-  load(std::string(kDefaults) +
+  load(std::string(k_defaults) +
            "[Settings.AB12.1]\nIntervalTimeExpX=9.0\nWifiStatMonitorInterval=1\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_TRUE(enabled_[1]);
@@ -121,7 +121,7 @@ TEST_F(ConfigSetsTest, NonOverridableKeysComeFromPlainSections) {
 }
 
 TEST_F(ConfigSetsTest, SetZeroSectionSetsItsFlag) {
-  load(std::string(kDefaults) + "[Settings.AB12.0]\nDefaultMode=2\n",
+  load(std::string(k_defaults) + "[Settings.AB12.0]\nDefaultMode=2\n",
        {"Settings.AB12", "Settings.AB1"});
   EXPECT_TRUE(enabled_[0]);
   EXPECT_EQ(last_, 0);

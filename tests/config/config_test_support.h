@@ -153,7 +153,7 @@ inline std::string read_text_file(const std::string& path) {
 }
 
 // A minimal valid configuration for the AB12 family, two switches.
-inline const char* kMinimalIni =
+inline const char* k_minimal_ini =
     "[Version]\nTargetVersionMajor=2\nTargetVersionMinor=0\n"
     "[Settings.AB12]\nBaseSleepIntervalBetweenEval=10000\nRSSICollectInterval=1000\n"
     "RSSICollectCount=3\nTimeToWaitForRSSIStable=2000\nDefaultMode=1\n"

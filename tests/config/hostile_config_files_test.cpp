@@ -23,7 +23,7 @@ TEST(HostileConfigFiles, AHugeCipherFileFailsItsAllocationAndTheVersionCheck) {
   LoadFixture f;
   make_sparse(f.dir.file("Conf.bin"), kOneGiB);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_EQ(f.console.out.rfind("**** memory allocation failed\n", 0), 0u) << f.console.out;
   EXPECT_TRUE(f.log.has("Invalid or missing major target version.\n")) << f.log.text();
 }
@@ -32,7 +32,7 @@ TEST(HostileConfigFiles, ACipherFileThatIsADirectoryFailsToOpen) {
   LoadFixture f;
   std::filesystem::create_directory(f.dir.file("Conf.bin"));
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_EQ(f.console.out.rfind("**** Error 0x", 0), 0u) << f.console.out;
   EXPECT_NE(f.console.out.find(" cipher data file open failed\n"), std::string::npos)
       << f.console.out;
@@ -43,7 +43,7 @@ TEST(HostileConfigFiles, APlainFileThatIsADirectoryIsNamedAndFailsTheVersionChec
   LoadFixture f;
   std::filesystem::create_directory(f.dir.file("Conf.ini"));
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   ASSERT_EQ(f.log.lines.size(), 2u) << f.log.text();
   EXPECT_EQ(f.log.lines[0].text,
             "Config file " + f.dir.file("Conf.ini") + " cannot be read: it is a directory\n");
@@ -56,7 +56,7 @@ TEST(HostileConfigFiles, AHugePlainFileIsNamedAndNeverRead) {
   LoadFixture f;
   make_sparse(f.dir.file("Conf.ini"), 4 * kOneGiB);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context(), "AB12XY", 2, cfg), kStatusConfigVersion);
   ASSERT_EQ(f.log.lines.size(), 2u) << f.log.text();
   EXPECT_EQ(f.log.lines[0].text, "Config file " + f.dir.file("Conf.ini") +
                                      " cannot be read: it is larger than 67108864 bytes\n");
@@ -67,7 +67,7 @@ TEST(HostileConfigFiles, AHugeConsoleConfigurationIsNamedAndNeverRead) {
   LoadFixture f;
   make_sparse(f.dir.file("big.ini"), 2 * kOneGiB);
   Configuration cfg;
-  EXPECT_EQ(load_configuration(f.context("big.ini"), "AB12XY", 2, cfg), STATUS_CONFIG_VERSION);
+  EXPECT_EQ(load_configuration(f.context("big.ini"), "AB12XY", 2, cfg), kStatusConfigVersion);
   EXPECT_TRUE(f.log.has("Config file " + f.dir.file("big.ini") +
                         " cannot be read: it is larger than 67108864 bytes\n"))
       << f.log.text();

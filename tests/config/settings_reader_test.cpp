@@ -26,7 +26,7 @@ class SettingsReaderTest : public ::testing::Test {
   const SectionList model_sections_{"Settings.AB12XY", "Settings.AB12X", "Settings.AB12"};
 };
 
-const char* kRequired =
+const char* k_required =
     "BaseSleepIntervalBetweenEval=10000\nRSSICollectInterval=1000\nRSSICollectCount=3\n"
     "TimeToWaitForRSSIStable=2000\nDefaultMode=1\nRSSIThresholdForSwitchToDefaultMode=-85.0\n";
 
@@ -34,9 +34,9 @@ TEST_F(SettingsReaderTest, EmptySectionListIsNotFound) {
   use("[Settings.AB12]\nDefaultMode=1\n");
   auto src = source();
   int32_t v = 5;
-  EXPECT_EQ(read_int_key(src, {}, "DefaultMode", v), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(read_int_key(src, {}, "DefaultMode", v), kStatusConfigKeyMissing);
   double d = 1.0;
-  EXPECT_EQ(read_real_key(src, {}, "DefaultMode", d), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(read_real_key(src, {}, "DefaultMode", d), kStatusConfigKeyMissing);
 }
 
 TEST_F(SettingsReaderTest, MissingDefaultModeFailsAfterEarlierKeysStored) {
@@ -44,7 +44,7 @@ TEST_F(SettingsReaderTest, MissingDefaultModeFailsAfterEarlierKeysStored) {
       "RSSICollectCount=3\nTimeToWaitForRSSIStable=2000\n"
       "RSSIThresholdForSwitchToDefaultMode=-85.0\n");
   auto src = source();
-  EXPECT_EQ(read_default_settings(src, model_sections_, s_), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(read_default_settings(src, model_sections_, s_), kStatusConfigKeyMissing);
   EXPECT_EQ(s_.BaseSleepIntervalBetweenEval[0], 10000);
   EXPECT_EQ(s_.RSSICollectInterval[0], 1000);
   EXPECT_EQ(s_.RSSICollectCount[0], 3);
@@ -55,7 +55,7 @@ TEST_F(SettingsReaderTest, MissingDefaultModeFailsAfterEarlierKeysStored) {
 }
 
 TEST_F(SettingsReaderTest, DeterminatorModeThreeStoresZero) {
-  use(std::string("[Settings.AB12]\nDeterminatorMode=3\n") + kRequired);
+  use(std::string("[Settings.AB12]\nDeterminatorMode=3\n") + k_required);
   auto src = source();
   s_.DeterminatorMode = 7;
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
@@ -63,7 +63,7 @@ TEST_F(SettingsReaderTest, DeterminatorModeThreeStoresZero) {
 }
 
 TEST_F(SettingsReaderTest, DeterminatorModeMinusOneStoresZero) {
-  use(std::string("[Settings.AB12]\nDeterminatorMode=-1\n") + kRequired);
+  use(std::string("[Settings.AB12]\nDeterminatorMode=-1\n") + k_required);
   auto src = source();
   s_.DeterminatorMode = 7;
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
@@ -71,14 +71,14 @@ TEST_F(SettingsReaderTest, DeterminatorModeMinusOneStoresZero) {
 }
 
 TEST_F(SettingsReaderTest, DeterminatorModeTwoIsKept) {
-  use(std::string("[Settings.AB12]\nDeterminatorMode=2\n") + kRequired);
+  use(std::string("[Settings.AB12]\nDeterminatorMode=2\n") + k_required);
   auto src = source();
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
   EXPECT_EQ(s_.DeterminatorMode, 2);
 }
 
 TEST_F(SettingsReaderTest, AbsentForceUseModeSwitchingLeavesSentinel) {
-  use(std::string("[Settings.AB12]\n") + kRequired);
+  use(std::string("[Settings.AB12]\n") + k_required);
   auto src = source();
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
   EXPECT_EQ(s_.ForceUseModeSwitching, kAbsentInt);
@@ -91,7 +91,7 @@ TEST_F(SettingsReaderTest, CollectCountWrittenAsSentinelCountsAsAbsent) {
       "RSSICollectCount=2147483647\nTimeToWaitForRSSIStable=2000\nDefaultMode=1\n"
       "RSSIThresholdForSwitchToDefaultMode=-85.0\n");
   auto src = source();
-  EXPECT_EQ(read_default_settings(src, model_sections_, s_), STATUS_CONFIG_KEY_MISSING);
+  EXPECT_EQ(read_default_settings(src, model_sections_, s_), kStatusConfigKeyMissing);
   EXPECT_EQ(sources_.count("RSSICollectCount"), 0u);
 }
 
@@ -107,7 +107,7 @@ TEST_F(SettingsReaderTest, ThresholdTextAbcReadsAsZeroAndFound) {
 }
 
 TEST_F(SettingsReaderTest, KeyInTwoSectionsTakenFromMoreSpecific) {
-  use(std::string("[Settings.AB12]\n") + kRequired + "[Settings.AB12XY]\nRSSICollectCount=4\n");
+  use(std::string("[Settings.AB12]\n") + k_required + "[Settings.AB12XY]\nRSSICollectCount=4\n");
   auto src = source();
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
   EXPECT_EQ(s_.RSSICollectCount[0], 4);
@@ -117,18 +117,18 @@ TEST_F(SettingsReaderTest, KeyInTwoSectionsTakenFromMoreSpecific) {
 }
 
 TEST_F(SettingsReaderTest, OptionalKeysDefaultToZeroAndCurrentSleepStartsAtBase) {
-  use(std::string("[Settings.AB12]\n") + kRequired +
+  use(std::string("[Settings.AB12]\n") + k_required +
       "RSSIWeightForMode_2=1.25\nDisableMode_16=1\nIntervalTimeExpX=2.5\n");
   auto src = source();
   ASSERT_EQ(read_default_settings(src, model_sections_, s_), SWITCH_OK);
-  EXPECT_EQ(s_.RSSIWeightForMode[0][0], 0.0);
-  EXPECT_EQ(s_.RSSIWeightForMode[0][1], 1.25);
-  EXPECT_EQ(s_.DisableMode[0][15], 1);
-  EXPECT_EQ(s_.DisableMode[0][0], 0);
+  EXPECT_EQ(s_.rssi_weight_for_mode[0][0], 0.0);
+  EXPECT_EQ(s_.rssi_weight_for_mode[0][1], 1.25);
+  EXPECT_EQ(s_.disable_mode[0][15], 1);
+  EXPECT_EQ(s_.disable_mode[0][0], 0);
   EXPECT_EQ(s_.IntervalTimeExpX[0], 2.5);
   EXPECT_EQ(s_.IntervalTimeExpY[0], 0.0);
   EXPECT_EQ(s_.WifiStatMonitorInterval[0], 0);
-  EXPECT_EQ(s_.CurrentSleepInterval[0], 10000);
+  EXPECT_EQ(s_.current_sleep_interval[0], 10000);
   EXPECT_EQ(sources_.count("RSSIWeightForMode_1"), 0u);
   EXPECT_EQ(sources_.at("RSSIWeightForMode_2"), "AB12");
 }

@@ -9,7 +9,7 @@ namespace {
 using testing::RecordingLog;
 using testing::TempDir;
 
-const char* kPositions =
+const char* k_positions =
     "Sw_Main_Main_X=1\nSw_Main_Main_Y=1\nSw_Main_Div_X=0\nSw_Main_Div_Y=0\n"
     "Sw_Main_Off_X=1\nSw_Main_Off_Y=0\nSw_Aux_Main_X=1\nSw_Aux_Main_Y=1\n"
     "Sw_Aux_Div_X=0\nSw_Aux_Div_Y=0\nSw_Aux_Off_X=1\nSw_Aux_Off_Y=0\n";
@@ -39,10 +39,10 @@ TEST_F(SwitchMappingTest, PortCountZeroReturnsOkWithNothingLogged) {
 }
 
 TEST_F(SwitchMappingTest, SampleMappingReadsBothPorts) {
-  EXPECT_EQ(
-      read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\nSw_Aux_ID=1\n") + kPositions,
-           2),
-      SWITCH_OK);
+  EXPECT_EQ(read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\nSw_Aux_ID=1\n") +
+                     k_positions,
+                 2),
+            SWITCH_OK);
   EXPECT_TRUE(log_.lines.empty());
   EXPECT_EQ(table_.pcw[0], 'A');
   EXPECT_EQ(table_.pcw[1], 'B');
@@ -61,10 +61,10 @@ TEST_F(SwitchMappingTest, MissingPcwNamesThePort) {
 }
 
 TEST_F(SwitchMappingTest, DuplicatePcwNamesEarlierPortFirst) {
-  EXPECT_EQ(
-      read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=A\nSw_Main_ID=0\nSw_Aux_ID=1\n") + kPositions,
-           2),
-      SWITCH_ERR_RSSI_PA);
+  EXPECT_EQ(read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=A\nSw_Main_ID=0\nSw_Aux_ID=1\n") +
+                     k_positions,
+                 2),
+            SWITCH_ERR_RSSI_PA);
   EXPECT_TRUE(log_.has("PCW Entries duplicated! 0 with 1 - A\n"));
 }
 
@@ -72,7 +72,7 @@ TEST_F(SwitchMappingTest, DuplicateSwitchIdStopsReadingLaterPositions) {
   EXPECT_EQ(read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=B\nPort_Aux2_PCW=C\n"
                              "Sw_Main_ID=0\nSw_Aux_ID=0\nSw_Aux2_ID=2\n"
                              "Sw_Aux2_Main_X=5\nSw_Aux2_Main_Y=5\n") +
-                     kPositions,
+                     k_positions,
                  3),
             SWITCH_OK);
   EXPECT_TRUE(log_.has("GPIO port mapping duplicated! Please check!\n"));
@@ -90,7 +90,7 @@ TEST_F(SwitchMappingTest, OffXMinusOneAndYAbsentIsUnusable) {
   body +=
       "Sw_Aux_Main_X=1\nSw_Aux_Main_Y=1\nSw_Aux_Div_X=0\nSw_Aux_Div_Y=0\nSw_Aux_Off_X=1\nSw_Aux_"
       "Off_Y=0\n";
-  EXPECT_EQ(read(body, 2), SWITCH_ERR_INVALID_POSITION);
+  EXPECT_EQ(read(body, 2), kSwitchErrInvalidPosition);
   EXPECT_TRUE(log_.has("Switch - Main Off will not work!\n"));
   EXPECT_TRUE(log_.has("Some GPIO configurations seems not valid, please check!\n"));
   EXPECT_EQ(table_.positions[0][platform::kPositionOff], (std::array<int32_t, 2>{-1, -1}));
@@ -107,7 +107,7 @@ TEST_F(SwitchMappingTest, PositionWithOneValueIsUsable) {
 TEST_F(SwitchMappingTest, MultiCharacterPcwUsesFirstCharacter) {
   EXPECT_EQ(
       read(std::string("Port_Main_PCW=Alpha\nPort_Aux_PCW=Beta\nSw_Main_ID=0\nSw_Aux_ID=1\n") +
-               kPositions,
+               k_positions,
            2),
       SWITCH_OK);
   EXPECT_EQ(table_.pcw[0], 'A');
@@ -115,7 +115,7 @@ TEST_F(SwitchMappingTest, MultiCharacterPcwUsesFirstCharacter) {
 }
 
 TEST_F(SwitchMappingTest, NegativeSwitchIdSkipsThePortsPositions) {
-  EXPECT_EQ(read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\n") + kPositions, 2),
+  EXPECT_EQ(read(std::string("Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\n") + k_positions, 2),
             SWITCH_OK);
   EXPECT_TRUE(log_.has("All switches on port Aux will not work!\n"));
   EXPECT_EQ(table_.switch_id[1], -1);

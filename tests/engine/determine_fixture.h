@@ -28,20 +28,20 @@ class RecordingLog final : public Log {
     calls.push_back({level, vformat(fmt, ap)});
   }
   // Every recorded text, in order, without the levels.
-  std::string Text() const {
+  std::string text() const {
     std::string all;
     for (const auto& c : calls) all += c.text;
     return all;
   }
   // Position of the first call equal to {level, text}, or -1.
-  int Find(uint8_t level, const std::string& text) const {
+  int find(uint8_t level, const std::string& text) const {
     for (size_t i = 0; i < calls.size(); ++i) {
       if (calls[i].level == level && calls[i].text == text) return static_cast<int>(i);
     }
     return -1;
   }
-  bool Has(uint8_t level, const std::string& text) const { return Find(level, text) >= 0; }
-  void Clear() { calls.clear(); }
+  bool has(uint8_t level, const std::string& text) const { return find(level, text) >= 0; }
+  void clear() { calls.clear(); }
 
   std::vector<LogCall> calls;
 };
@@ -49,65 +49,65 @@ class RecordingLog final : public Log {
 class DetermineFixture {
  public:
   // Every set gets the same basic values; tests change what they need.
-  explicit DetermineFixture(int switchCount, int32_t collectCount = 1)
-      : switchCount_(switchCount), buffers_(collectCount) {
+  explicit DetermineFixture(int switchCount, int32_t collect_count = 1)
+      : switch_count_(switchCount), buffers_(collect_count) {
     for (int s = 0; s < config::kConfigSets; ++s) {
-      settings.RSSICollectCount[static_cast<size_t>(s)] = collectCount;
+      settings.RSSICollectCount[static_cast<size_t>(s)] = collect_count;
       settings.DefaultMode[static_cast<size_t>(s)] = 1;
       settings.RSSIThresholdForSwitchToDefaultMode[static_cast<size_t>(s)] = -90.0;
     }
-    settings.MaxRSSICollectCount = collectCount;
+    settings.MaxRSSICollectCount = collect_count;
     settings.DeterminatorMode = kDeterminatorRssi;
-    history.Clear();
+    history.clear();
   }
 
-  int modeCount() const { return 1 << switchCount_; }
+  int mode_count() const { return 1 << switch_count_; }
 
   // The samples of one mode index, laid out for the active set's collect count.
-  void Samples(int modeIndex, const std::vector<double>& rssi, const std::vector<double>& rate) {
-    const int32_t n = settings.RSSICollectCount[activeSet];
-    auto rssiRow = buffers_.RssiRow(modeIndex, n);
-    auto rateRow = buffers_.RateRow(modeIndex, n);
-    for (size_t j = 0; j < rssi.size(); ++j) rssiRow[j] = rssi[j];
-    for (size_t j = 0; j < rate.size(); ++j) rateRow[j] = rate[j];
+  void samples(int modeIndex, const std::vector<double>& rssi, const std::vector<double>& rate) {
+    const int32_t n = settings.RSSICollectCount[active_set];
+    auto rssi_row = buffers_.rssi_row(modeIndex, n);
+    auto rate_row = buffers_.rate_row(modeIndex, n);
+    for (size_t j = 0; j < rssi.size(); ++j) rssi_row[j] = rssi[j];
+    for (size_t j = 0; j < rate.size(); ++j) rate_row[j] = rate[j];
     counts[static_cast<size_t>(modeIndex)] = static_cast<uint32_t>(rssi.size());
   }
 
   // One sample per mode: the RSSI values become the averages and, with weight 0, the
   // weighted values.
-  void OneSampleEach(const std::vector<double>& rssi, const std::vector<double>& rate) {
+  void one_sample_each(const std::vector<double>& rssi, const std::vector<double>& rate) {
     for (size_t i = 0; i < rssi.size(); ++i) {
-      Samples(static_cast<int>(i), {rssi[i]}, {rate.empty() ? 100.0 : rate[i]});
+      samples(static_cast<int>(i), {rssi[i]}, {rate.empty() ? 100.0 : rate[i]});
     }
   }
 
-  void Disable(int modeIndex) {
-    settings.DisableMode[activeSet][static_cast<size_t>(modeIndex)] = 1;
+  void disable(int modeIndex) {
+    settings.disable_mode[active_set][static_cast<size_t>(modeIndex)] = 1;
     counts[static_cast<size_t>(modeIndex)] = 1;  // as the auto loop marks a disabled mode
   }
 
-  DetermineInput Input() {
-    return DetermineInput{settings, activeSet, modeCount(), switchCount_, labels, history, log};
+  DetermineInput input() {
+    return DetermineInput{settings, active_set, mode_count(), switch_count_, labels, history, log};
   }
 
   int32_t Run(int32_t currentIndex = 0) {
-    return DetermineMode(Input(), buffers_, counts, currentIndex, rssiOut, fallback, results);
+    return DetermineMode(input(), buffers_, counts, currentIndex, rssiOut, fallback, results);
   }
 
   SampleBuffers& buffers() { return buffers_; }
 
   config::ConfigSettings settings;
-  SwitchLabels labels = DefaultSwitchLabels();
+  SwitchLabels labels = default_switch_labels();
   RssiHistory history;
   RecordingLog log;
-  std::size_t activeSet = 0;
+  std::size_t active_set = 0;
   SuccessCounts counts{};
   ModeResults results;
   double rssiOut = 0.0;
   bool fallback = false;
 
  private:
-  int switchCount_;
+  int switch_count_;
   SampleBuffers buffers_;
 };
 

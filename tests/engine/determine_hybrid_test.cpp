@@ -12,11 +12,11 @@ using testing::LogCall;
 TEST(DetermineHybrid, EqualRateIsDecidedByWeightedRssiAndTheRssiReferenceMismatches) {
   DetermineFixture f(2);
   f.settings.DeterminatorMode = kDeterminatorHybrid;
-  f.OneSampleEach({-50.0, -48.0, -40.0, -41.0}, {144.0, 144.0, 72.0, 72.0});
+  f.one_sample_each({-50.0, -48.0, -40.0, -41.0}, {144.0, 144.0, 72.0, 72.0});
   EXPECT_EQ(f.Run(0), 2);
   EXPECT_DOUBLE_EQ(f.rssiOut, -48.0);
 
-  const int at = f.log.Find(4, "Using Hybrid determinator.\n");
+  const int at = f.log.find(4, "Using Hybrid determinator.\n");
   ASSERT_GE(at, 0);
   const std::vector<LogCall> expected = {
       {4, "Using Hybrid determinator.\n"},
@@ -33,9 +33,9 @@ TEST(DetermineHybrid, EqualRateIsDecidedByWeightedRssiAndTheRssiReferenceMismatc
 TEST(DetermineHybrid, AgreementWritesNoMismatchLine) {
   DetermineFixture f(2);
   f.settings.DeterminatorMode = kDeterminatorHybrid;
-  f.OneSampleEach({-50.0, -48.0, -40.0, -41.0}, {144.0, 144.0, 300.0, 72.0});
+  f.one_sample_each({-50.0, -48.0, -40.0, -41.0}, {144.0, 144.0, 300.0, 72.0});
   EXPECT_EQ(f.Run(0), 3);
-  EXPECT_EQ(f.log.Text().find("mismatch"), std::string::npos);
+  EXPECT_EQ(f.log.text().find("mismatch"), std::string::npos);
 }
 
 TEST(DetermineHybrid, RssiReferenceTieIsResolvedWithoutLogLines) {
@@ -43,11 +43,11 @@ TEST(DetermineHybrid, RssiReferenceTieIsResolvedWithoutLogLines) {
   // determinator); the rate picks index 0 alone.
   DetermineFixture f(2);
   f.settings.DeterminatorMode = kDeterminatorHybrid;
-  f.OneSampleEach({-60.0, -55.0, -55.0, -70.0}, {200.0, 100.0, 100.0, 100.0});
+  f.one_sample_each({-60.0, -55.0, -55.0, -70.0}, {200.0, 100.0, 100.0, 100.0});
   EXPECT_EQ(f.Run(0), 1);
-  EXPECT_TRUE(f.log.Has(4, "Determined mode[R]: 3, mismatch.\n"));
-  EXPECT_EQ(f.log.Text().find("Preferred mode"), std::string::npos);
-  EXPECT_EQ(f.log.Text().find("Determined Switch States"), std::string::npos);
+  EXPECT_TRUE(f.log.has(4, "Determined mode[R]: 3, mismatch.\n"));
+  EXPECT_EQ(f.log.text().find("Preferred mode"), std::string::npos);
+  EXPECT_EQ(f.log.text().find("Determined Switch States"), std::string::npos);
 }
 
 TEST(DetermineHybrid, FullTieIsResolvedWithBothArrays) {
@@ -56,9 +56,9 @@ TEST(DetermineHybrid, FullTieIsResolvedWithBothArrays) {
   // and position 0 win in the other.
   DetermineFixture f(2);
   f.settings.DeterminatorMode = kDeterminatorHybrid;
-  f.OneSampleEach({-50.0, -80.0, -40.0, -50.0}, {100.0, 90.0, 50.0, 100.0});
+  f.one_sample_each({-50.0, -80.0, -40.0, -50.0}, {100.0, 90.0, 50.0, 100.0});
   EXPECT_EQ(f.Run(0), 4);
-  const std::string text = f.log.Text();
+  const std::string text = f.log.text();
   EXPECT_NE(text.find("Use more precise methods with switch count 2...\n"
                       "Preferred mode = 4\n"
                       "Determined Switch States: {1, 1} = **(1), {1, 1} = **(1), \n"
@@ -71,14 +71,14 @@ TEST(DetermineHybrid, FullTieIsResolvedWithBothArrays) {
 TEST(DetermineHybrid, ChooseWithSecondaryResolvesTiesWithTheTwoArrayComparison) {
   DetermineFixture f(1);
   ModeResults results;
-  results.Reset();
+  results.reset();
   results.avgRate = {100.0, 100.0};
   results.weighted = {-50.0, -50.0};
-  const DetermineInput in = f.Input();
+  const DetermineInput in = f.input();
   const DecisionContext ctx{in, results, 0, 1};
   EXPECT_EQ(ChooseWithSecondary(ctx, results.avgRate, results.weighted), 1);
-  EXPECT_TRUE(f.log.Has(4, "Preferred mode = 2\n"));
-  EXPECT_TRUE(f.log.Has(5, "**(1)"));
+  EXPECT_TRUE(f.log.has(4, "Preferred mode = 2\n"));
+  EXPECT_TRUE(f.log.has(5, "**(1)"));
 }
 
 }  // namespace

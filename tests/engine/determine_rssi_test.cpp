@@ -10,11 +10,11 @@ using testing::LogCall;
 
 TEST(DetermineRssi, TieOfWeightedValuesIsResolvedBySwitchToModeThree) {
   DetermineFixture f(2);
-  f.OneSampleEach({-60.0, -55.0, -55.0, -70.0}, {});
+  f.one_sample_each({-60.0, -55.0, -55.0, -70.0}, {});
   EXPECT_EQ(f.Run(0), 3);
   EXPECT_DOUBLE_EQ(f.rssiOut, -55.0);
 
-  const int at = f.log.Find(4, "Using RSSI determinator.\n");
+  const int at = f.log.find(4, "Using RSSI determinator.\n");
   ASSERT_GE(at, 0);
   const std::vector<LogCall> expected = {
       {4, "Using RSSI determinator.\n"},
@@ -42,19 +42,19 @@ TEST(DetermineRssi, ASwitchDecidedByThePairsLogsItsPositionLabel) {
   // Indices 1 and 3 tie; position 1 of switch 0 wins both pairs, switch 1 is undecided.
   DetermineFixture f(2);
   f.labels[0].positions = {"Left", "Right"};
-  f.OneSampleEach({-70.0, -50.0, -70.0, -50.0}, {});
+  f.one_sample_each({-70.0, -50.0, -70.0, -50.0}, {});
   EXPECT_EQ(f.Run(0), 4);
-  EXPECT_NE(f.log.Text().find("Preferred mode = 4\nDetermined Switch States: {0, 1} = Right, "
+  EXPECT_NE(f.log.text().find("Preferred mode = 4\nDetermined Switch States: {0, 1} = Right, "
                               "{0, 0} = **(1), \nDetermined mode: 4\n"),
             std::string::npos);
 }
 
 TEST(DetermineRssi, NoTiesChoosesTheBestWeightedValueWithoutTieLines) {
   DetermineFixture f(2);
-  f.OneSampleEach({-60.0, -55.0, -54.0, -70.0}, {});
+  f.one_sample_each({-60.0, -55.0, -54.0, -70.0}, {});
   EXPECT_EQ(f.Run(0), 3);
-  EXPECT_FALSE(f.log.Has(4, "Preferred mode = 3\n"));
-  EXPECT_EQ(f.log.Text().find("Use more precise"), std::string::npos);
+  EXPECT_FALSE(f.log.has(4, "Preferred mode = 3\n"));
+  EXPECT_EQ(f.log.text().find("Use more precise"), std::string::npos);
 }
 
 TEST(DetermineRssi, ACompositionEndingOnADisabledModeTakesThePreferredMode) {
@@ -63,10 +63,10 @@ TEST(DetermineRssi, ACompositionEndingOnADisabledModeTakesThePreferredMode) {
   // (0,2), and position 1 wins both: the composition would be index 3, which is disabled,
   // so the preferred index 2 is taken.
   DetermineFixture f(2);
-  f.OneSampleEach({-70.0, -50.0, -50.0, -10.0}, {});
-  f.Disable(3);
+  f.one_sample_each({-70.0, -50.0, -50.0, -10.0}, {});
+  f.disable(3);
   EXPECT_EQ(f.Run(0), 3);
-  const std::string text = f.log.Text();
+  const std::string text = f.log.text();
   EXPECT_NE(text.find("Preferred mode = 3\nDetermined Switch States: {0, 1} = Div, {0, 1} = Div, "
                       "\nDetermined mode: 3\n"),
             std::string::npos)
@@ -80,13 +80,13 @@ TEST(DetermineRssi, ADisabledModesStaleValueDecidesNoSwitch) {
   // switch 0 and only (0,2) switch 1. The composition (index 1) is the disabled mode, so the
   // preferred index 3 is taken.
   DetermineFixture f(2);
-  f.OneSampleEach({-50.0, -10.0, -60.0, -50.0}, {});
-  f.Disable(1);
+  f.one_sample_each({-50.0, -10.0, -60.0, -50.0}, {});
+  f.disable(1);
   EXPECT_EQ(f.Run(0), 4);
-  EXPECT_NE(f.log.Text().find("Determined Switch States: {0, 1} = Div, {1, 0} = Main, \n"
+  EXPECT_NE(f.log.text().find("Determined Switch States: {0, 1} = Div, {1, 0} = Main, \n"
                               "Determined mode: 4\n"),
             std::string::npos)
-      << f.log.Text();
+      << f.log.text();
 }
 
 }  // namespace

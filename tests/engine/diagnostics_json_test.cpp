@@ -6,14 +6,14 @@
 namespace zaltor::engine {
 namespace {
 
-DecisionRecord Sample() {
+DecisionRecord sample() {
   DecisionRecord r;
-  r.timeMs = 61500;
+  r.time_ms = 61500;
   r.trigger = Trigger::kMonitor;
   r.configSet = 1;
   r.determinator = 1;
   r.currentMode = 2;
-  r.modeCount = 2;
+  r.mode_count = 2;
   r.modes[0] = ModeRecord{false, 3, -55.0, 866.7, 2.0, -53.0};
   r.modes[1] = ModeRecord{true, 0, kNoRssiValue, 0.0, 0.0, kNoRssiValue};
   r.chosen = 1;
@@ -23,7 +23,7 @@ DecisionRecord Sample() {
 }
 
 TEST(DiagnosticsJson, ADecisionHasEveryMemberWithAbsentValuesAsNull) {
-  EXPECT_EQ(DecisionJson(Sample()),
+  EXPECT_EQ(decision_json(sample()),
             R"({"time": 61.5, "trigger": "monitor", "configSet": 1, "determinator": "RSSI", )"
             R"("currentMode": 2, "modes": [{"mode": 1, "disabled": false, "samples": 3, )"
             R"("rssi": -55, "rate": 866.7, "weight": 2, "weighted": -53}, {"mode": 2, )"
@@ -33,16 +33,16 @@ TEST(DiagnosticsJson, ADecisionHasEveryMemberWithAbsentValuesAsNull) {
 
 TEST(DiagnosticsJson, WhyIsNullBeforeTheFirstDecisionAndHistoryIsOldestFirst) {
   DecisionJournal journal;
-  EXPECT_EQ(WhyJson(journal), R"({"decision": null})");
-  EXPECT_EQ(HistoryJson(journal, 10), R"({"decisions": []})");
-  DecisionRecord r = Sample();
-  r.modeCount = 0;
+  EXPECT_EQ(why_json(journal), R"({"decision": null})");
+  EXPECT_EQ(history_json(journal, 10), R"({"decisions": []})");
+  DecisionRecord r = sample();
+  r.mode_count = 0;
   r.outcome = Outcome::kNotConnected;
-  journal.Publish(r);
+  journal.publish(r);
   r.outcome = Outcome::kRunLimit;
-  journal.Publish(r);
-  EXPECT_NE(WhyJson(journal).find(R"("outcome": "run-limit")"), std::string::npos);
-  const std::string history = HistoryJson(journal, 10);
+  journal.publish(r);
+  EXPECT_NE(why_json(journal).find(R"("outcome": "run-limit")"), std::string::npos);
+  const std::string history = history_json(journal, 10);
   EXPECT_LT(history.find("not-connected"), history.find("run-limit")) << history;
   EXPECT_NE(history.find(R"("modes": [])"), std::string::npos) << history;
 }
@@ -51,7 +51,7 @@ TEST(DiagnosticsJson, HealthNamesThePortsAndEscapesTheDetail) {
   std::vector<PortReport> ports(2);
   ports[0] = {0, PortState::kOk, "Main -50.0 dBm"};
   ports[1] = {1, PortState::kNoSignal, "say \"no\"\n"};
-  EXPECT_EQ(HealthJson(ports),
+  EXPECT_EQ(health_json(ports),
             R"({"ports": [{"port": "Main", "state": "ok", "detail": "Main -50.0 dBm"}, )"
             R"({"port": "Aux", "state": "no-signal", "detail": "say \"no\"\u000a"}]})");
 }

@@ -106,13 +106,13 @@ const char* const kTestScenario = R"json({
 
 namespace {
 
-std::string Lower(std::string s) {
+std::string lower(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return s;
 }
 
-std::string Trim(const std::string& s) {
+std::string trim(const std::string& s) {
   const size_t b = s.find_first_not_of(" \t\r");
   if (b == std::string::npos) return "";
   const size_t e = s.find_last_not_of(" \t\r");
@@ -127,7 +127,7 @@ class MemoryProfile final : public platform::ProfileReader {
     std::string line;
     std::string section;
     while (std::getline(in, line)) {
-      line = Trim(line);
+      line = trim(line);
       if (line.empty() || line[0] == ';') continue;
       if (line.front() == '[' && line.back() == ']') {
         section = line.substr(1, line.size() - 2);
@@ -136,13 +136,13 @@ class MemoryProfile final : public platform::ProfileReader {
       }
       const size_t eq = line.find('=');
       if (eq == std::string::npos) continue;
-      values_[Lower(section)][Lower(Trim(line.substr(0, eq)))] = Trim(line.substr(eq + 1));
+      values_[lower(section)][lower(trim(line.substr(0, eq)))] = trim(line.substr(eq + 1));
     }
   }
 
   uint32_t read_int(const std::string& section, const std::string& key, int32_t default_value,
                     const std::string&) override {
-    const std::string* v = Find(section, key);
+    const std::string* v = find(section, key);
     if (v == nullptr || v->empty()) return static_cast<uint32_t>(default_value);
     return static_cast<uint32_t>(std::strtol(v->c_str(), nullptr, 10));
   }
@@ -150,7 +150,7 @@ class MemoryProfile final : public platform::ProfileReader {
   uint32_t read_string(const std::string& section, const std::string& key,
                        const std::string& default_value, std::string& value, uint32_t size,
                        const std::string&) override {
-    const std::string* v = Find(section, key);
+    const std::string* v = find(section, key);
     const std::string& src = v != nullptr ? *v : default_value;
     if (size == 0) {
       value.clear();
@@ -176,10 +176,10 @@ class MemoryProfile final : public platform::ProfileReader {
   }
 
  private:
-  const std::string* Find(const std::string& section, const std::string& key) const {
-    auto s = values_.find(Lower(section));
+  const std::string* find(const std::string& section, const std::string& key) const {
+    auto s = values_.find(lower(section));
     if (s == values_.end()) return nullptr;
-    auto k = s->second.find(Lower(key));
+    auto k = s->second.find(lower(key));
     return k == s->second.end() ? nullptr : &k->second;
   }
 
@@ -217,27 +217,27 @@ class ScriptedQuery final : public platform::CounterQuery {
       : inner_(std::move(inner)), owner_(owner) {}
   uint32_t add_counter(const std::string& path, platform::CounterId& counter) override {
     const uint32_t e = inner_->add_counter(path, counter);
-    if (e == 0 && path.find("Current Bandwidth") != std::string::npos) linkSpeed_ = counter;
+    if (e == 0 && path.find("Current Bandwidth") != std::string::npos) link_speed_ = counter;
     return e;
   }
   uint32_t collect() override {
     const int n = ++owner_.collections;
-    if (owner_.onCollect) owner_.onCollect(n);
+    if (owner_.on_collect) owner_.on_collect(n);
     return inner_->collect();
   }
   uint32_t formatted_large(platform::CounterId counter, int64_t& value) override {
     const uint32_t e = inner_->formatted_large(counter, value);
-    if (e == 0 && counter == linkSpeed_ && owner_.fixedRateBps.load() >= 0) {
-      value = owner_.fixedRateBps.load();
+    if (e == 0 && counter == link_speed_ && owner_.fixed_rate_bps.load() >= 0) {
+      value = owner_.fixed_rate_bps.load();
     }
-    if (e == 0 && counter == linkSpeed_ && owner_.zeroRate.load()) value = 0;
+    if (e == 0 && counter == link_speed_ && owner_.zero_rate.load()) value = 0;
     return e;
   }
 
  private:
   std::unique_ptr<platform::CounterQuery> inner_;
   ScriptedCounters& owner_;
-  platform::CounterId linkSpeed_ = 0;
+  platform::CounterId link_speed_ = 0;
 };
 
 class ScriptedDeviceHandle final : public platform::ControlDeviceHandle {
@@ -247,33 +247,33 @@ class ScriptedDeviceHandle final : public platform::ControlDeviceHandle {
   bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
                   uint32_t out_capacity, uint32_t& returned) override {
     // The value this thread wrote last and has not yet read back.
-    thread_local bool checkPending = false;
+    thread_local bool check_pending = false;
     thread_local uint32_t written = 0;
     const bool write = in_len >= 16 && std::memcmp(in, "DEVS", 4) == 0;
     if (write) {
       ++owner_.writes;
-      if (owner_.beforeWrite) owner_.beforeWrite();
+      if (owner_.before_write) owner_.before_write();
     }
     const bool ok = inner_->io_control(code, in, in_len, out, out_capacity, returned);
     if (write) {
-      checkPending = ok;
-      written = ReadU32(in + 12);
-    } else if (checkPending && in_len >= 4 && std::memcmp(in, "DSTS", 4) == 0) {
-      checkPending = false;
-      if (ok && returned >= 4 && ReadU32(out) != written) ++owner_.verifyMismatches;
+      check_pending = ok;
+      written = read_u32(in + 12);
+    } else if (check_pending && in_len >= 4 && std::memcmp(in, "DSTS", 4) == 0) {
+      check_pending = false;
+      if (ok && returned >= 4 && read_u32(out) != written) ++owner_.verify_mismatches;
     }
     return ok;
   }
 
  private:
-  static uint32_t ReadU32(const uint8_t* p) {
+  static uint32_t read_u32(const uint8_t* p) {
     return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
   }
   std::unique_ptr<platform::ControlDeviceHandle> inner_;
   ScriptedDevice& owner_;
 };
 
-size_t Occurrences(const std::string& text, const std::string& what) {
+size_t occurrences(const std::string& text, const std::string& what) {
   size_t n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
   return n;
@@ -282,8 +282,8 @@ size_t Occurrences(const std::string& text, const std::string& what) {
 constexpr const char* kPassMarker = "Using Config Set: ";
 
 // The story notebook's seams: the configuration from memory, no files, no registry key.
-void UseStorySeams(platform::Platform& p, const std::string& config,
-                   std::vector<std::shared_ptr<void>>& owned) {
+void use_story_seams(platform::Platform& p, const std::string& config,
+                     std::vector<std::shared_ptr<void>>& owned) {
   auto files = std::make_shared<ConfigOnlyFiles>();
   auto profiles = std::make_shared<MemoryProfile>(config);
   auto registry = std::make_shared<rig::NoKeysRegistry>();
@@ -312,23 +312,23 @@ std::unique_ptr<platform::CounterQuery> ScriptedCounters::open_query(uint32_t& e
 EngineHarness::EngineHarness(HarnessOptions options) : story_(options.story) {
   rig::RigOptions r;
   if (story_) {
-    r.baseScenario = kTestScenario;
-    r.scenarioPatch = options.scenarioPatch;
-    r.startNotebook = true;
+    r.base_scenario = kTestScenario;
+    r.scenario_patch = options.scenario_patch;
+    r.start_notebook = true;
   } else {
-    r.scenarioPatch = options.scenarioPatch;
-    r.config = ConfIni(options.keys, options.extraSections, options.gpio);
-    r.startNotebook = options.startNotebook;
+    r.scenario_patch = options.scenario_patch;
+    r.config = conf_ini(options.keys, options.extra_sections, options.gpio);
+    r.start_notebook = options.start_notebook;
   }
-  r.consoleMode = options.consoleMode;
-  r.keepLog = options.keepLog;
-  r.hardwareCallMs = options.hardwareCallMs;
+  r.console_mode = options.console_mode;
+  r.keep_log = options.keep_log;
+  r.hardware_call_ms = options.hardware_call_ms;
   r.prepare = [this, &options](platform::Platform& p, platform::sim::SimNotebook& nb) {
     scripted_ = std::make_unique<ScriptedCounters>(nb.counters());
     device_ = std::make_unique<ScriptedDevice>(nb.control_device());
-    if (options.scriptedCounters) p.counters = scripted_.get();
-    if (options.scriptedDevice) p.control_device = device_.get();
-    if (story_) UseStorySeams(p, options.storyConfig, owned_);
+    if (options.scripted_counters) p.counters = scripted_.get();
+    if (options.scripted_device) p.control_device = device_.get();
+    if (story_) use_story_seams(p, options.story_config, owned_);
   };
   try {
     rig_ = std::make_unique<rig::NotebookRig>(std::move(r));
@@ -342,8 +342,8 @@ EngineHarness::~EngineHarness() {
   // The story notebook's tests also check that the event window ends; the quiet notebook's
   // leave that to the rig's teardown, which waits for it as long as they always did.
   if (story_) {
-    worker().StopAndJoinAutoThreads();
-    CloseEventWindow();
+    worker().stop_and_join_auto_threads();
+    close_event_window();
   }
   rig_.reset();
 }
@@ -351,38 +351,38 @@ EngineHarness::~EngineHarness() {
 int32_t EngineHarness::Init() {
   if (story_) {
     const int32_t result = rig_->Init("test.ini");
-    RunFor(10);  // the event window thread starts and takes its first messages
+    run_for(10);  // the event window thread starts and takes its first messages
     return result;
   }
   const int32_t result = rig_->Init();
-  rig_->TakeStartRequest();
+  rig_->take_start_request();
   return result;
 }
 
-void EngineHarness::SleepUntil(int64_t ms) {
-  const int64_t now = Now();
-  if (ms > now) RunFor(ms - now);
+void EngineHarness::sleep_until(int64_t ms) {
+  const int64_t now_ms = now();
+  if (ms > now_ms) run_for(ms - now_ms);
 }
 
-std::unique_ptr<platform::Thread> EngineHarness::After(int64_t ms, std::function<void()> action) {
+std::unique_ptr<platform::Thread> EngineHarness::after(int64_t ms, std::function<void()> action) {
   return clock().start_thread("test action", [this, ms, action = std::move(action)] {
     clock().sleep_ms(ms);
     action();
   });
 }
 
-void EngineHarness::Patch(const std::string& json) {
+void EngineHarness::patch(const std::string& json) {
   std::string error;
   EXPECT_TRUE(notebook().apply_patch(nlohmann::json::parse(json), error)) << error;
 }
 
-void EngineHarness::CloseEventWindow() {
-  EXPECT_TRUE(rig_->CloseEventWindow()) << "the event window thread did not end";
+void EngineHarness::close_event_window() {
+  EXPECT_TRUE(rig_->close_event_window()) << "the event window thread did not end";
 }
 
-size_t EngineHarness::LogCount(const std::string& text) const {
+size_t EngineHarness::log_count(const std::string& text) const {
   size_t n = 0;
-  for (const auto& e : Entries()) {
+  for (const auto& e : entries()) {
     for (size_t at = e.line.find(text); at != std::string::npos;
          at = e.line.find(text, at + text.size())) {
       ++n;
@@ -391,15 +391,15 @@ size_t EngineHarness::LogCount(const std::string& text) const {
   return n;
 }
 
-std::string EngineHarness::LevelledText() const {
+std::string EngineHarness::levelled_text() const {
   std::string all;
-  for (const auto& e : Entries()) all += std::to_string(e.level) + ": " + e.line;
+  for (const auto& e : entries()) all += std::to_string(e.level) + ": " + e.line;
   return all;
 }
 
-int EngineHarness::Count(uint8_t level, const std::string& text) const {
+int EngineHarness::count(uint8_t level, const std::string& text) const {
   int n = 0;
-  for (const auto& e : Entries()) {
+  for (const auto& e : entries()) {
     const bool ends = e.line.size() >= text.size() &&
                       e.line.compare(e.line.size() - text.size(), text.size(), text) == 0;
     n += (e.level == level && ends) ? 1 : 0;
@@ -407,80 +407,80 @@ int EngineHarness::Count(uint8_t level, const std::string& text) const {
   return n;
 }
 
-std::vector<int> EngineHarness::Sleeps() const {
+std::vector<int> EngineHarness::sleeps() const {
   std::vector<int> out;
   static const std::regex kSleep("Sleep: (-?[0-9]+)\n");
-  const std::string text = Text();
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), kSleep);
-       it != std::sregex_iterator(); ++it) {
+  const std::string all = text();
+  for (auto it = std::sregex_iterator(all.begin(), all.end(), kSleep); it != std::sregex_iterator();
+       ++it) {
     out.push_back(std::stoi((*it)[1].str()));
   }
   return out;
 }
 
-int64_t EngineHarness::TimeOf(const std::string& text, int64_t fromMs) const {
-  for (const auto& e : Entries()) {
-    if (e.atMs >= fromMs && e.line.find(text) != std::string::npos) return e.atMs;
+int64_t EngineHarness::time_of(const std::string& text, int64_t from_ms) const {
+  for (const auto& e : entries()) {
+    if (e.at_ms >= from_ms && e.line.find(text) != std::string::npos) return e.at_ms;
   }
   return -1;
 }
 
-size_t EngineHarness::Passes() const {
-  return Occurrences(Text() + Pending(), kPassMarker);
+size_t EngineHarness::passes() const {
+  return occurrences(text() + pending(), kPassMarker);
 }
 
-EngineHarness::Pass EngineHarness::WaitForPass(size_t passes, int64_t limitMs) {
+EngineHarness::Pass EngineHarness::wait_for_pass(size_t passes, int64_t limit_ms) {
   const std::string marker = kPassMarker;
-  const int64_t end = Now() + limitMs;
+  const int64_t end = now() + limit_ms;
   for (;;) {
-    const std::string text = Text() + Pending();
-    if (Occurrences(text, marker) > passes) {
-      size_t at = text.find(marker);
-      for (size_t i = 0; i < passes; ++i) at = text.find(marker, at + 1);
+    const std::string all = text() + pending();
+    if (occurrences(all, marker) > passes) {
+      size_t at = all.find(marker);
+      for (size_t i = 0; i < passes; ++i) at = all.find(marker, at + 1);
       Pass p;
-      p.at_ms = Now();
-      p.set = std::atoi(text.c_str() + at + marker.size());
+      p.at_ms = now();
+      p.set = std::atoi(all.c_str() + at + marker.size());
       return p;
     }
-    if (Now() >= end) return {};
-    RunFor(100);
+    if (now() >= end) return {};
+    run_for(100);
   }
 }
 
-int64_t EngineHarness::WaitForLog(const std::string& text, int64_t limitMs, size_t skip) {
-  const int64_t end = Now() + limitMs;
-  while (Occurrences(Text() + Pending(), text) <= skip) {
-    if (Now() >= end) return -1;
-    RunFor(100);
+int64_t EngineHarness::wait_for_log(const std::string& text, int64_t limit_ms, size_t skip) {
+  const int64_t end = now() + limit_ms;
+  while (occurrences(this->text() + pending(), text) <= skip) {
+    if (now() >= end) return -1;
+    run_for(100);
   }
-  return Now();
+  return now();
 }
 
 namespace {
-HarnessOptions StoryOptions(const std::string& scenarioPatch, const std::string& config) {
+HarnessOptions story_options(const std::string& scenario_patch, const std::string& config) {
   HarnessOptions o;
   o.story = true;
-  o.scenarioPatch = scenarioPatch;
-  o.storyConfig = config;
+  o.scenario_patch = scenario_patch;
+  o.story_config = config;
   return o;
 }
 }  // namespace
 
-EngineOnNotebook::EngineOnNotebook(const std::string& scenarioPatch, const std::string& config)
-    : EngineHarness(StoryOptions(scenarioPatch, config)) {}
+EngineOnNotebook::EngineOnNotebook(const std::string& scenario_patch, const std::string& config)
+    : EngineHarness(story_options(scenario_patch, config)) {}
 
-std::string AllAntennas(int dbm) {
-  return Antennas(dbm, dbm);
+std::string all_antennas(int dbm) {
+  return antennas(dbm, dbm);
 }
 
-std::string Antennas(int port0, int port1) {
+std::string antennas(int port0, int port1) {
   nlohmann::json p;
   p["radio"]["rssi"] =
       nlohmann::json::array({{{"Main", port0}, {"Div", port0}}, {{"Main", port1}, {"Div", port1}}});
   return p.dump();
 }
 
-std::string AllRates(double mbps) {
+std::string all_rates(double mbps) {
   nlohmann::json p;
   p["radio"]["rateMbps"] = nlohmann::json::array({mbps, mbps, mbps, mbps});
   return p.dump();

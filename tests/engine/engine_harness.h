@@ -43,24 +43,24 @@ namespace zaltor::engine {
 // The worker's private bookkeeping, for tests.
 class WorkerTestAccess {
  public:
-  static size_t ThreadsStarted(AntennaSwitchWorkerObj& w) {
-    std::lock_guard<std::mutex> g(w.autoLock_);
+  static size_t threads_started(AntennaSwitchWorkerObj& w) {
+    std::lock_guard<std::mutex> g(w.auto_lock_);
     return w.threads_.size();
   }
-  static std::shared_ptr<AutoSwitchingWorkerArg> AutoArg(AntennaSwitchWorkerObj& w) {
-    std::lock_guard<std::mutex> g(w.autoLock_);
-    return w.autoArg_;
+  static std::shared_ptr<AutoSwitchingWorkerArg> auto_arg(AntennaSwitchWorkerObj& w) {
+    std::lock_guard<std::mutex> g(w.auto_lock_);
+    return w.auto_arg_;
   }
 };
 
 namespace testing {
 
-using rig::BaseKeys;
-using rig::ConfIni;
-using rig::FourSwitchGpio;
+using rig::base_keys;
+using rig::conf_ini;
+using rig::four_switch_gpio;
 using rig::Keys;
 using rig::LogEntry;
-using rig::TwoSwitchGpio;
+using rig::two_switch_gpio;
 
 // The configuration of the story notebook (model AB12XY, two switches): every set measures
 // three samples except the lid-closed set (two), and each set has its own stabilisation
@@ -78,10 +78,10 @@ class ScriptedCounters final : public platform::Counters {
   explicit ScriptedCounters(platform::Counters& inner) : inner_(inner) {}
   std::unique_ptr<platform::CounterQuery> open_query(uint32_t& error) override;
 
-  std::atomic<bool> zeroRate{false};
-  std::atomic<int64_t> fixedRateBps{-1};  // >= 0: the link speed reads this value
+  std::atomic<bool> zero_rate{false};
+  std::atomic<int64_t> fixed_rate_bps{-1};  // >= 0: the link speed reads this value
   std::atomic<int> collections{0};
-  std::function<void(int collection)> onCollect;  // set before the worker starts
+  std::function<void(int collection)> on_collect;  // set before the worker starts
 
  private:
   platform::Counters& inner_;
@@ -98,29 +98,29 @@ class ScriptedDevice final : public platform::ControlDevice {
                                                       uint32_t& error) override;
 
   std::atomic<int> writes{0};
-  std::atomic<int> verifyMismatches{0};
-  std::function<void()> beforeWrite;  // set before the worker starts
+  std::atomic<int> verify_mismatches{0};
+  std::function<void()> before_write;  // set before the worker starts
 
  private:
   platform::ControlDevice& inner_;
 };
 
 struct HarnessOptions {
-  Keys keys;                         // over BaseKeys
-  std::string extraSections;         // appended to the configuration file
-  std::string scenarioPatch = "{}";  // JSON merge patch over the test notebook
-  bool consoleMode = false;
-  bool scriptedCounters = false;  // put ScriptedCounters between the worker and the notebook
-  bool scriptedDevice = false;    // put ScriptedDevice between the worker and the notebook
-  std::string gpio;               // the switch mapping section; empty: TwoSwitchGpio()
-  bool keepLog = true;            // false: only the "Sleep: " lines are counted
-  bool startNotebook = false;     // run the notebook's timeline and WLAN service
+  Keys keys;                          // over BaseKeys
+  std::string extra_sections;         // appended to the configuration file
+  std::string scenario_patch = "{}";  // JSON merge patch over the test notebook
+  bool console_mode = false;
+  bool scripted_counters = false;  // put ScriptedCounters between the worker and the notebook
+  bool scripted_device = false;    // put ScriptedDevice between the worker and the notebook
+  std::string gpio;                // the switch mapping section; empty: TwoSwitchGpio()
+  bool keep_log = true;            // false: only the "Sleep: " lines are counted
+  bool start_notebook = false;     // run the notebook's timeline and WLAN service
   // What one hardware call costs: 0, hardware that answers at once, so that the tests count
   // the loop's own waits to the millisecond.
-  int64_t hardwareCallMs = 0;
+  int64_t hardware_call_ms = 0;
   // The story notebook instead (see EngineOnNotebook): `storyConfig` read from memory.
   bool story = false;
-  std::string storyConfig;
+  std::string story_config;
 };
 
 class EngineHarness {
@@ -131,7 +131,9 @@ class EngineHarness {
   EngineHarness& operator=(const EngineHarness&) = delete;
 
   // Replaces the system events seam before Init (for fakes).
-  void UseSystemEvents(platform::SystemEvents* events) { rig_->platform().system_events = events; }
+  void use_system_events(platform::SystemEvents* events) {
+    rig_->platform().system_events = events;
+  }
 
   // Initialises the worker and lets the event window take its first messages (the current
   // lid and power values). The quiet notebook then takes the decision request of the lid
@@ -147,51 +149,53 @@ class EngineHarness {
   const std::string& dir() const { return rig_->dir(); }
 
   // --- Time.
-  int64_t Now() { return clock().now_ms(); }
+  int64_t now() { return clock().now_ms(); }
   // Lets the worker's threads run for `ms` of virtual time.
-  void RunFor(int64_t ms) { rig_->RunFor(ms); }
-  void SleepUntil(int64_t ms);
+  void run_for(int64_t ms) { rig_->run_for(ms); }
+  void sleep_until(int64_t ms);
   // Lets them run in one-second steps until `done` holds or `limitMs` passed; the result
   // of `done` at the end.
-  bool RunUntil(const std::function<bool()>& done, int64_t limitMs) {
-    return rig_->RunUntil(done, limitMs);
+  bool run_until(const std::function<bool()>& done, int64_t limit_ms) {
+    return rig_->run_until(done, limit_ms);
   }
   // Starts a thread of the virtual clock that runs `action` after `ms` of virtual time.
-  std::unique_ptr<platform::Thread> After(int64_t ms, std::function<void()> action);
+  std::unique_ptr<platform::Thread> after(int64_t ms, std::function<void()> action);
 
   // Applies a JSON Merge Patch to the notebook now; fails the test when it is invalid.
-  void Patch(const std::string& json);
+  void patch(const std::string& json);
   // Ends the event window thread (if it runs) and waits for it; fails the test when it
   // does not end.
-  void CloseEventWindow();
+  void close_event_window();
 
   // --- The log.
   // Every finished log line so far, and their text run together.
-  std::vector<LogEntry> Entries() const { return rig_->Entries(); }
-  std::string Text() const { return rig_->Text(); }
+  std::vector<LogEntry> entries() const { return rig_->entries(); }
+  std::string text() const { return rig_->text(); }
   // The log text that waits for the rest of its line (detail text before an empty line).
-  std::string Pending() const { return rig_->Pending(); }
-  bool LogContains(const std::string& text) const { return Text().find(text) != std::string::npos; }
+  std::string pending() const { return rig_->pending(); }
+  bool log_contains(const std::string& text) const {
+    return this->text().find(text) != std::string::npos;
+  }
   // How many times `text` stands in the finished lines (within one line each).
-  size_t LogCount(const std::string& text) const;
+  size_t log_count(const std::string& text) const;
   // The entries as the console shows them: "<level>: <line>" each.
-  std::string LevelledText() const;
+  std::string levelled_text() const;
   // What the worker wrote to the console.
-  std::string ConsoleText() const { return rig_->ConsoleText(); }
+  std::string console_text() const { return rig_->console_text(); }
   // How many entries at `level` end with `text`: a line takes the level of the call that
   // finished it, and detail text pending before that call begins the same entry.
-  int Count(uint8_t level, const std::string& text) const;
+  int count(uint8_t level, const std::string& text) const;
   // The values of the "Sleep: %d" lines, in order.
-  std::vector<int> Sleeps() const;
+  std::vector<int> sleeps() const;
   // How many "Sleep: " lines were written (also without keepLog).
-  int SleepLines() const { return rig_->SleepLines(); }
+  int sleep_lines() const { return rig_->sleep_lines(); }
   // Virtual time of the first entry at or after `fromMs` that contains `text`; -1 when
   // none. (Detail text gathers into one entry until an empty line ends it.)
-  int64_t TimeOf(const std::string& text, int64_t fromMs = 0) const;
+  int64_t time_of(const std::string& text, int64_t from_ms = 0) const;
 
   // --- Decision passes.
   // How many decision passes have begun (their "Using Config Set: %d" text).
-  size_t Passes() const;
+  size_t passes() const;
   // Lets the worker run in 100 ms steps until more than `passes` passes have begun or
   // `limitMs` passed. The time the (passes+1)th pass was seen (to within 100 ms) and its
   // config set, or -1 for both when it did not begin.
@@ -199,10 +203,10 @@ class EngineHarness {
     int64_t at_ms = -1;
     int set = -1;
   };
-  Pass WaitForPass(size_t passes, int64_t limitMs);
+  Pass wait_for_pass(size_t passes, int64_t limit_ms);
   // Lets the worker run in 100 ms steps until the log contains `text` (counting only
   // occurrences after the `skip` first) or `limitMs` passed; the time it was seen, or -1.
-  int64_t WaitForLog(const std::string& text, int64_t limitMs, size_t skip = 0);
+  int64_t wait_for_log(const std::string& text, int64_t limit_ms, size_t skip = 0);
 
  private:
   const bool story_;
@@ -222,16 +226,16 @@ class AutoHarness : public EngineHarness {
 // none).
 class EngineOnNotebook : public EngineHarness {
  public:
-  explicit EngineOnNotebook(const std::string& scenarioPatch = "",
+  explicit EngineOnNotebook(const std::string& scenario_patch = "",
                             const std::string& config = kTestConfig);
 };
 
 // A Merge Patch of the notebook's antennas: every antenna at `dbm` in both positions.
-std::string AllAntennas(int dbm);
+std::string all_antennas(int dbm);
 // The same with per-antenna values (ports 0 and 1).
-std::string Antennas(int port0, int port1);
+std::string antennas(int port0, int port1);
 // Every mode's link rate.
-std::string AllRates(double mbps);
+std::string all_rates(double mbps);
 
 }  // namespace testing
 

@@ -15,7 +15,7 @@ namespace {
 
 using testing::EngineOnNotebook;
 
-std::string Interface(bool connected, int channel) {
+std::string interface(bool connected, int channel) {
   return std::string(R"({"wlan": {"interfaces": [{"description": "Wireless AX (R2) 160MHz",)") +
          R"("guid": "{6A1B2C3D-1111-2222-3333-444455556666}", "connected": )" +
          (connected ? "true" : "false") + R"(, "channel": )" + std::to_string(channel) + "}]}}";
@@ -27,179 +27,179 @@ constexpr const char* kLeDeviceArrives = R"({"bluetooth": {"BTHLE": [
 
 // Starts from a settled worker: the first lid message's request is consumed, so that the
 // set in force is the one the notebook's situation selects.
-void Settle(EngineOnNotebook& nb) {
+void settle(EngineOnNotebook& nb) {
   ASSERT_EQ(nb.Init(), 0);
-  nb.worker().ConsumeReevaluation();
+  nb.worker().consume_reevaluation();
 }
 
 TEST(EventsLid, ClosingSelectsTheLidSetWhateverTheBandOpeningReturnsToTheBand) {
   EngineOnNotebook nb;  // channel 36
-  Settle(nb);
-  ASSERT_EQ(nb.worker().activeConfigSet(), 1u);
-  nb.Patch(R"({"lid": {"open": false}})");
-  nb.RunFor(100);
-  EXPECT_NE(nb.ConsoleText().find("GUID_LIDSWITCH_STATE_CHANGE\n"), std::string::npos);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
+  settle(nb);
+  ASSERT_EQ(nb.worker().active_config_set(), 1u);
+  nb.patch(R"({"lid": {"open": false}})");
+  nb.run_for(100);
+  EXPECT_NE(nb.console_text().find("GUID_LIDSWITCH_STATE_CHANGE\n"), std::string::npos);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 1 -> 3\n"));
   EXPECT_FALSE(nb.worker().shared.lid_open());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "pending until the request is consumed";
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
+  EXPECT_EQ(nb.worker().active_config_set(), 1u) << "pending until the request is consumed";
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 3u);
 
-  nb.Patch(R"({"lid": {"open": true}})");
-  nb.RunFor(100);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 1\n"));
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
+  nb.patch(R"({"lid": {"open": true}})");
+  nb.run_for(100);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 3 -> 1\n"));
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 1u);
 }
 
 TEST(EventsLid, ClosingAndOpeningBeforeTheRequestIsTakenKeepsTheBandSet) {
   EngineOnNotebook nb;  // channel 36
-  Settle(nb);
-  nb.Patch(R"({"lid": {"open": false}})");
-  nb.RunFor(100);
-  ASSERT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
-  nb.Patch(R"({"lid": {"open": true}})");
-  nb.RunFor(100);
-  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 1u) << "the lid is open again: no lid-closed set";
+  settle(nb);
+  nb.patch(R"({"lid": {"open": false}})");
+  nb.run_for(100);
+  ASSERT_TRUE(nb.log_contains("CONFIG changed! 1 -> 3\n"));
+  nb.patch(R"({"lid": {"open": true}})");
+  nb.run_for(100);
+  EXPECT_FALSE(nb.worker().reevaluation.config_change_pending());
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 1u) << "the lid is open again: no lid-closed set";
 }
 
 TEST(EventsLid, OpeningOnA24GHzLinkReturnsToTheDefaultSet) {
-  EngineOnNotebook nb(Interface(true, 6));
-  Settle(nb);
-  ASSERT_EQ(nb.worker().activeConfigSet(), 0u);
-  nb.Patch(R"({"lid": {"open": false}})");
-  nb.RunFor(100);
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
-  nb.Patch(R"({"lid": {"open": true}})");
-  nb.RunFor(100);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 0\n"));
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 0u);
+  EngineOnNotebook nb(interface(true, 6));
+  settle(nb);
+  ASSERT_EQ(nb.worker().active_config_set(), 0u);
+  nb.patch(R"({"lid": {"open": false}})");
+  nb.run_for(100);
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 3u);
+  nb.patch(R"({"lid": {"open": true}})");
+  nb.run_for(100);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 3 -> 0\n"));
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 0u);
 }
 
 TEST(EventsLid, OpeningOnA24GHzLinkWithBluetoothReturnsToTheCoexistenceSet) {
-  EngineOnNotebook nb(Interface(true, 6));
-  Settle(nb);
-  nb.Patch(kLeDeviceArrives);  // counts the headset and the mouse
-  nb.RunFor(3000);
+  EngineOnNotebook nb(interface(true, 6));
+  settle(nb);
+  nb.patch(kLeDeviceArrives);  // counts the headset and the mouse
+  nb.run_for(3000);
   ASSERT_EQ(nb.worker().shared.bt_connection_count(), 2);
-  nb.Patch(R"({"lid": {"open": false}})");
-  nb.RunFor(100);
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 3u);
-  nb.Patch(R"({"lid": {"open": true}})");
-  nb.RunFor(100);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 3 -> 2\n"));
+  nb.patch(R"({"lid": {"open": false}})");
+  nb.run_for(100);
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 3u);
+  nb.patch(R"({"lid": {"open": true}})");
+  nb.run_for(100);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 3 -> 2\n"));
 }
 
 TEST(EventsDevice, DeviceChangeRescansBluetoothAfterTheSettle) {
-  EngineOnNotebook nb(Interface(true, 6));
-  Settle(nb);
+  EngineOnNotebook nb(interface(true, 6));
+  settle(nb);
   EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "not scanned before a change";
-  const int64_t at = nb.Now();
-  nb.Patch(kLeDeviceArrives);
-  nb.RunFor(100);
-  EXPECT_NE(nb.ConsoleText().find("WM_DEVICECHANGE\n"), std::string::npos);
+  const int64_t at = nb.now();
+  nb.patch(kLeDeviceArrives);
+  nb.run_for(100);
+  EXPECT_NE(nb.console_text().find("WM_DEVICECHANGE\n"), std::string::npos);
   EXPECT_EQ(nb.worker().shared.bt_connection_count(), 0) << "still settling";
-  nb.RunFor(3000);
+  nb.run_for(3000);
   EXPECT_EQ(nb.worker().shared.bt_connection_count(), 2);
   EXPECT_FALSE(nb.worker().shared.device_change_pending());
-  EXPECT_EQ(nb.TimeOf("CONFIG changed! 0 -> 2\n"), at + 2000)
+  EXPECT_EQ(nb.time_of("CONFIG changed! 0 -> 2\n"), at + 2000)
       << "the selection waits 2000 ms before it counts";
-  EXPECT_TRUE(nb.worker().ReevaluationRequested());
+  EXPECT_TRUE(nb.worker().reevaluation_requested());
 }
 
 TEST(EventsWlan, ConnectionOnChannel36YieldsThe5GHzSetEvenWithBluetooth) {
-  EngineOnNotebook nb(Interface(true, 6));
-  Settle(nb);
-  nb.Patch(kLeDeviceArrives);
-  nb.RunFor(3000);
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  ASSERT_EQ(nb.worker().activeConfigSet(), 2u);
-  nb.Patch(Interface(true, 36));
-  nb.RunFor(100);
-  EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_connected\n"), std::string::npos);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 2 -> 1\n"));
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 1u);
+  EngineOnNotebook nb(interface(true, 6));
+  settle(nb);
+  nb.patch(kLeDeviceArrives);
+  nb.run_for(3000);
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  ASSERT_EQ(nb.worker().active_config_set(), 2u);
+  nb.patch(interface(true, 36));
+  nb.run_for(100);
+  EXPECT_NE(nb.console_text().find("wlan_notification_msm_connected\n"), std::string::npos);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 2 -> 1\n"));
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 1u);
 }
 
 TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceSet) {
   EngineOnNotebook nb;  // channel 36, one connected headset
-  Settle(nb);
-  nb.Patch(R"({"bluetooth": {"BTHENUM": [{"hardwareId": "BTHENUM\\Dev_001122334455",
+  settle(nb);
+  nb.patch(R"({"bluetooth": {"BTHENUM": [{"hardwareId": "BTHENUM\\Dev_001122334455",
       "description": "Headset", "friendlyName": "Headset", "connected": true},
       {"hardwareId": "BTHENUM\\Dev_00aa00bb00cc", "description": "Speaker",
        "friendlyName": "Speaker", "connected": false}]}})");
-  nb.RunFor(3000);
+  nb.run_for(3000);
   ASSERT_EQ(nb.worker().shared.bt_connection_count(), 1);
-  nb.worker().ConsumeReevaluation();
-  ASSERT_EQ(nb.worker().activeConfigSet(), 1u);
-  nb.Patch(Interface(true, 6));
-  nb.RunFor(100);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 2\n"));
-  ASSERT_TRUE(nb.worker().ConsumeReevaluation());
-  EXPECT_EQ(nb.worker().activeConfigSet(), 2u);
+  nb.worker().consume_reevaluation();
+  ASSERT_EQ(nb.worker().active_config_set(), 1u);
+  nb.patch(interface(true, 6));
+  nb.run_for(100);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 1 -> 2\n"));
+  ASSERT_TRUE(nb.worker().consume_reevaluation());
+  EXPECT_EQ(nb.worker().active_config_set(), 2u);
 }
 
 TEST(EventsWlan, DisconnectionAsksForADecisionWithoutRecomputing) {
   EngineOnNotebook nb;
-  Settle(nb);
+  settle(nb);
   nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
-  const size_t before = nb.LogCount("CONFIG changed!");
-  nb.Patch(Interface(false, 36));
-  nb.RunFor(100);
-  EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_disconnected\n"), std::string::npos);
-  EXPECT_TRUE(nb.worker().ReevaluationRequested());
-  EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
+  const size_t before = nb.log_count("CONFIG changed!");
+  nb.patch(interface(false, 36));
+  nb.run_for(100);
+  EXPECT_NE(nb.console_text().find("wlan_notification_msm_disconnected\n"), std::string::npos);
+  EXPECT_TRUE(nb.worker().reevaluation_requested());
+  EXPECT_EQ(nb.log_count("CONFIG changed!"), before);
+  EXPECT_FALSE(nb.worker().reevaluation.config_change_pending());
 }
 
 TEST(EventsWlan, AdapterRemovalAsksForADecisionOtherSourcesAndCodesAreIgnored) {
   EngineOnNotebook nb;
-  Settle(nb);
+  settle(nb);
   const uint32_t acm = 0x08;
   WlanNotificationCallback(acm, platform::kWlanMsmConnected);
   WlanNotificationCallback(platform::kWlanSourceMsm, 7);
-  EXPECT_FALSE(nb.worker().ReevaluationRequested());
-  EXPECT_EQ(nb.ConsoleText().find("wlan_notification"), std::string::npos);
+  EXPECT_FALSE(nb.worker().reevaluation_requested());
+  EXPECT_EQ(nb.console_text().find("wlan_notification"), std::string::npos);
   WlanNotificationCallback(platform::kWlanSourceMsm, platform::kWlanMsmAdapterRemoval);
-  EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_adapter_removal\n"), std::string::npos);
-  EXPECT_TRUE(nb.worker().ReevaluationRequested());
+  EXPECT_NE(nb.console_text().find("wlan_notification_msm_adapter_removal\n"), std::string::npos);
+  EXPECT_TRUE(nb.worker().reevaluation_requested());
 }
 
 TEST(EventsWlan, NotificationsBeforeAnyWorkerIsRememberedAreIgnored) {
   // Without lid notifications the window delivers nothing that would remember the worker.
   EngineOnNotebook nb(R"({"lid": {"notifications": false}})");
   ASSERT_EQ(nb.Init(), 0);
-  ASSERT_EQ(RememberedWorker(), nullptr);
-  nb.Patch(Interface(false, 36));
-  nb.RunFor(100);
-  nb.Patch(Interface(true, 36));
-  nb.RunFor(100);
-  EXPECT_EQ(nb.ConsoleText().find("wlan_notification"), std::string::npos);
-  EXPECT_FALSE(nb.worker().ReevaluationRequested());
+  ASSERT_EQ(remembered_worker(), nullptr);
+  nb.patch(interface(false, 36));
+  nb.run_for(100);
+  nb.patch(interface(true, 36));
+  nb.run_for(100);
+  EXPECT_EQ(nb.console_text().find("wlan_notification"), std::string::npos);
+  EXPECT_FALSE(nb.worker().reevaluation_requested());
 
   // Once a request has remembered it, the same notifications act.
   RequestReevaluation(&nb.worker(), false, Trigger::kDevice);
-  EXPECT_EQ(RememberedWorker(), &nb.worker());
-  nb.worker().ConsumeReevaluation();
-  nb.Patch(Interface(false, 36));
-  nb.RunFor(100);
-  EXPECT_NE(nb.ConsoleText().find("wlan_notification_msm_disconnected\n"), std::string::npos);
-  EXPECT_TRUE(nb.worker().ReevaluationRequested());
+  EXPECT_EQ(remembered_worker(), &nb.worker());
+  nb.worker().consume_reevaluation();
+  nb.patch(interface(false, 36));
+  nb.run_for(100);
+  EXPECT_NE(nb.console_text().find("wlan_notification_msm_disconnected\n"), std::string::npos);
+  EXPECT_TRUE(nb.worker().reevaluation_requested());
 }
 
 TEST(EventsPower, UnchangedValueDoesNothing) {
   EngineOnNotebook nb;
-  Settle(nb);
+  settle(nb);
   // The registration delivered the current value (0), equal to the stored one.
-  EXPECT_NE(nb.ConsoleText().find("GUID_ACDC_POWER_SOURCE\n"), std::string::npos);
-  EXPECT_FALSE(nb.LogContains("Power state changed!"));
-  ForgetRememberedWorker();
+  EXPECT_NE(nb.console_text().find("GUID_ACDC_POWER_SOURCE\n"), std::string::npos);
+  EXPECT_FALSE(nb.log_contains("Power state changed!"));
+  forget_remembered_worker();
 
   EventWindowProc proc(&nb.worker());
   platform::WindowMessage m;
@@ -209,41 +209,41 @@ TEST(EventsPower, UnchangedValueDoesNothing) {
   m.setting = platform::PowerSetting::kAcDcPowerSource;
   m.value = 0;
   EXPECT_TRUE(proc.on_message(m));
-  EXPECT_FALSE(nb.LogContains("Power state changed!"));
-  EXPECT_FALSE(nb.worker().ReevaluationRequested());
-  EXPECT_EQ(RememberedWorker(), nullptr) << "an unchanged value remembers nothing";
+  EXPECT_FALSE(nb.log_contains("Power state changed!"));
+  EXPECT_FALSE(nb.worker().reevaluation_requested());
+  EXPECT_EQ(remembered_worker(), nullptr) << "an unchanged value remembers nothing";
 }
 
 TEST(EventsPower, ChangedValueAsksForADecisionWithoutRecomputingTheSet) {
   EngineOnNotebook nb(R"({"lid": {"notifications": true}})");
-  Settle(nb);
-  ForgetRememberedWorker();
+  settle(nb);
+  forget_remembered_worker();
   nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
-  const size_t before = nb.LogCount("CONFIG changed!");
-  nb.Patch(R"({"power": {"source": 1}})");
-  nb.RunFor(100);
-  EXPECT_TRUE(nb.LogContains("Power state changed! (0 -> 1)\n"));
+  const size_t before = nb.log_count("CONFIG changed!");
+  nb.patch(R"({"power": {"source": 1}})");
+  nb.run_for(100);
+  EXPECT_TRUE(nb.log_contains("Power state changed! (0 -> 1)\n"));
   EXPECT_EQ(nb.worker().shared.power_source(), 1u);
-  EXPECT_TRUE(nb.worker().ReevaluationRequested());
-  EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
-  EXPECT_EQ(RememberedWorker(), &nb.worker()) << "the first power change remembers the worker";
+  EXPECT_TRUE(nb.worker().reevaluation_requested());
+  EXPECT_EQ(nb.log_count("CONFIG changed!"), before);
+  EXPECT_FALSE(nb.worker().reevaluation.config_change_pending());
+  EXPECT_EQ(remembered_worker(), &nb.worker()) << "the first power change remembers the worker";
 }
 
 TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) {
   EngineOnNotebook nb;
-  Settle(nb);
-  const size_t before = nb.LogCount("CONFIG changed!");
+  settle(nb);
+  const size_t before = nb.log_count("CONFIG changed!");
   RequestReevaluation(&nb.worker(), true, Trigger::kDevice);  // still set 1
-  EXPECT_EQ(nb.LogCount("CONFIG changed!"), before);
-  EXPECT_FALSE(nb.worker().reevaluation.configChangePending());
-  EXPECT_TRUE(nb.worker().ConsumeReevaluation());
+  EXPECT_EQ(nb.log_count("CONFIG changed!"), before);
+  EXPECT_FALSE(nb.worker().reevaluation.config_change_pending());
+  EXPECT_TRUE(nb.worker().consume_reevaluation());
 
   nb.worker().shared.set_lid_open(false);
   RequestReevaluation(&nb.worker(), true, Trigger::kDevice);
-  EXPECT_TRUE(nb.LogContains("CONFIG changed! 1 -> 3\n"));
-  EXPECT_TRUE(nb.worker().reevaluation.configChangePending());
-  EXPECT_EQ(nb.worker().reevaluation.pendingConfigSet(), 3u);
+  EXPECT_TRUE(nb.log_contains("CONFIG changed! 1 -> 3\n"));
+  EXPECT_TRUE(nb.worker().reevaluation.config_change_pending());
+  EXPECT_EQ(nb.worker().reevaluation.pending_config_set(), 3u);
   RequestReevaluation(nullptr, true, Trigger::kDevice);  // nothing happens for an empty worker
 }
 
@@ -252,8 +252,8 @@ TEST(EventsRequest, RecomputeMakesADifferentSetPendingAndLeavesAnEqualOneAlone) 
 class ScriptedWindow final : public platform::EventWindow {
  public:
   struct Script {
-    bool lidOk = true;
-    bool powerOk = true;
+    bool lid_ok = true;
+    bool power_ok = true;
     std::vector<platform::PowerSetting> registered;
     bool looped = false;
     bool unregistered = false;
@@ -262,7 +262,7 @@ class ScriptedWindow final : public platform::EventWindow {
   ScriptedWindow(Script& s, platform::WindowHandler& h) : s_(s), h_(h) {}
   bool register_power_setting(platform::PowerSetting setting) override {
     s_.registered.push_back(setting);
-    return setting == platform::PowerSetting::kLidSwitch ? s_.lidOk : s_.powerOk;
+    return setting == platform::PowerSetting::kLidSwitch ? s_.lid_ok : s_.power_ok;
   }
   void run_message_loop() override {
     s_.looped = true;
@@ -277,20 +277,20 @@ class ScriptedWindow final : public platform::EventWindow {
 
 class ScriptedEvents final : public platform::SystemEvents {
  public:
-  std::unique_ptr<platform::EventWindow> create_window(const std::string& class_name,
+  std::unique_ptr<platform::EventWindow> create_window(const std::string& window_class,
                                                        const std::string& title,
                                                        platform::WindowHandler& handler) override {
-    className = class_name;
-    windowTitle = title;
-    if (!createOk) return nullptr;
+    class_name = window_class;
+    window_title = title;
+    if (!create_ok) return nullptr;
     platform::WindowMessage create;
     create.kind = platform::WindowMessage::kCreate;
     handler.on_message(create);
     return std::make_unique<ScriptedWindow>(script, handler);
   }
-  bool createOk = true;
-  std::string className;
-  std::string windowTitle;
+  bool create_ok = true;
+  std::string class_name;
+  std::string window_title;
   ScriptedWindow::Script script;
 };
 
@@ -300,11 +300,11 @@ TEST(EventsWindow, ClassAndTitleRegistrationsLoopAndUnregistering) {
   platform::WindowMessage destroy;
   destroy.kind = platform::WindowMessage::kDestroy;
   events.script.messages = {destroy};
-  nb.UseSystemEvents(&events);
+  nb.use_system_events(&events);
   ASSERT_EQ(nb.Init(), 0);
-  EXPECT_EQ(EventWindowThreadsRunning(), 0);
-  EXPECT_EQ(events.className, "svc peek");
-  EXPECT_EQ(events.windowTitle, "peephole");
+  EXPECT_EQ(event_window_threads_running(), 0);
+  EXPECT_EQ(events.class_name, "svc peek");
+  EXPECT_EQ(events.window_title, "peephole");
   EXPECT_EQ(events.script.registered,
             (std::vector<platform::PowerSetting>{platform::PowerSetting::kLidSwitch,
                                                  platform::PowerSetting::kAcDcPowerSource}));
@@ -316,22 +316,22 @@ TEST(EventsWindow, ClassAndTitleRegistrationsLoopAndUnregistering) {
 TEST(EventsWindow, CreationFailureEndsTheThread) {
   EngineOnNotebook nb;
   ScriptedEvents events;
-  events.createOk = false;
-  nb.UseSystemEvents(&events);
+  events.create_ok = false;
+  nb.use_system_events(&events);
   ASSERT_EQ(nb.Init(), 0);
-  EXPECT_EQ(EventWindowThreadsRunning(), 0);
-  EXPECT_TRUE(nb.LogContains("Lid status peephole init failed!\n"));
+  EXPECT_EQ(event_window_threads_running(), 0);
+  EXPECT_TRUE(nb.log_contains("Lid status peephole init failed!\n"));
   EXPECT_TRUE(events.script.registered.empty());
 }
 
 TEST(EventsWindow, LidRegistrationFailureEndsTheThread) {
   EngineOnNotebook nb;
   ScriptedEvents events;
-  events.script.lidOk = false;
-  nb.UseSystemEvents(&events);
+  events.script.lid_ok = false;
+  nb.use_system_events(&events);
   ASSERT_EQ(nb.Init(), 0);
-  EXPECT_TRUE(
-      nb.LogContains("RegisterPowerSettingNotification for GUID_LIDSWITCH_STATE_CHANGE failed!\n"));
+  EXPECT_TRUE(nb.log_contains(
+      "RegisterPowerSettingNotification for GUID_LIDSWITCH_STATE_CHANGE failed!\n"));
   EXPECT_FALSE(nb.worker().shared.lid_notification_registered());
   EXPECT_EQ(events.script.registered.size(), 1u) << "the power source is not registered";
   EXPECT_FALSE(events.script.looped);
@@ -340,11 +340,11 @@ TEST(EventsWindow, LidRegistrationFailureEndsTheThread) {
 TEST(EventsWindow, PowerRegistrationFailureIsLoggedAndTheLoopRuns) {
   EngineOnNotebook nb;
   ScriptedEvents events;
-  events.script.powerOk = false;
-  nb.UseSystemEvents(&events);
+  events.script.power_ok = false;
+  nb.use_system_events(&events);
   ASSERT_EQ(nb.Init(), 0);
   EXPECT_TRUE(
-      nb.LogContains("RegisterPowerSettingNotification for GUID_ACDC_POWER_SOURCE failed!\n"));
+      nb.log_contains("RegisterPowerSettingNotification for GUID_ACDC_POWER_SOURCE failed!\n"));
   EXPECT_TRUE(nb.worker().shared.lid_notification_registered());
   EXPECT_TRUE(events.script.looped);
   EXPECT_TRUE(events.script.unregistered);
@@ -352,7 +352,7 @@ TEST(EventsWindow, PowerRegistrationFailureIsLoggedAndTheLoopRuns) {
 
 TEST(EventsWindow, ProcedureHandlesItsMessagesAndLeavesOthersToTheDefault) {
   EngineOnNotebook nb;
-  Settle(nb);
+  settle(nb);
   EventWindowProc proc(&nb.worker());
   platform::WindowMessage m;
   m.kind = platform::WindowMessage::kDeviceChange;
@@ -365,7 +365,7 @@ TEST(EventsWindow, ProcedureHandlesItsMessagesAndLeavesOthersToTheDefault) {
   EXPECT_FALSE(proc.on_message(m));
   m.kind = platform::WindowMessage::kPowerBroadcastOther;
   EXPECT_TRUE(proc.on_message(m));
-  EXPECT_FALSE(nb.worker().ReevaluationRequested());
+  EXPECT_FALSE(nb.worker().reevaluation_requested());
   m.kind = platform::WindowMessage::kDestroy;
   EXPECT_TRUE(proc.on_message(m));
 }

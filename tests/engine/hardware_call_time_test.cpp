@@ -45,18 +45,18 @@ class Watchdog {
 TEST(HardwareCallTime, EveryRateRetryCostsTheNotebookTimeSoTheClockRunsOn) {
   Watchdog watchdog(60);
   HarnessOptions o;
-  o.scriptedCounters = true;
-  o.hardwareCallMs = platform::sim::kHardwareCallMs;
-  o.scenarioPatch = R"({"radio": {"rateMbps": [0, 0, 0, 0]}})";
+  o.scripted_counters = true;
+  o.hardware_call_ms = platform::sim::kHardwareCallMs;
+  o.scenario_patch = R"({"radio": {"rateMbps": [0, 0, 0, 0]}})";
   AutoHarness h(std::move(o));
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
 
   // The loop retries mode 1 without end; the test's own sleep still ends.
   const int64_t t0 = h.clock().now_ms();
-  h.RunFor(20000);
+  h.run_for(20000);
   EXPECT_GE(h.clock().now_ms() - t0, 20000);
-  const std::string text = h.Text() + h.Pending();
+  const std::string text = h.text() + h.pending();
   EXPECT_NE(text.find("(--/Retry), "), std::string::npos);
 
   // Each retry reads the antenna count and collects the counters, and every one of those
@@ -67,20 +67,20 @@ TEST(HardwareCallTime, EveryRateRetryCostsTheNotebookTimeSoTheClockRunsOn) {
 
   // A fixed mode chosen meanwhile is carried out and ends the retries.
   EXPECT_EQ(h.worker().SetUserMode(2), 0u);
-  h.RunFor(3000);
+  h.run_for(3000);
   EXPECT_EQ(h.notebook().mode(), 2);
 }
 
 TEST(HardwareCallTime, AMeasurementTakesItsWaitsAndTheTimeOfItsHardwareCalls) {
   HarnessOptions o;
   o.keys = {{"RSSICollectCount", "3"}};
-  o.hardwareCallMs = platform::sim::kHardwareCallMs;
+  o.hardware_call_ms = platform::sim::kHardwareCallMs;
   AutoHarness h(std::move(o));
   ASSERT_EQ(h.Init(), 0);
   AutoSwitchingWorkerArg arg;
   arg.worker = &h.worker();
-  auto buffers = SampleBuffers::Create(h.worker().settings().MaxRSSICollectCount);
-  buffers->Reset();
+  auto buffers = SampleBuffers::create(h.worker().settings().MaxRSSICollectCount);
+  buffers->reset();
   uint32_t count = 0;
   const int64_t t0 = h.clock().now_ms();
   MeasureMode(h.worker(), arg, *buffers, 0, count);

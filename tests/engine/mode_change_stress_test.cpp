@@ -44,7 +44,7 @@ constexpr int64_t kStressMs = 3000 * kSpeed;
 constexpr int kClients = 4;
 
 // How many entries a directory of /proc/self has now: -1 where the system does not tell.
-int ProcSelfEntries([[maybe_unused]] const char* name) {
+int proc_self_entries([[maybe_unused]] const char* name) {
 #if defined(__linux__)
   int n = 0;
   std::error_code ec;
@@ -58,11 +58,11 @@ int ProcSelfEntries([[maybe_unused]] const char* name) {
 #endif
 }
 // Threads and open descriptors of this process now.
-int TaskCount() {
-  return ProcSelfEntries("task");
+int task_count() {
+  return proc_self_entries("task");
 }
-int DescriptorCount() {
-  return ProcSelfEntries("fd");
+int descriptor_count() {
+  return proc_self_entries("fd");
 }
 
 // What a client calls to choose a mode: the status the worker returned, or kTransportFailed
@@ -89,7 +89,7 @@ class ControlServer {
   ControlServer& operator=(const ControlServer&) = delete;
 
   // A connection of its own with one context; null when none could be had.
-  ModeCall Client() {
+  ModeCall client() {
     for (int attempt = 0; attempt < 500; ++attempt) {
       uint32_t error = 0;
       std::shared_ptr<platform::ControlClient> client =
@@ -119,7 +119,7 @@ class ControlServer {
 #endif
 
 // The notebook's events in turn: lid, power source, Bluetooth, band, connection, radio.
-std::vector<nlohmann::json> EventPatches() {
+std::vector<nlohmann::json> event_patches() {
   auto wlan = [](bool connected, int channel) {
     return nlohmann::json{{"wlan",
                            {{"interfaces",
@@ -157,24 +157,24 @@ std::vector<nlohmann::json> EventPatches() {
 
 TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
   HarnessOptions o;
-  o.scenarioPatch = R"({"clock":{"mode":"scaled","speed":100}})";
-  o.keepLog = false;
-  o.scriptedDevice = true;
-  o.startNotebook = true;
+  o.scenario_patch = R"({"clock":{"mode":"scaled","speed":100}})";
+  o.keep_log = false;
+  o.scripted_device = true;
+  o.start_notebook = true;
   o.keys = {{"BaseSleepIntervalBetweenEval", "3000"}, {"WifiStatMonitorInterval", "2000"}};
   AutoHarness h(o);
   ASSERT_EQ(h.Init(), 0);
   service::WorkerControlTarget target(h.worker());
-  h.RunFor(2000);  // the notebook's timeline thread ends at once on an empty timeline
+  h.run_for(2000);  // the notebook's timeline thread ends at once on an empty timeline
   ASSERT_EQ(target.SetUserMode(0), 0u);
 
-  const int tasksBefore = TaskCount();
-  const int descriptorsBefore = DescriptorCount();
+  const int tasks_before = task_count();
+  const int descriptors_before = descriptor_count();
   std::vector<ModeCall> calls_of(kClients);
 #if !defined(_WIN32)
   auto server = std::make_unique<ControlServer>(h.worker(), target);
   for (auto& call : calls_of) {
-    call = server->Client();
+    call = server->client();
     ASSERT_TRUE(call) << "a client connects to the control interface";
   }
 #else
@@ -184,26 +184,26 @@ TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
   std::atomic<bool> stop{false};
   std::atomic<int> calls{0};
   std::atomic<int> failed{0};
-  std::atomic<int> verifyFailed{0};
-  std::atomic<size_t> mostHeld{0};
-  auto client = [&](unsigned seed, const ModeCall& setMode) {
+  std::atomic<int> verify_failures{0};
+  std::atomic<size_t> most_held{0};
+  auto client = [&](unsigned seed, const ModeCall& set_mode) {
     std::mt19937 random(seed);
     while (!stop.load()) {
       const auto mode = static_cast<int32_t>(random() % 5);  // Auto or one of the four modes
-      const Status s = setMode(mode);
+      const Status s = set_mode(mode);
       ++calls;
       if (s != 0) ++failed;
-      if (s == SWITCH_ERR_VERIFY) ++verifyFailed;
+      if (s == SWITCH_ERR_VERIFY) ++verify_failures;
       int32_t current = 0;
       target.GetCurrentMode(current);
-      const size_t held = WorkerTestAccess::ThreadsStarted(h.worker());
-      size_t most = mostHeld.load();
-      while (held > most && !mostHeld.compare_exchange_weak(most, held)) {
+      const size_t held = WorkerTestAccess::threads_started(h.worker());
+      size_t most = most_held.load();
+      while (held > most && !most_held.compare_exchange_weak(most, held)) {
       }
     }
   };
   auto events = [&] {
-    const auto patches = EventPatches();
+    const auto patches = event_patches();
     for (size_t i = 0; !stop.load(); ++i) {
       std::string error;
       EXPECT_TRUE(h.notebook().apply_patch(patches[i % patches.size()], error)) << error;
@@ -216,40 +216,40 @@ TEST(ModeChangeStress, ClientsEventsAndTheLoopEndOnTheLastFixedMode) {
     threads.emplace_back(client, 1000u + static_cast<unsigned>(c), std::cref(calls_of[c]));
   }
   threads.emplace_back(events);
-  h.RunFor(kStressMs);
+  h.run_for(kStressMs);
   stop = true;
   for (auto& t : threads) t.join();
 
   // Every client has stopped: one last fixed mode, other than the user's mode now, asked
   // for the same way; then the clients and the control interface go.
-  const int32_t last = h.worker().userMode() == 2 ? 3 : 2;
+  const int32_t last = h.worker().user_mode() == 2 ? 3 : 2;
   ASSERT_EQ(calls_of[0](last), 0u);
   calls_of.clear();
 #if !defined(_WIN32)
   server.reset();
 #endif
-  ASSERT_TRUE(h.RunUntil([&] { return !h.worker().autoThreadRunning(); }, 10 * 1000 * kSpeed));
-  h.RunFor(5000);  // what a stopped loop could still do, it has had the time for
+  ASSERT_TRUE(h.run_until([&] { return !h.worker().auto_thread_running(); }, 10 * 1000 * kSpeed));
+  h.run_for(5000);  // what a stopped loop could still do, it has had the time for
 
   std::printf("stress: %d calls, %d writes, at most %zu threads held\n", calls.load(),
-              h.device().writes.load(), mostHeld.load());
+              h.device().writes.load(), most_held.load());
   EXPECT_GT(calls.load(), 100) << "the clients ran";
-  EXPECT_EQ(failed.load(), 0) << verifyFailed.load() << " of them with 7";
-  EXPECT_EQ(h.device().verifyMismatches.load(), 0) << "no write was overtaken before its check";
-  EXPECT_EQ(h.worker().userMode(), static_cast<uint32_t>(last));
+  EXPECT_EQ(failed.load(), 0) << verify_failures.load() << " of them with 7";
+  EXPECT_EQ(h.device().verify_mismatches.load(), 0) << "no write was overtaken before its check";
+  EXPECT_EQ(h.worker().user_mode(), static_cast<uint32_t>(last));
   EXPECT_EQ(h.notebook().mode(), last);
   int32_t current = 0;
   EXPECT_EQ(target.GetCurrentMode(current), 0u);
   EXPECT_EQ(current, last);
-  EXPECT_LE(mostHeld.load(), 16u) << "ended threads are joined as periods come and go";
+  EXPECT_LE(most_held.load(), 16u) << "ended threads are joined as periods come and go";
 
-  h.worker().StopAndJoinAutoThreads();
-  EXPECT_EQ(WorkerTestAccess::ThreadsStarted(h.worker()), 0u);
-  if (tasksBefore >= 0) {
-    EXPECT_LE(TaskCount(), tasksBefore) << "no thread of the stress is left";
+  h.worker().stop_and_join_auto_threads();
+  EXPECT_EQ(WorkerTestAccess::threads_started(h.worker()), 0u);
+  if (tasks_before >= 0) {
+    EXPECT_LE(task_count(), tasks_before) << "no thread of the stress is left";
   }
-  if (descriptorsBefore >= 0) {
-    EXPECT_LE(DescriptorCount(), descriptorsBefore) << "no descriptor of the stress is left";
+  if (descriptors_before >= 0) {
+    EXPECT_LE(descriptor_count(), descriptors_before) << "no descriptor of the stress is left";
   }
 }
 

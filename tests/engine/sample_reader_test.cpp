@@ -8,14 +8,14 @@
 namespace zaltor::engine {
 namespace {
 
-using testing::Antennas;
+using testing::antennas;
 using testing::EngineOnNotebook;
 
 TEST(SampleReader, ReturnsTheAntennasReadingsAndTheirMean) {
-  EngineOnNotebook nb(Antennas(-50, -61));
+  EngineOnNotebook nb(antennas(-50, -61));
   ASSERT_EQ(nb.Init(), 0);
   SampleReader reader(nb.worker());
-  ASSERT_EQ(reader.Antennas(), 2);
+  ASSERT_EQ(reader.antennas(), 2);
   const RssiSample s = reader.ReadRssi(2);
   ASSERT_TRUE(s.read);
   EXPECT_EQ(s.antennas, 2);
@@ -27,7 +27,7 @@ TEST(SampleReader, ReturnsTheAntennasReadingsAndTheirMean) {
 }
 
 TEST(SampleReader, ASilentAntennaIsCountedButLeftOutOfTheMean) {
-  EngineOnNotebook nb(Antennas(-95, -61));
+  EngineOnNotebook nb(antennas(-95, -61));
   ASSERT_EQ(nb.Init(), 0);
   const RssiSample s = SampleReader(nb.worker()).ReadRssi(2);
   ASSERT_TRUE(s.read);
@@ -37,9 +37,9 @@ TEST(SampleReader, ASilentAntennaIsCountedButLeftOutOfTheMean) {
 }
 
 TEST(SampleReader, ReturnsTheLinkRate) {
-  EngineOnNotebook nb(testing::AllRates(433.3));
+  EngineOnNotebook nb(testing::all_rates(433.3));
   ASSERT_EQ(nb.Init(), 0);
-  const RateSample r = SampleReader(nb.worker()).ReadRate();
+  const RateSample r = SampleReader(nb.worker()).read_rate();
   ASSERT_TRUE(r.read);
   EXPECT_DOUBLE_EQ(r.mbps, 433.3);
 }
@@ -47,7 +47,7 @@ TEST(SampleReader, ReturnsTheLinkRate) {
 TEST(SampleReader, NothingIsReadBeforeInit) {
   EngineOnNotebook nb;
   EXPECT_FALSE(SampleReader(nb.worker()).ReadRssi(2).read);
-  EXPECT_FALSE(SampleReader(nb.worker()).ReadRate().read);
+  EXPECT_FALSE(SampleReader(nb.worker()).read_rate().read);
 }
 
 }  // namespace

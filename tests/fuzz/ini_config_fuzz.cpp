@@ -37,7 +37,7 @@ char g_dir[] = "/tmp/zaltor-ini-fuzz-XXXXXX";
 char g_file[sizeof g_dir + 16] = {};
 
 const std::string& program_dir() {
-  static const std::string dir = [] {
+  static const std::string kDir = [] {
     if (::mkdtemp(g_dir) == nullptr) std::abort();
     std::snprintf(g_file, sizeof g_file, "%s/Conf.ini", g_dir);
     std::atexit([] {
@@ -46,7 +46,7 @@ const std::string& program_dir() {
     });
     return std::string(g_dir);
   }();
-  return dir;
+  return kDir;
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 namespace zaltor::lab::testing {
 namespace {
 
-std::string BinDir() {
+std::string bin_dir() {
   const char* dir = std::getenv("ZALTOR_TEST_BIN_DIR");
   if (dir != nullptr && *dir != '\0') return dir;
   std::error_code ec;
@@ -38,14 +38,14 @@ class LabCli : public ::testing::Test {
     std::error_code ec;
     std::filesystem::remove_all(dir_, ec);
   }
-  std::string Write(const std::string& name, const std::string& text) {
+  std::string write(const std::string& name, const std::string& text) {
     const auto p = dir_ / name;
     std::ofstream(p) << text;
     return p.string();
   }
-  ToolRun Lab(const std::string& args) {
+  ToolRun lab(const std::string& args) {
     const std::string err = (dir_ / "stderr.txt").string();
-    const std::string cmd = "'" + BinDir() + "/antennactl' lab " + args + " 2>'" + err + "'";
+    const std::string cmd = "'" + bin_dir() + "/antennactl' lab " + args + " 2>'" + err + "'";
     ToolRun r;
     std::FILE* p = ::popen(cmd.c_str(), "r");
     if (p == nullptr) return r;
@@ -65,12 +65,12 @@ const char* const kRadio = R"({"rssi": [{"Main": -60, "Div": -52}, {"Main": -62,
   "noise": 0, "seed": 1, "rateMbps": [866.7, 866.7, 866.7, 866.7], "throughputBps": 1})";
 
 TEST_F(LabCli, RunsEveryScenarioWithEveryConfigurationAndPrintsJson) {
-  const std::string s1 = Write("one.json", Scenario(300, kRadio));
-  const std::string s2 = Write("two.json", Scenario(200, kRadio));
-  const std::string c1 = Write("plain.ini", Config(0.0));
-  const std::string c2 = Write("weighted.ini", Config(5.0));
+  const std::string s1 = write("one.json", scenario_text(300, kRadio));
+  const std::string s2 = write("two.json", scenario_text(200, kRadio));
+  const std::string c1 = write("plain.ini", config_text(0.0));
+  const std::string c2 = write("weighted.ini", config_text(5.0));
   const ToolRun r =
-      Lab("run --model AB12XY --config " + c1 + " --config " + c2 + " --json " + s1 + " " + s2);
+      lab("run --model AB12XY --config " + c1 + " --config " + c2 + " --json " + s1 + " " + s2);
   ASSERT_EQ(r.exit_code, 0) << r.err;
   const auto j = nlohmann::json::parse(r.out);
   ASSERT_EQ(j["runs"].size(), 4u);
@@ -89,21 +89,21 @@ TEST_F(LabCli, RunsEveryScenarioWithEveryConfigurationAndPrintsJson) {
   // The weight costs RSSI: the weighted configuration loses more.
   EXPECT_GT(j["runs"][1]["rssiLossDb"].get<double>(), j["runs"][0]["rssiLossDb"].get<double>());
 
-  const ToolRun table = Lab("run --model AB12XY --config " + c1 + " " + s1);
+  const ToolRun table = lab("run --model AB12XY --config " + c1 + " " + s1);
   ASSERT_EQ(table.exit_code, 0) << table.err;
   EXPECT_NE(table.out.find("rateShare"), std::string::npos);
   EXPECT_NE(table.out.find("one.json"), std::string::npos);
 }
 
 TEST_F(LabCli, AnEncryptedConfigurationScoresAsItsPlainText) {
-  const std::string s = Write("s.json", Scenario(600, kRadio));
-  const std::string plain = Write("w.ini", Config(5.0));
+  const std::string s = write("s.json", scenario_text(600, kRadio));
+  const std::string plain = write("w.ini", config_text(5.0));
   const std::string cipher = (dir_ / "w.bin").string();
   const std::string encrypt =
-      "'" + BinDir() + "/antennactl' config encrypt " + plain + " " + cipher;
+      "'" + bin_dir() + "/antennactl' config encrypt " + plain + " " + cipher;
   ASSERT_EQ(std::system(encrypt.c_str()), 0);
-  const ToolRun a = Lab("run --model AB12XY --config " + plain + " --json " + s);
-  const ToolRun b = Lab("run --model AB12XY --config " + cipher + " --json " + s);
+  const ToolRun a = lab("run --model AB12XY --config " + plain + " --json " + s);
+  const ToolRun b = lab("run --model AB12XY --config " + cipher + " --json " + s);
   ASSERT_EQ(a.exit_code, 0) << a.err;
   ASSERT_EQ(b.exit_code, 0) << b.err;
   auto ja = nlohmann::json::parse(a.out)["runs"][0];
@@ -116,26 +116,26 @@ TEST_F(LabCli, AnEncryptedConfigurationScoresAsItsPlainText) {
 }
 
 TEST_F(LabCli, RefusesAMalformedScenarioOrConfigurationNamingIt) {
-  const std::string good = Write("good.json", Scenario(60, kRadio));
-  const std::string bad = Write("bad.json", Scenario(60, R"({"rssi": "loud"})"));
-  const std::string conf = Write("c.ini", Config());
-  ToolRun r = Lab("run --model AB12XY --config " + conf + " " + good + " " + bad);
+  const std::string good = write("good.json", scenario_text(60, kRadio));
+  const std::string bad = write("bad.json", scenario_text(60, R"({"rssi": "loud"})"));
+  const std::string conf = write("c.ini", config_text());
+  ToolRun r = lab("run --model AB12XY --config " + conf + " " + good + " " + bad);
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_NE(r.err.find("bad.json"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("radio.rssi"), std::string::npos) << r.err;
 
-  const std::string badConf = Write("bad.ini", "[Version]\nTargetVersionMajor=9\n");
-  r = Lab("run --model AB12XY --config " + badConf + " " + good);
+  const std::string bad_conf = write("bad.ini", "[Version]\nTargetVersionMajor=9\n");
+  r = lab("run --model AB12XY --config " + bad_conf + " " + good);
   EXPECT_EQ(r.exit_code, 1);
-  EXPECT_NE(r.err.find("configuration " + badConf), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("configuration " + bad_conf), std::string::npos) << r.err;
 }
 
 TEST_F(LabCli, UsageErrorsExitWithTwo) {
-  EXPECT_EQ(Lab("").exit_code, 2);
-  EXPECT_EQ(Lab("run --config x.ini s.json").exit_code, 2);          // no model
-  EXPECT_EQ(Lab("run --model AB12XY s.json").exit_code, 2);          // no configuration
-  EXPECT_EQ(Lab("run --model AB12XY --config x.ini").exit_code, 2);  // no scenario
-  EXPECT_EQ(Lab("walk").exit_code, 2);
+  EXPECT_EQ(lab("").exit_code, 2);
+  EXPECT_EQ(lab("run --config x.ini s.json").exit_code, 2);          // no model
+  EXPECT_EQ(lab("run --model AB12XY s.json").exit_code, 2);          // no configuration
+  EXPECT_EQ(lab("run --model AB12XY --config x.ini").exit_code, 2);  // no scenario
+  EXPECT_EQ(lab("walk").exit_code, 2);
 }
 
 }  // namespace

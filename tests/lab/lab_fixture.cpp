@@ -4,8 +4,8 @@
 
 namespace zaltor::lab::testing {
 
-std::string Scenario(int stopAfterS, const std::string& radio, const std::string& extra) {
-  std::string s = "{\"stopAfter\": " + std::to_string(stopAfterS) + R"(,
+std::string scenario_text(int stop_after_s, const std::string& radio, const std::string& extra) {
+  std::string s = "{\"stopAfter\": " + std::to_string(stop_after_s) + R"(,
     "board": {"products": ["AB12XY"]},
     "firmware": {"switchCount": 2, "lines": 51},
     "wlan": {"interfaces": [{"description": "Wireless AX (R2) 160MHz",
@@ -17,7 +17,7 @@ std::string Scenario(int stopAfterS, const std::string& radio, const std::string
   return s + "}";
 }
 
-std::string Config(double weight2) {
+std::string config_text(double weight2) {
   char w[32];
   std::snprintf(w, sizeof w, "%.2f", weight2);
   return std::string(R"ini([Version]
@@ -71,9 +71,9 @@ Sw_Aux_Off_Y=0
 )ini";
 }
 
-RunResult RunLab(const std::string& scenario, const std::string& config) {
-  return RunOneText(scenario, "test.json", std::vector<uint8_t>(config.begin(), config.end()),
-                    "test.ini", "AB12XY");
+RunResult run_lab(const std::string& scenario, const std::string& config) {
+  return run_one_text(scenario, "test.json", std::vector<uint8_t>(config.begin(), config.end()),
+                      "test.ini", "AB12XY");
 }
 
 }  // namespace zaltor::lab::testing

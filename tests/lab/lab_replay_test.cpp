@@ -10,7 +10,7 @@
 namespace zaltor::lab::testing {
 namespace {
 
-std::vector<int> Decisions(const Trace& t) {
+std::vector<int> decisions(const Trace& t) {
   std::vector<int> d;
   for (const auto& p : t.passes) {
     if (p.end_ms >= 0) d.push_back(p.chosen);
@@ -45,16 +45,16 @@ TEST(LabReplay, ReplayingTheLogOfARunReproducesItsDecisions) {
     timeline.push_back({{"at", 71.093 * k + 40}, {"patch", {{"radio", {{"rssi", rssi}}}}}});
   }
   const std::string scenario =
-      Scenario(3600, R"({"rssi": [{"Main": -56, "Div": -60}, {"Main": -64, "Div": -58}],
+      scenario_text(3600, R"({"rssi": [{"Main": -56, "Div": -60}, {"Main": -64, "Div": -58}],
       "noise": 0, "seed": 5, "rateMbps": [866.7, 866.7, 866.7, 866.7], "throughputBps": 1})",
-               "\"timeline\": " + timeline.dump());
-  const std::string config = Config();
+                    "\"timeline\": " + timeline.dump());
+  const std::string config = config_text();
   const RunResult original =
-      RunOneText(scenario, "field.json", std::vector<uint8_t>(config.begin(), config.end()),
-                 "c.ini", "AB12XY", true, true);
+      run_one_text(scenario, "field.json", std::vector<uint8_t>(config.begin(), config.end()),
+                   "c.ini", "AB12XY", true, true);
   ASSERT_TRUE(original.ok) << original.error;
   ASSERT_NE(original.log_text.find("Avg RSSI: "), std::string::npos);
-  const std::vector<int> want = Decisions(original.trace);
+  const std::vector<int> want = decisions(original.trace);
   // Every change fell into a sleep, none into a pass.
   for (const auto& p : original.trace.passes) {
     for (const auto& e : timeline) {
@@ -69,13 +69,13 @@ TEST(LabReplay, ReplayingTheLogOfARunReproducesItsDecisions) {
 
   nlohmann::json replay;
   std::string error;
-  ASSERT_TRUE(ScenarioFromLog(original.log_text, replay, error)) << error;
+  ASSERT_TRUE(scenario_from_log(original.log_text, replay, error)) << error;
   ASSERT_TRUE(replay.contains("stopAfter"));
   EXPECT_EQ(replay["timeline"].size(), want.size() - 1);
 
-  const RunResult again = RunLab(replay.dump(), config);
+  const RunResult again = run_lab(replay.dump(), config);
   ASSERT_TRUE(again.ok) << again.error;
-  const std::vector<int> got = Decisions(again.trace);
+  const std::vector<int> got = decisions(again.trace);
   ASSERT_GE(got.size(), want.size());
   EXPECT_EQ(std::vector<int>(got.begin(), got.begin() + static_cast<std::ptrdiff_t>(want.size())),
             want);
@@ -84,7 +84,7 @@ TEST(LabReplay, ReplayingTheLogOfARunReproducesItsDecisions) {
 TEST(LabReplay, ALogWithoutMeasurementsIsRefused) {
   nlohmann::json s;
   std::string error;
-  EXPECT_FALSE(ScenarioFromLog("Service start.\nUsing Config Set: 0\n", s, error));
+  EXPECT_FALSE(scenario_from_log("Service start.\nUsing Config Set: 0\n", s, error));
   EXPECT_NE(error.find("Avg RSSI"), std::string::npos) << error;
 }
 

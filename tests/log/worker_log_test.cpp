@@ -102,19 +102,19 @@ TEST_F(WorkerLogTest, ADetachedLogDropsCallsUntilAttachedAndAgainAfterDetach) {
   svc.set_console(true);
   log::WorkerLog detached(file);
   detached.write(4, "before\n");
-  detached.WriteEntry(4, "entry before\n");
+  detached.write_entry(4, "entry before\n");
   EXPECT_TRUE(fp.trace.events().empty());
   EXPECT_EQ(fp.console.text(), "");
   EXPECT_FALSE(fp.files.exists("rflog.txt"));
 
-  detached.Attach(svc.log_context());
+  detached.attach(svc.log_context());
   detached.write(4, "attached\n");
   EXPECT_EQ(fp.trace.events().size(), 1u);
   EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + "attached\n");
 
-  detached.Detach();
+  detached.detach();
   detached.write(4, "after\n");
-  detached.WriteEntry(4, "entry after\n");
+  detached.write_entry(4, "entry after\n");
   EXPECT_EQ(fp.trace.events().size(), 1u);
   EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + "attached\n");
 }
@@ -122,18 +122,18 @@ TEST_F(WorkerLogTest, ADetachedLogDropsCallsUntilAttachedAndAgainAfterDetach) {
 TEST_F(WorkerLogTest, ARedirectionTakesEveryCallAsMadeUntilItEndsOrTheLogIsDetached) {
   svc.set_console(true);
   CallText calls;
-  wlog.Redirect(&calls);
+  wlog.redirect(&calls);
   wlog.write(5, "Sleep: %d\n\n", 30);
   EXPECT_EQ(calls.text, "5:Sleep: 30\n\n");
   EXPECT_TRUE(fp.trace.events().empty());
   EXPECT_FALSE(fp.files.exists("rflog.txt"));
 
-  wlog.Redirect(nullptr);
+  wlog.redirect(nullptr);
   wlog.write(4, "back\n");
   EXPECT_EQ(fp.trace.events().size(), 1u);
 
-  wlog.Redirect(&calls);
-  wlog.Detach();
+  wlog.redirect(&calls);
+  wlog.detach();
   wlog.write(4, "dropped\n");
   EXPECT_EQ(calls.text, "5:Sleep: 30\n\n");
 }

@@ -21,41 +21,41 @@ class AdapterTest : public ::testing::Test {
  protected:
   AdapterTest() {
     auto session = std::make_unique<FakeWlanSession>();
-    wlan = session.get();
-    state.wlan = std::move(session);
-    state.ready = true;
+    wlan_ = session.get();
+    state_.wlan = std::move(session);
+    state_.ready = true;
   }
-  void Nics(std::vector<FakeDevice> nics) {
-    devices.lists[{DeviceClass::kNetwork, "PCI"}] = std::move(nics);
+  void nics(std::vector<FakeDevice> nics) {
+    devices_.lists[{DeviceClass::kNetwork, "PCI"}] = std::move(nics);
   }
-  void Bluetooth(const std::string& enumerator, std::vector<FakeDevice> list) {
-    devices.lists[{DeviceClass::kBluetooth, enumerator}] = std::move(list);
+  void bluetooth(const std::string& enumerator, std::vector<FakeDevice> list) {
+    devices_.lists[{DeviceClass::kBluetooth, enumerator}] = std::move(list);
   }
 
-  DeviceState state;
-  FakeWlanSession* wlan = nullptr;
-  FakeDeviceLists devices;
-  FakeClock clock;
-  RecordingLog log;
-  AdapterDiscovery discovery{state, devices, clock, log};
+  DeviceState state_;
+  FakeWlanSession* wlan_ = nullptr;
+  FakeDeviceLists devices_;
+  FakeClock clock_;
+  RecordingLog log_;
+  AdapterDiscovery discovery_{state_, devices_, clock_, log_};
 };
 
 TEST_F(AdapterTest, OnlyTheFirstVendorAdapterBecomesACandidate) {
-  Nics({{"PCI\\VEN_10EC&DEV_8168", "Ethernet", ""},
+  nics({{"PCI\\VEN_10EC&DEV_8168", "Ethernet", ""},
         {"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2)", ""},
         {"PCI\\VEN_8086&DEV_1234", "Other Intel", ""}});
   std::vector<std::string> list = {"stale"};
-  discovery.ListVendorNics(list);
+  discovery_.ListVendorNics(list);
   EXPECT_EQ(list, (std::vector<std::string>{"Wireless AX (R2)"}));
-  EXPECT_EQ(log.lines,
+  EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{{4, "PCI_NET[0] Ethernet (PCI\\VEN_10EC&DEV_8168)\n"},
                                   {4, "PCI_NET[1] Wireless AX (R2) (PCI\\VEN_8086&DEV_2725)\n"}}));
 }
 
 TEST_F(AdapterTest, VendorPatternIsCaseSensitive) {
-  Nics({{"PCI\\ven_8086&DEV_2725", "lower", ""}});
+  nics({{"PCI\\ven_8086&DEV_2725", "lower", ""}});
   std::vector<std::string> list;
-  discovery.ListVendorNics(list);
+  discovery_.ListVendorNics(list);
   EXPECT_TRUE(list.empty());
 }
 
@@ -63,56 +63,56 @@ TEST_F(AdapterTest, FailedPropertyReadsLogAndGoOnWithEmptyText) {
   FakeDevice d{"", "", ""};
   d.hardware_id_error = 13;
   d.description_error = 122;
-  Nics({d});
+  nics({d});
   std::vector<std::string> list;
-  discovery.ListVendorNics(list);
-  EXPECT_EQ(log.lines, (std::vector<LogLine>{
-                           {4, "SetupDiGetDeviceRegistryProperty SPDRP_HARDWAREID error 13\n"},
-                           {4, "SetupDiGetDeviceRegistryProperty SPDRP_DEVICEDESC error 122\n"},
-                           {4, "PCI_NET[0]  ()\n"}}));
+  discovery_.ListVendorNics(list);
+  EXPECT_EQ(log_.lines, (std::vector<LogLine>{
+                            {4, "SetupDiGetDeviceRegistryProperty SPDRP_HARDWAREID error 13\n"},
+                            {4, "SetupDiGetDeviceRegistryProperty SPDRP_DEVICEDESC error 122\n"},
+                            {4, "PCI_NET[0]  ()\n"}}));
 }
 
 TEST_F(AdapterTest, NoDeviceListGivesAnEmptyList) {
   std::vector<std::string> list = {"stale"};
-  discovery.ListVendorNics(list);
+  discovery_.ListVendorNics(list);
   EXPECT_TRUE(list.empty());
-  EXPECT_TRUE(log.lines.empty());
+  EXPECT_TRUE(log_.lines.empty());
 }
 
 TEST_F(AdapterTest, HashSlashAndBackslashBecomeUnderscoresInTheInstanceName) {
-  EXPECT_EQ(CounterInstanceName("Wireless AX (R2) #2"), "Wireless AX [R2] _2");
-  EXPECT_EQ(CounterInstanceName("a/b\\c#"), "a_b_c_");
+  EXPECT_EQ(counter_instance_name("Wireless AX (R2) #2"), "Wireless AX [R2] _2");
+  EXPECT_EQ(counter_instance_name("a/b\\c#"), "a_b_c_");
   // The second adapter of a kind: its interface is found and named as its counters are.
-  Nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2) #2", ""}});
-  wlan->interfaces = {{kGuidA, "Wireless AX (R2) #2", kWlanConnected}};
+  nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2) #2", ""}});
+  wlan_->interfaces = {{kGuidA, "Wireless AX (R2) #2", kWlanConnected}};
   std::string instance;
-  EXPECT_EQ(discovery.FindWifiInterface(instance), SWITCH_OK);
+  EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
   EXPECT_EQ(instance, "Wireless AX [R2] _2");
 }
 
 TEST_F(AdapterTest, ParenthesesBecomeBracketsInTheInstanceNameOnly) {
-  EXPECT_EQ(CounterInstanceName("Wireless AX (R2)"), "Wireless AX [R2]");
-  EXPECT_EQ(CounterInstanceName(")x("), "]x[");
-  Nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2)", ""}});
+  EXPECT_EQ(counter_instance_name("Wireless AX (R2)"), "Wireless AX [R2]");
+  EXPECT_EQ(counter_instance_name(")x("), "]x[");
+  nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX (R2)", ""}});
   // The description with its parentheses is what matches the candidate.
-  wlan->interfaces = {{kGuidA, "Wireless AX (R2) 160MHz", kWlanConnected}};
+  wlan_->interfaces = {{kGuidA, "Wireless AX (R2) 160MHz", kWlanConnected}};
   std::string instance;
-  EXPECT_EQ(discovery.FindWifiInterface(instance), SWITCH_OK);
+  EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
   EXPECT_EQ(instance, "Wireless AX [R2] 160MHz");
-  EXPECT_EQ(state.wlan_interface, kGuidA);
+  EXPECT_EQ(state_.wlan_interface, kGuidA);
 }
 
 TEST_F(AdapterTest, FindWifiInterfaceLogsEachStepAndStopsAtTheSelected) {
-  Nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX", ""}});
-  wlan->interfaces = {{kGuidB, "Virtual Adapter", kWlanConnected},
-                      {kGuidA, "Intel Wireless AX 211", kWlanDisconnected},
-                      {kGuidB, "Wireless AX later", kWlanConnected}};
+  nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX", ""}});
+  wlan_->interfaces = {{kGuidB, "Virtual Adapter", kWlanConnected},
+                       {kGuidA, "Intel Wireless AX 211", kWlanDisconnected},
+                       {kGuidB, "Wireless AX later", kWlanConnected}};
   std::string instance;
-  EXPECT_EQ(discovery.FindWifiInterface(instance), SWITCH_OK);
+  EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
   EXPECT_EQ(instance, "Intel Wireless AX 211");
-  EXPECT_EQ(state.wlan_interface, kGuidA);
-  EXPECT_TRUE(clock.sleeps.empty());
-  EXPECT_EQ(log.lines,
+  EXPECT_EQ(state_.wlan_interface, kGuidA);
+  EXPECT_TRUE(clock_.sleeps.empty());
+  EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{
                 {4, "PCI_NET[0] Wireless AX (PCI\\VEN_8086&DEV_2725)\n"},
                 {4, "Num Entries: 3\n"},
@@ -124,24 +124,24 @@ TEST_F(AdapterTest, FindWifiInterfaceLogsEachStepAndStopsAtTheSelected) {
 
 TEST_F(AdapterTest, FindWifiInterfaceRetriesEvery5000MsUntilAnInterfaceAppears) {
   // No NIC, then a failing enumeration, then no interfaces, then no match, then success.
-  clock.on_sleep = [&](size_t n) {
+  clock_.on_sleep = [&](size_t n) {
     if (n == 1) {
-      Nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX", ""}});
-      wlan->enum_error = 1062;
+      nics({{"PCI\\VEN_8086&DEV_2725", "Wireless AX", ""}});
+      wlan_->enum_error = 1062;
     } else if (n == 2) {
-      wlan->enum_error = 0;
+      wlan_->enum_error = 0;
     } else if (n == 3) {
-      wlan->interfaces = {{kGuidB, "Something else", kWlanConnected}};
+      wlan_->interfaces = {{kGuidB, "Something else", kWlanConnected}};
     } else if (n == 4) {
-      wlan->interfaces = {{kGuidA, "Wireless AX", kWlanConnected}};
+      wlan_->interfaces = {{kGuidA, "Wireless AX", kWlanConnected}};
     }
   };
   std::string instance;
-  EXPECT_EQ(discovery.FindWifiInterface(instance), SWITCH_OK);
-  EXPECT_EQ(clock.sleeps, (std::vector<int64_t>{5000, 5000, 5000, 5000}));
+  EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
+  EXPECT_EQ(clock_.sleeps, (std::vector<int64_t>{5000, 5000, 5000, 5000}));
   EXPECT_EQ(instance, "Wireless AX");
   const std::string pci = "PCI_NET[0] Wireless AX (PCI\\VEN_8086&DEV_2725)\n";
-  EXPECT_EQ(log.lines,
+  EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{
                 {3, "No NICs found on system.\n"},
                 {4, pci},
@@ -159,9 +159,9 @@ TEST_F(AdapterTest, FindWifiInterfaceRetriesEvery5000MsUntilAnInterfaceAppears) 
 }
 
 TEST_F(AdapterTest, FindWifiInterfaceWithoutWlanClientGives8) {
-  state.wlan.reset();
+  state_.wlan.reset();
   std::string instance;
-  EXPECT_EQ(discovery.FindWifiInterface(instance), STATUS_WLAN_NOT_OPENED);
+  EXPECT_EQ(discovery_.FindWifiInterface(instance), kStatusWlanNotOpened);
 }
 
 TEST_F(AdapterTest, CountsConnectedDevicesAndListsTheOthers) {
@@ -171,11 +171,11 @@ TEST_F(AdapterTest, CountsConnectedDevicesAndListsTheOthers) {
   FakeDevice service{"BTHENUM\\{0000110b-0000}", "Audio service", "Svc"};
   FakeDevice unreadable{"BTHENUM\\Dev_0000", "Unreadable", "U"};
   unreadable.devnode_status.reset();
-  Bluetooth("BTHENUM", {connected, disconnected, service, unreadable});
+  bluetooth("BTHENUM", {connected, disconnected, service, unreadable});
   int32_t count = -1;
-  EXPECT_EQ(discovery.CountConnectedBtDevices("BTHENUM", count), SWITCH_OK);
+  EXPECT_EQ(discovery_.CountConnectedBtDevices("BTHENUM", count), SWITCH_OK);
   EXPECT_EQ(count, 1);
-  EXPECT_EQ(log.lines,
+  EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{
                 {4, "BTHENUM[0/Connected] My Headset <Headset> (BTHENUM\\Dev_001122334455)\n"},
                 {4, "BTHENUM[1/Disconnected] My Mouse <Mouse> (BTHENUM\\Dev_AABBCCDDEEFF)\n"},
@@ -184,18 +184,18 @@ TEST_F(AdapterTest, CountsConnectedDevicesAndListsTheOthers) {
 
 TEST_F(AdapterTest, ConnectedLowEnergyDeviceWithoutThePatternIsListedWithStarAndNotCounted) {
   FakeDevice le{"BTHLEDevice\\{00001812}_Dev_VID", "HID over GATT", "Keyboard"};
-  Bluetooth("BTHLE", {le});
+  bluetooth("BTHLE", {le});
   int32_t count = -1;
-  EXPECT_EQ(discovery.CountConnectedBtDevices("BTHLE", count), SWITCH_OK);
+  EXPECT_EQ(discovery_.CountConnectedBtDevices("BTHLE", count), SWITCH_OK);
   EXPECT_EQ(count, 0);
-  EXPECT_EQ(log.lines,
+  EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{
                 {4, "*BTHLE[0] Keyboard <HID over GATT> (BTHLEDevice\\{00001812}_Dev_VID)\n"}}));
 }
 
 TEST_F(AdapterTest, MissingBluetoothListLeavesTheCount) {
   int32_t count = 7;
-  EXPECT_EQ(discovery.CountConnectedBtDevices("BTHLE", count), kBtListUnavailable);
+  EXPECT_EQ(discovery_.CountConnectedBtDevices("BTHLE", count), kBtListUnavailable);
   EXPECT_EQ(count, 7);
 }
 
@@ -203,68 +203,68 @@ TEST_F(AdapterTest, ChannelDecidesTheBand) {
   const std::pair<uint32_t, uint32_t> cases[] = {{1, 0},  {14, 0},  {15, 1},
                                                  {36, 1}, {165, 1}, {0, 0}};
   for (const auto& [channel, expected] : cases) {
-    wlan->channel = channel;
-    EXPECT_EQ(discovery.SelectConfigSet(), expected) << channel;
+    wlan_->channel = channel;
+    EXPECT_EQ(discovery_.SelectConfigSet(), expected) << channel;
   }
-  state.bt_connection_count = 1;
-  wlan->channel = 14;
-  EXPECT_EQ(discovery.SelectConfigSet(), 2u);
-  wlan->channel = 0;  // unknown band: set 0 even with Bluetooth
-  EXPECT_EQ(discovery.SelectConfigSet(), 0u);
-  wlan->channel = 36;
-  EXPECT_EQ(discovery.SelectConfigSet(), 1u);
-  EXPECT_EQ(wlan->channel_queries.back(), state.wlan_interface);
+  state_.bt_connection_count = 1;
+  wlan_->channel = 14;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 2u);
+  wlan_->channel = 0;  // unknown band: set 0 even with Bluetooth
+  EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
+  wlan_->channel = 36;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 1u);
+  EXPECT_EQ(wlan_->channel_queries.back(), state_.wlan_interface);
 }
 
 TEST_F(AdapterTest, FailedChannelQueryFallsBackToSet0) {
-  state.bt_connection_count = 2;
-  wlan->channel = 6;
-  wlan->channel_error = 5;
-  EXPECT_EQ(discovery.SelectConfigSet(), 0u);
+  state_.bt_connection_count = 2;
+  wlan_->channel = 6;
+  wlan_->channel_error = 5;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
 }
 
 TEST_F(AdapterTest, NotReadySkipsTheBandQuery) {
-  state.ready = false;
-  wlan->channel = 36;
-  EXPECT_EQ(discovery.SelectConfigSet(), 0u);
-  EXPECT_TRUE(wlan->channel_queries.empty());
+  state_.ready = false;
+  wlan_->channel = 36;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
+  EXPECT_TRUE(wlan_->channel_queries.empty());
 }
 
 TEST_F(AdapterTest, LidClosedWithA5GhzLinkStillSelectsSet3) {
-  wlan->channel = 36;
-  state.lid_notification_registered = true;
-  state.lid_open = false;
-  EXPECT_EQ(discovery.SelectConfigSet(), 3u);
-  state.lid_notification_registered = false;  // not registered: the lid is not consulted
-  EXPECT_EQ(discovery.SelectConfigSet(), 1u);
+  wlan_->channel = 36;
+  state_.lid_notification_registered = true;
+  state_.lid_open = false;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 3u);
+  state_.lid_notification_registered = false;  // not registered: the lid is not consulted
+  EXPECT_EQ(discovery_.SelectConfigSet(), 1u);
 }
 
 TEST_F(AdapterTest, DeviceChangeRescansBluetoothAfterTwoSeconds) {
-  Bluetooth("BTHLE", {{"BTHLE\\Dev_c0ffee000001", "LE Mouse", "Mouse"}});
-  Bluetooth("BTHENUM", {{"BTHENUM\\Dev_001122334455", "Headset", "Headset"}});
-  wlan->channel = 6;
-  EXPECT_EQ(discovery.SelectConfigSet(), 0u);  // no re-scan asked: stored count 0
-  EXPECT_TRUE(clock.sleeps.empty());
-  state.device_change_pending = true;
-  EXPECT_EQ(discovery.SelectConfigSet(), 2u);
-  EXPECT_EQ(clock.sleeps, (std::vector<int64_t>{2000}));
-  EXPECT_EQ(state.bt_connection_count.load(), 2);
-  EXPECT_FALSE(state.device_change_pending.load());
-  EXPECT_EQ(devices.requests.size(), 2u);
-  EXPECT_EQ(devices.requests[0].second, "BTHLE");
-  EXPECT_EQ(devices.requests[1].second, "BTHENUM");
+  bluetooth("BTHLE", {{"BTHLE\\Dev_c0ffee000001", "LE Mouse", "Mouse"}});
+  bluetooth("BTHENUM", {{"BTHENUM\\Dev_001122334455", "Headset", "Headset"}});
+  wlan_->channel = 6;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 0u);  // no re-scan asked: stored count 0
+  EXPECT_TRUE(clock_.sleeps.empty());
+  state_.device_change_pending = true;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 2u);
+  EXPECT_EQ(clock_.sleeps, (std::vector<int64_t>{2000}));
+  EXPECT_EQ(state_.bt_connection_count.load(), 2);
+  EXPECT_FALSE(state_.device_change_pending.load());
+  EXPECT_EQ(devices_.requests.size(), 2u);
+  EXPECT_EQ(devices_.requests[0].second, "BTHLE");
+  EXPECT_EQ(devices_.requests[1].second, "BTHENUM");
   // Between scans the stored count is used.
-  devices.lists.clear();
-  EXPECT_EQ(discovery.SelectConfigSet(), 2u);
-  EXPECT_EQ(devices.requests.size(), 2u);
+  devices_.lists.clear();
+  EXPECT_EQ(discovery_.SelectConfigSet(), 2u);
+  EXPECT_EQ(devices_.requests.size(), 2u);
 }
 
 TEST_F(AdapterTest, RescanWithoutListsCountsZero) {
-  state.bt_connection_count = 3;
-  state.device_change_pending = true;
-  wlan->channel = 6;
-  EXPECT_EQ(discovery.SelectConfigSet(), 0u);
-  EXPECT_EQ(state.bt_connection_count.load(), 0);
+  state_.bt_connection_count = 3;
+  state_.device_change_pending = true;
+  wlan_->channel = 6;
+  EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
+  EXPECT_EQ(state_.bt_connection_count.load(), 0);
 }
 
 }  // namespace

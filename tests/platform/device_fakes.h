@@ -37,13 +37,13 @@ class RecordingLog final : public Log {
     lines.push_back({level, vformat(fmt, ap)});
   }
   std::vector<LogLine> lines;
-  bool Contains(uint8_t level, const std::string& text) const {
+  bool contains(uint8_t level, const std::string& text) const {
     for (const auto& l : lines) {
       if (l.level == level && l.text == text) return true;
     }
     return false;
   }
-  bool ContainsText(const std::string& text) const {
+  bool contains_text(const std::string& text) const {
     for (const auto& l : lines) {
       if (l.text == text) return true;
     }

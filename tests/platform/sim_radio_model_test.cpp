@@ -12,25 +12,25 @@
 namespace zaltor::platform::sim {
 namespace {
 
-Scenario Load(const std::string& radioPatch) {
+Scenario load(const std::string& radio_patch) {
   nlohmann::json doc;
   Scenario s;
   std::string error;
-  const std::string text = "{\"firmware\": {\"switchCount\": 2}, \"radio\": " + radioPatch + "}";
+  const std::string text = "{\"firmware\": {\"switchCount\": 2}, \"radio\": " + radio_patch + "}";
   EXPECT_TRUE(load_scenario(text, doc, s, error)) << error;
   return s;
 }
 
-std::string Refusal(const std::string& radioPatch) {
+std::string refusal(const std::string& radio_patch) {
   nlohmann::json doc;
   Scenario s;
   std::string error;
-  EXPECT_FALSE(load_scenario("{\"radio\": " + radioPatch + "}", doc, s, error));
+  EXPECT_FALSE(load_scenario("{\"radio\": " + radio_patch + "}", doc, s, error));
   return error;
 }
 
 TEST(SimRadio, WithoutNewMembersEveryReadingIsTheScenarioValue) {
-  const Scenario s = Load(R"({"rssi": [{"Main": -55, "Div": -62}, {"Main": -70, "Div": -58}]})");
+  const Scenario s = load(R"({"rssi": [{"Main": -55, "Div": -62}, {"Main": -70, "Div": -58}]})");
   for (double t : {0.0, 10.0, 5000.0}) {
     EXPECT_EQ(port_rssi_at(s, 0, 0, t), -55);
     EXPECT_EQ(port_rssi_at(s, 0, 1, t), -62);
@@ -43,13 +43,13 @@ TEST(SimRadio, WithoutNewMembersEveryReadingIsTheScenarioValue) {
 
 TEST(SimRadio, AReadingWeakerThanMinus95IsPublishedAsItIsNotAsNoSignal) {
   // Only -95 itself marks a silent antenna; a scenario's -100 stays -100, as it always read.
-  const Scenario s = Load(R"({"rssi": [{"Main": -100, "Div": -62}, {"Main": -95, "Div": -58}]})");
+  const Scenario s = load(R"({"rssi": [{"Main": -100, "Div": -62}, {"Main": -95, "Div": -58}]})");
   EXPECT_EQ(port_rssi_at(s, 0, 0, 0), -100);
   EXPECT_EQ(port_rssi_at(s, 1, 0, 0), kNoSignalDbm);
 }
 
 TEST(SimRadio, DriftMovesEveryPortLinearlyUntilItsLimit) {
-  const Scenario s = Load(R"({"rssi": [{"Main": -50, "Div": -60}, {"Main": -95, "Div": -95}],
+  const Scenario s = load(R"({"rssi": [{"Main": -50, "Div": -60}, {"Main": -95, "Div": -95}],
       "drift": {"start": 60, "dbPerMinute": -6, "limitDbm": -80}})");
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 0, 30), -50);
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 0, 120), -56);
@@ -58,14 +58,14 @@ TEST(SimRadio, DriftMovesEveryPortLinearlyUntilItsLimit) {
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 0, 1, 6000), -80);
   EXPECT_EQ(port_rssi_at(s, 1, 0, 120), kNoSignalDbm);  // no signal stays no signal
 
-  const Scenario back = Load(R"({"rssi": [{"Main": -80, "Div": -60}, {"Main": -95, "Div": -95}],
+  const Scenario back = load(R"({"rssi": [{"Main": -80, "Div": -60}, {"Main": -95, "Div": -95}],
       "drift": {"start": 0, "dbPerMinute": 3, "limitDbm": -55}})");
   EXPECT_DOUBLE_EQ(port_rssi_at(back, 0, 0, 600), -55);
   EXPECT_DOUBLE_EQ(port_rssi_at(back, 0, 1, 60), -57);
 }
 
 TEST(SimRadio, BlockageTakesItsLossForItsDurationEveryPeriod) {
-  const Scenario s = Load(R"({"rssi": [{"Main": -50, "Div": -50}, {"Main": -60, "Div": -60}],
+  const Scenario s = load(R"({"rssi": [{"Main": -50, "Div": -50}, {"Main": -60, "Div": -60}],
       "blockage": [{"port": 1, "period": 60, "duration": 10, "offset": 5, "lossDb": 20},
                    {"port": 0, "position": "Div", "period": 30, "duration": 30, "lossDb": 3}]})");
   EXPECT_DOUBLE_EQ(port_rssi_at(s, 1, 0, 4.9), -60);
@@ -81,11 +81,11 @@ TEST(SimRadio, FadingIsSeededBoundedAndMoves) {
   const std::string radio =
       R"({"rssi": [{"Main": -60, "Div": -60}, {"Main": -60, "Div": -60}], "seed": 7,
       "fading": {"depthDb": 6, "periodSeconds": 20}})";
-  const Scenario a = Load(radio);
-  const Scenario b = Load(radio);
+  const Scenario a = load(radio);
+  const Scenario b = load(radio);
   nlohmann::json other = nlohmann::json::parse(radio);
   other["seed"] = 8;
-  const Scenario c = Load(other.dump());
+  const Scenario c = load(other.dump());
   double lo = 200, hi = -200, sum = 0;
   bool differs = false;
   const int n = 2000;
@@ -114,7 +114,7 @@ TEST(SimRadio, RateFollowsTheRssiWithoutRateMbps) {
   EXPECT_EQ(rate_for_rssi(-88), 29.3);
   EXPECT_EQ(rate_for_rssi(-95), 0.0);
   // A scenario removes the default rates with null.
-  const Scenario s = Load(R"({"rssi": [{"Main": -50, "Div": -75}, {"Main": -70, "Div": -95}],
+  const Scenario s = load(R"({"rssi": [{"Main": -50, "Div": -75}, {"Main": -70, "Div": -95}],
       "rateMbps": null})");
   EXPECT_TRUE(s.rate_from_rssi);
   EXPECT_DOUBLE_EQ(mode_rssi_at(s, 1, 2, 0), -60);  // Main/Main: mean of -50 and -70
@@ -150,24 +150,24 @@ TEST(SimRadio, CountersPublishTheMovingRadioAtTheNotebooksTime) {
 }
 
 TEST(SimRadio, WrongMovingMembersAreRefusedByName) {
-  EXPECT_NE(Refusal(R"({"drift": {"start": 0}})").find("radio.drift.dbPerMinute"),
+  EXPECT_NE(refusal(R"({"drift": {"start": 0}})").find("radio.drift.dbPerMinute"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"drift": {"start": 0, "dbPerMinute": 1, "limitDbm": 5}})")
+  EXPECT_NE(refusal(R"({"drift": {"start": 0, "dbPerMinute": 1, "limitDbm": 5}})")
                 .find("radio.drift.limitDbm"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"blockage": [{"port": 9, "period": 1, "duration": 1, "lossDb": 1}]})")
+  EXPECT_NE(refusal(R"({"blockage": [{"port": 9, "period": 1, "duration": 1, "lossDb": 1}]})")
                 .find("radio.blockage[0].port"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"blockage": [{"port": 0, "period": 0, "duration": 0, "lossDb": 1}]})")
+  EXPECT_NE(refusal(R"({"blockage": [{"port": 0, "period": 0, "duration": 0, "lossDb": 1}]})")
                 .find("radio.blockage[0].period"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"blockage": [{"port": 0, "position": "Aux", "period": 1, "duration": 1,
+  EXPECT_NE(refusal(R"({"blockage": [{"port": 0, "position": "Aux", "period": 1, "duration": 1,
                                         "lossDb": 1}]})")
                 .find("radio.blockage[0].position"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"fading": {"depthDb": 99}})").find("radio.fading.depthDb"),
+  EXPECT_NE(refusal(R"({"fading": {"depthDb": 99}})").find("radio.fading.depthDb"),
             std::string::npos);
-  EXPECT_NE(Refusal(R"({"fading": {"depth": 3}})").find("radio.fading.depth"), std::string::npos);
+  EXPECT_NE(refusal(R"({"fading": {"depth": 3}})").find("radio.fading.depth"), std::string::npos);
 }
 
 }  // namespace

@@ -95,10 +95,10 @@ class Rig {
   std::unique_ptr<Thread> window_thread;
 };
 
-const char* kVirtual = R"({"clock": {"mode": "virtual"}, "timeline": []})";
+const char* k_virtual = R"({"clock": {"mode": "virtual"}, "timeline": []})";
 
 TEST(SimSystemEvents, CreateThenTheCurrentValuesAtRegistration) {
-  Rig rig(kVirtual);
+  Rig rig(k_virtual);
   rig.nb->start();
   rig.nb->clock().sleep_ms(10);
   EXPECT_EQ(rig.rec->lines(),
@@ -118,7 +118,7 @@ TEST(SimSystemEvents, LidRegistrationFailsWithoutLidNotifications) {
 }
 
 TEST(SimSystemEvents, TheMessageLoopEndsWithTheDestroyMessage) {
-  Rig rig(kVirtual);
+  Rig rig(k_virtual);
   rig.nb->clock().sleep_ms(5);
   rig.nb->close_windows();
   rig.window_thread->join();
@@ -246,7 +246,7 @@ TEST(SimTimeline, StopAfterRunsTheHookOnceAfterTheEntriesDueByThen) {
 }
 
 TEST(SimTimeline, APatchByHandIsCheckedAndAWrongOneChangesNothing) {
-  Rig rig(kVirtual);
+  Rig rig(k_virtual);
   std::string error;
   EXPECT_FALSE(rig.nb->apply_patch(
       nlohmann::json::parse(R"({"radio": {"rssi": [{"Main": 1, "Div": -5}]}})"), error));

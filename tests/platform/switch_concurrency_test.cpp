@@ -152,10 +152,10 @@ TEST(SwitchConcurrency, ConditionalModeWritesNothingOnceItsConditionFails) {
 
   std::array<Status, kMaxPorts> results{};
   results.fill(99);
-  EXPECT_FALSE(sw.SetModeIf([] { return false; }, 2, results));
+  EXPECT_FALSE(sw.set_mode_if([] { return false; }, 2, results));
   EXPECT_EQ(fw.control_requests(), 0u);
   EXPECT_EQ(results[0], 99u) << "the results are left alone";
-  EXPECT_TRUE(sw.SetModeIf([] { return true; }, 2, results));
+  EXPECT_TRUE(sw.set_mode_if([] { return true; }, 2, results));
   EXPECT_EQ(results[0], SWITCH_OK);
   EXPECT_EQ(results[1], SWITCH_OK);
   int32_t mode = 0;

@@ -18,25 +18,25 @@ namespace {
 class RpcEndpointSetup : public ::testing::Test {
  protected:
   uint32_t run_serve(platform::DiagnosticsDispatch* diagnostics = nullptr) {
-    EndpointSetup setup{rt,
-                        clock,
-                        log,
-                        procedures,
+    EndpointSetup setup{rt_,
+                        clock_,
+                        log_,
+                        procedures_,
                         "TestEndpoint",
                         [this] {
-                          rt.calls.push_back("choose_auto");
-                          ++auto_chosen;
+                          rt_.calls.push_back("choose_auto");
+                          ++auto_chosen_;
                         },
                         diagnostics};
     return serve(setup);
   }
 
-  FakeRpcRuntime rt;
-  TestClock clock;
-  RecordingLog log;
-  FakeTarget target;
-  ControlProcedures procedures{target};
-  int auto_chosen = 0;
+  FakeRpcRuntime rt_;
+  TestClock clock_;
+  RecordingLog log_;
+  FakeTarget target_;
+  ControlProcedures procedures_{target_};
+  int auto_chosen_ = 0;
 };
 
 const std::vector<std::string> kLogged = {"4:Initializing RPC endpoints.\n",
@@ -52,16 +52,16 @@ TEST_F(RpcEndpointSetup, RunsEveryStepInOrderAndListens) {
       "publish_control",
       "listen",
   };
-  EXPECT_EQ(rt.calls, expected);
-  EXPECT_EQ(log.lines(), kLogged);
-  EXPECT_EQ(rt.dispatch, &procedures);
-  EXPECT_TRUE(rt.published());
-  EXPECT_EQ(auto_chosen, 1);
+  EXPECT_EQ(rt_.calls, expected);
+  EXPECT_EQ(log_.lines(), kLogged);
+  EXPECT_EQ(rt_.dispatch, &procedures_);
+  EXPECT_TRUE(rt_.published());
+  EXPECT_EQ(auto_chosen_, 1);
 }
 
 TEST_F(RpcEndpointSetup, DiagnosticsAreServedAfterTheControlInterfaceAndMayFail) {
   FakeDiagnostics diagnostics;
-  rt.diagnostics_result = platform::RpcStep::failed(1711, platform::rpc_call::kRegisterIf);
+  rt_.diagnostics_result = platform::RpcStep::failed(1711, platform::rpc_call::kRegisterIf);
   EXPECT_EQ(run_serve(&diagnostics), 0u);
   const std::vector<std::string> expected = {
       "admit_everyone_and(Zaltor.antennaSwitch_k3d9wq2v8xhna)",
@@ -72,8 +72,8 @@ TEST_F(RpcEndpointSetup, DiagnosticsAreServedAfterTheControlInterfaceAndMayFail)
       "publish_control",
       "listen",
   };
-  EXPECT_EQ(rt.calls, expected);
-  EXPECT_EQ(rt.diagnostics, &diagnostics);
+  EXPECT_EQ(rt_.calls, expected);
+  EXPECT_EQ(rt_.diagnostics, &diagnostics);
 }
 
 // Everyone and the companion package are admitted before anything else; a failure there
@@ -93,7 +93,7 @@ TEST_F(RpcEndpointSetup, AdmissionFailureIsReturnedBeforeAnyEndpointIsOpened) {
     fresh.admit_result = platform::RpcStep::failed(code, call);
     RecordingLog fresh_log;
     int chosen = 0;
-    EndpointSetup setup{fresh, clock, fresh_log, procedures, "E", [&] { ++chosen; }};
+    EndpointSetup setup{fresh, clock_, fresh_log, procedures_, "E", [&] { ++chosen; }};
     EXPECT_EQ(serve(setup), code) << call;
     EXPECT_EQ(fresh.calls,
               (std::vector<std::string>{"admit_everyone_and(Zaltor.antennaSwitch_k3d9wq2v8xhna)"}))
@@ -104,14 +104,14 @@ TEST_F(RpcEndpointSetup, AdmissionFailureIsReturnedBeforeAnyEndpointIsOpened) {
 }
 
 TEST_F(RpcEndpointSetup, WhileTheEndpointIsHeldItRetriesEveryFiveSecondsSilently) {
-  rt.endpoint_failures = 250;  // no limit: it waits for as long as it takes
+  rt_.endpoint_failures = 250;  // no limit: it waits for as long as it takes
   EXPECT_EQ(run_serve(), 0u);
-  const std::vector<int64_t> sleeps = clock.sleeps();
+  const std::vector<int64_t> sleeps = clock_.sleeps();
   EXPECT_EQ(sleeps.size(), 250u);
   for (int64_t ms : sleeps) EXPECT_EQ(ms, 5000);
-  EXPECT_EQ(log.lines(), kLogged);
-  EXPECT_EQ(auto_chosen, 1);
-  EXPECT_EQ(std::count(rt.calls.begin(), rt.calls.end(), "open_endpoint(TestEndpoint)"), 251);
+  EXPECT_EQ(log_.lines(), kLogged);
+  EXPECT_EQ(auto_chosen_, 1);
+  EXPECT_EQ(std::count(rt_.calls.begin(), rt_.calls.end(), "open_endpoint(TestEndpoint)"), 251);
 }
 
 TEST_F(RpcEndpointSetup, OnlyLocalCallersAreAdmittedByTheRegistrationFlags) {
@@ -126,49 +126,49 @@ TEST_F(RpcEndpointSetup, OnlyLocalCallersAreAdmittedByTheRegistrationFlags) {
 }
 
 TEST_F(RpcEndpointSetup, RegistrationFailureIsReturnedAfterAutoWasChosen) {
-  rt.serve_result = platform::RpcStep::failed(1711, platform::rpc_call::kRegisterIf);
+  rt_.serve_result = platform::RpcStep::failed(1711, platform::rpc_call::kRegisterIf);
   EXPECT_EQ(run_serve(), 1711u);
-  EXPECT_EQ(auto_chosen, 1);
-  EXPECT_FALSE(rt.published());
-  EXPECT_EQ(rt.calls.back(), "serve_control");
+  EXPECT_EQ(auto_chosen_, 1);
+  EXPECT_FALSE(rt_.published());
+  EXPECT_EQ(rt_.calls.back(), "serve_control");
 }
 
 TEST_F(RpcEndpointSetup, BindingFailureIsReturned) {
-  rt.publish_result = platform::RpcStep::failed(1718, platform::rpc_call::kInqBindings);
+  rt_.publish_result = platform::RpcStep::failed(1718, platform::rpc_call::kInqBindings);
   EXPECT_EQ(run_serve(), 1718u);
-  EXPECT_FALSE(rt.published());
+  EXPECT_FALSE(rt_.published());
 }
 
 TEST_F(RpcEndpointSetup, EndpointMapFailureIsReturnedAndTheBindingsStayForTheStop) {
-  rt.publish_result = platform::RpcStep::failed(1753, platform::rpc_call::kEpRegister);
+  rt_.publish_result = platform::RpcStep::failed(1753, platform::rpc_call::kEpRegister);
   EXPECT_EQ(run_serve(), 1753u);
   // Nothing is withdrawn here: that is the stop's part.
-  EXPECT_TRUE(rt.published());
-  EXPECT_EQ(rt.calls.back(), "publish_control");
+  EXPECT_TRUE(rt_.published());
+  EXPECT_EQ(rt_.calls.back(), "publish_control");
 }
 
 TEST_F(RpcEndpointSetup, AlreadyListeningCountsAsSuccess) {
-  rt.listen_result =
+  rt_.listen_result =
       platform::RpcStep::failed(platform::kRpcAlreadyListening, platform::rpc_call::kListen);
   EXPECT_EQ(run_serve(), 0u);
 }
 
 TEST_F(RpcEndpointSetup, OtherListenFailuresAreReturned) {
-  rt.listen_result = platform::RpcStep::failed(1714, platform::rpc_call::kListen);
+  rt_.listen_result = platform::RpcStep::failed(1714, platform::rpc_call::kListen);
   EXPECT_EQ(run_serve(), 1714u);
 }
 
 TEST_F(RpcEndpointSetup, WithdrawStopsServingAndReleasesTheBindings) {
   ASSERT_EQ(run_serve(), 0u);
-  rt.calls.clear();
-  withdraw(rt);
-  EXPECT_EQ(rt.calls, (std::vector<std::string>{"withdraw"}));
-  EXPECT_FALSE(rt.published());
+  rt_.calls.clear();
+  withdraw(rt_);
+  EXPECT_EQ(rt_.calls, (std::vector<std::string>{"withdraw"}));
+  EXPECT_FALSE(rt_.published());
 }
 
 TEST_F(RpcEndpointSetup, StopBeforeAnythingWasServedStillWithdraws) {
-  withdraw(rt);
-  EXPECT_EQ(rt.calls, (std::vector<std::string>{"withdraw"}));
+  withdraw(rt_);
+  EXPECT_EQ(rt_.calls, (std::vector<std::string>{"withdraw"}));
 }
 
 TEST(RpcInterfaceNames, EndpointComesFromTheEnvironmentWithTheProductDefault) {

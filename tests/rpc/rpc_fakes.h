@@ -98,11 +98,11 @@ class RecordingLog final : public Log {
 class FakeTarget final : public ControlTarget {
  public:
   std::atomic<bool> is_initialised{true};
-  std::atomic<uint32_t> user_mode{99};
+  std::atomic<uint32_t> scripted_user_mode{99};
   std::atomic<int32_t> switch_count{2};
-  std::atomic<int32_t> mode_count{4};
+  std::atomic<int32_t> scripted_mode_count{4};
   std::atomic<bool> rssi_pa{false};
-  std::atomic<uint32_t> auto_state{1};
+  std::atomic<uint32_t> scripted_auto_state{1};
   // Scripted answers of the operations.
   std::atomic<uint32_t> status{0};
   std::atomic<int32_t> out_value{0};
@@ -111,11 +111,11 @@ class FakeTarget final : public ControlTarget {
   std::atomic<bool> attached_in_every_call{true};
 
   bool initialised() override { return is_initialised.load(); }
-  uint32_t userMode() override { return user_mode.load(); }
+  uint32_t user_mode() override { return scripted_user_mode.load(); }
   int32_t switchCount() override { return switch_count.load(); }
-  int32_t modeCount() override { return mode_count.load(); }
-  bool rssiPaRequested() override { return rssi_pa.load(); }
-  uint32_t autoState() override { return auto_state.load(); }
+  int32_t mode_count() override { return scripted_mode_count.load(); }
+  bool rssi_pa_requested() override { return rssi_pa.load(); }
+  uint32_t auto_state() override { return scripted_auto_state.load(); }
 
   Status GetSwitchNumber(int32_t& count) override {
     record("GetSwitchNumber");

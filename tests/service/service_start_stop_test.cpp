@@ -76,7 +76,7 @@ TEST(ServiceStart, FailingRunBodyStopsTheServiceWithExitCodeZero) {
 TEST(ServiceStart, DefaultRunBodyAnswersTheWorkerStartUpFailure) {
   FakePlatform fp;
   CMultiAntennaSvc svc("", "", fp.platform);
-  EXPECT_EQ(svc.RunBody(), STATUS_WORKER_START_FAILED);
+  EXPECT_EQ(svc.run_body(), kStatusWorkerStartFailed);
 }
 
 TEST(ServiceStop, StopWhileTheEndpointIsRetriedStillSetsTheDefaultModeAndStops) {

@@ -316,8 +316,8 @@ int run_watch(const std::vector<std::string>& args) {
     return kExitFault;
   }
   using Steady = std::chrono::steady_clock;
-  double seenTime = -1.0;       // the decision's time, to notice a new one
-  Steady::time_point seenAt{};  // when this view first saw it
+  double seen_time = -1.0;       // the decision's time, to notice a new one
+  Steady::time_point seen_at{};  // when this view first saw it
   int result = kExitDone;
   for (long frame = 0; !g_interrupted && (frames < 0 || frame < frames); ++frame) {
     int32_t status = 0, current = 0, user = 0, state = 0;
@@ -341,11 +341,11 @@ int run_watch(const std::vector<std::string>& args) {
     out += line;
     if (d.is_object()) {
       const double t = number(field(d, "time"));
-      if (t != seenTime) {
-        seenTime = t;
-        seenAt = Steady::now();
+      if (t != seen_time) {
+        seen_time = t;
+        seen_at = Steady::now();
       }
-      const double waited = std::chrono::duration<double>(Steady::now() - seenAt).count();
+      const double waited = std::chrono::duration<double>(Steady::now() - seen_at).count();
       const double left = integer(field(d, "sleepMs")) / 1000.0 - waited;
       std::snprintf(line, sizeof line, "Last trigger: %s at %.1f s   outcome: %s\n",
                     str(field(d, "trigger")).c_str(), t, str(field(d, "outcome")).c_str());

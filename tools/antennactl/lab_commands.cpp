@@ -58,13 +58,13 @@ struct Job {
 
 // The child's side: one run, its result as JSON on `fd`.
 [[noreturn]] void run_child(const zaltor::lab::RunRequest& request, int fd) {
-  const zaltor::lab::RunResult r = zaltor::lab::RunOne(request);
+  const zaltor::lab::RunResult r = zaltor::lab::run_one(request);
   nlohmann::json j;
   j["ok"] = r.ok;
   j["error"] = r.error;
   if (r.ok) {
-    j["trace"] = zaltor::lab::TraceToJson(r.trace);
-    j["figures"] = zaltor::lab::FiguresToJson(r.figures);
+    j["trace"] = zaltor::lab::trace_to_json(r.trace);
+    j["figures"] = zaltor::lab::figures_to_json(r.figures);
   }
   const std::string text = j.dump();
   size_t at = 0;
@@ -112,8 +112,8 @@ void finish_job(Job& job) {
   }
   job.result.ok = j.value("ok", false);
   job.result.error = j.value("error", "");
-  if (job.result.ok && (!zaltor::lab::TraceFromJson(j["trace"], job.result.trace) ||
-                        !zaltor::lab::FiguresFromJson(j["figures"], job.result.figures))) {
+  if (job.result.ok && (!zaltor::lab::trace_from_json(j["trace"], job.result.trace) ||
+                        !zaltor::lab::figures_from_json(j["figures"], job.result.figures))) {
     job.result.ok = false;
     job.result.error = "scenario " + job.request.scenario_path + ": the run's trace is unreadable";
   }
@@ -163,7 +163,7 @@ int lab_run(int argc, char** argv) {
   std::string report;
   bool json = false;
   bool traces = false;
-  long jobsWanted = 0;
+  long jobs_wanted = 0;
   for (int i = 2; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--model" && i + 1 < argc) {
@@ -174,8 +174,8 @@ int lab_run(int argc, char** argv) {
       report = argv[++i];
     } else if (arg == "--jobs" && i + 1 < argc) {
       char* end = nullptr;
-      jobsWanted = std::strtol(argv[++i], &end, 10);
-      if (end == nullptr || *end != '\0' || jobsWanted < 1) {
+      jobs_wanted = std::strtol(argv[++i], &end, 10);
+      if (end == nullptr || *end != '\0' || jobs_wanted < 1) {
         lab_usage();
         return kExitUsage;
       }
@@ -205,7 +205,7 @@ int lab_run(int argc, char** argv) {
     }
   }
   const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-  run_jobs(jobs, jobsWanted > 0 ? static_cast<size_t>(jobsWanted) : cores);
+  run_jobs(jobs, jobs_wanted > 0 ? static_cast<size_t>(jobs_wanted) : cores);
 
   int refused = 0;
   std::vector<zaltor::lab::RunRow> rows;
@@ -225,13 +225,13 @@ int lab_run(int argc, char** argv) {
   if (refused > 0) return kExitRefused;
 
   if (json) {
-    std::printf("%s\n", zaltor::lab::RunsToJson(rows, traces).dump(traces ? -1 : 2).c_str());
+    std::printf("%s\n", zaltor::lab::runs_to_json(rows, traces).dump(traces ? -1 : 2).c_str());
   } else {
-    std::fputs(zaltor::lab::RunsToTable(rows).c_str(), stdout);
+    std::fputs(zaltor::lab::runs_to_table(rows).c_str(), stdout);
   }
   if (!report.empty()) {
     std::string error;
-    if (!zaltor::lab::WriteReport(report, rows, model, error)) {
+    if (!zaltor::lab::write_report(report, rows, model, error)) {
       std::fprintf(stderr, "antennactl: %s\n", error.c_str());
       return kExitRefused;
     }
@@ -245,13 +245,13 @@ int lab_replay(int argc, char** argv) {
     return kExitUsage;
   }
   std::vector<uint8_t> data;
-  if (!zaltor::lab::ReadWholeFile(argv[2], data)) {
+  if (!zaltor::lab::read_whole_file(argv[2], data)) {
     std::fprintf(stderr, "antennactl: log %s: cannot be read\n", argv[2]);
     return kExitRefused;
   }
   std::string error;
   nlohmann::json scenario;
-  if (!zaltor::lab::ScenarioFromLog(std::string(data.begin(), data.end()), scenario, error)) {
+  if (!zaltor::lab::scenario_from_log(std::string(data.begin(), data.end()), scenario, error)) {
     std::fprintf(stderr, "antennactl: log %s: %s\n", argv[2], error.c_str());
     return kExitRefused;
   }

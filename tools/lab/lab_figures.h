@@ -28,19 +28,19 @@ struct Figures {
   double rssiLossDb = 0;
   double measuringShare = 0;
   // Over the moments the best mode changed; 0 and 0 when it never did.
-  double reactionMean = 0;
-  double reactionMax = 0;
-  int bestModeChanges = 0;
+  double reaction_mean = 0;
+  double reaction_max = 0;
+  int best_mode_changes = 0;
   int fallbacks = 0;
 };
 
 // The figures of `trace` against `truth`, counting only what happens from `from_ms` on (0:
 // the whole run).
-Figures ComputeFigures(const Truth& truth, const Trace& trace, int64_t from_ms = 0);
+Figures compute_figures(const Truth& truth, const Trace& trace, int64_t from_ms = 0);
 
 // The figures as the lab's JSON members (without "scenario" and "config").
-nlohmann::json FiguresToJson(const Figures& f);
+nlohmann::json figures_to_json(const Figures& f);
 // Back from that JSON (a child of `lab run` sends its figures so); false when malformed.
-bool FiguresFromJson(const nlohmann::json& j, Figures& f);
+bool figures_from_json(const nlohmann::json& j, Figures& f);
 
 }  // namespace zaltor::lab

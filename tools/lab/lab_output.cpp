@@ -5,29 +5,29 @@
 
 namespace zaltor::lab {
 
-std::string BaseName(const std::string& path) {
+std::string base_name(const std::string& path) {
   const size_t slash = path.find_last_of("/\\");
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-nlohmann::json RunsToJson(const std::vector<RunRow>& rows, bool traces) {
+nlohmann::json runs_to_json(const std::vector<RunRow>& rows, bool traces) {
   auto runs = nlohmann::json::array();
   for (const auto& row : rows) {
-    nlohmann::json j = FiguresToJson(row.figures);
-    j["scenario"] = BaseName(row.scenario);
-    j["config"] = BaseName(row.config);
-    if (traces) j["trace"] = TraceToJson(row.trace);
+    nlohmann::json j = figures_to_json(row.figures);
+    j["scenario"] = base_name(row.scenario);
+    j["config"] = base_name(row.config);
+    if (traces) j["trace"] = trace_to_json(row.trace);
     runs.push_back(std::move(j));
   }
   return {{"runs", std::move(runs)}};
 }
 
-std::string RunsToTable(const std::vector<RunRow>& rows) {
+std::string runs_to_table(const std::vector<RunRow>& rows) {
   size_t sw = 8;
   size_t cw = 6;
   for (const auto& row : rows) {
-    sw = std::max(sw, BaseName(row.scenario).size());
-    cw = std::max(cw, BaseName(row.config).size());
+    sw = std::max(sw, base_name(row.scenario).size());
+    cw = std::max(cw, base_name(row.config).size());
   }
   std::string out;
   char line[512];
@@ -38,19 +38,19 @@ std::string RunsToTable(const std::vector<RunRow>& rows) {
   out += line;
   for (const auto& row : rows) {
     const Figures& f = row.figures;
-    std::string perMode;
+    std::string per_mode;
     for (double s : f.secondsPerMode) {
       char part[32];
-      std::snprintf(part, sizeof part, "%s%.0f", perMode.empty() ? "" : "/", s);
-      perMode += part;
+      std::snprintf(part, sizeof part, "%s%.0f", per_mode.empty() ? "" : "/", s);
+      per_mode += part;
     }
     std::snprintf(
         line, sizeof line,
         "%-*s  %-*s  %8.0fs  %6d  %7d  %9.4f  %6.2fdB  %8.2f%%  %7.1fs  %7.1fs  %9d  %s\n",
-        static_cast<int>(sw), BaseName(row.scenario).c_str(), static_cast<int>(cw),
-        BaseName(row.config).c_str(), f.simulatedSeconds, f.passes, f.modeChanges, f.rateShare,
-        f.rssiLossDb, f.measuringShare * 100.0, f.reactionMean, f.reactionMax, f.fallbacks,
-        perMode.c_str());
+        static_cast<int>(sw), base_name(row.scenario).c_str(), static_cast<int>(cw),
+        base_name(row.config).c_str(), f.simulatedSeconds, f.passes, f.modeChanges, f.rateShare,
+        f.rssiLossDb, f.measuringShare * 100.0, f.reaction_mean, f.reaction_max, f.fallbacks,
+        per_mode.c_str());
     out += line;
   }
   return out;

@@ -19,13 +19,13 @@ struct RunRow {
 };
 
 // The file name part of a path.
-std::string BaseName(const std::string& path);
+std::string base_name(const std::string& path);
 
 // {"runs": [{"scenario": ..., "config": ..., figures...}]} with file names without folders.
 // With `traces`, each run also carries "trace": what the engine did with the switches.
-nlohmann::json RunsToJson(const std::vector<RunRow>& rows, bool traces = false);
+nlohmann::json runs_to_json(const std::vector<RunRow>& rows, bool traces = false);
 
 // One line per run under a heading, aligned.
-std::string RunsToTable(const std::vector<RunRow>& rows);
+std::string runs_to_table(const std::vector<RunRow>& rows);
 
 }  // namespace zaltor::lab

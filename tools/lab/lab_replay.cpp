@@ -33,18 +33,18 @@ struct LoggedPass {
   int64_t sleep_ms = 0;
 };
 
-bool StartsWith(const std::string& s, const char* prefix) {
+bool starts_with(const std::string& s, const char* prefix) {
   return s.rfind(prefix, 0) == 0;
 }
 
-size_t Count(const std::string& s, const char* what) {
+size_t count(const std::string& s, const char* what) {
   size_t n = 0;
   for (size_t at = s.find(what); at != std::string::npos; at = s.find(what, at + 1)) ++n;
   return n;
 }
 
 // "[Settings.X] KEY = N": N, when `line` is that key's line.
-bool KeyValue(const std::string& line, const char* key, int64_t& value) {
+bool key_value(const std::string& line, const char* key, int64_t& value) {
   const std::string k = std::string("] ") + key + " = ";
   const size_t at = line.find(k);
   if (line.empty() || line[0] != '[' || at == std::string::npos) return false;
@@ -52,14 +52,14 @@ bool KeyValue(const std::string& line, const char* key, int64_t& value) {
   return true;
 }
 
-json Interface(int channel) {
+json interface(int channel) {
   return {{"interfaces", json::array({{{"description", "Wireless AX (R2) 160MHz"},
                                        {"guid", "{6A1B2C3D-1111-2222-3333-444455556666}"},
                                        {"connected", true},
                                        {"channel", channel}}})}};
 }
 
-json Headset(bool connected) {
+json headset(bool connected) {
   json bt = {{"BTHENUM", json::array()}, {"BTHLE", json::array()}};
   if (connected) {
     bt["BTHENUM"].push_back({{"hardwareId", "BTHENUM\\Dev_001122334455"},
@@ -71,22 +71,22 @@ json Headset(bool connected) {
 }
 
 // The situation in which the service selects config set `set`.
-void Situation(int set, json& patch) {
-  patch["wlan"] = Interface(set == 1 ? 36 : 6);
-  patch["bluetooth"] = Headset(set == 2);
+void situation(int set, json& patch) {
+  patch["wlan"] = interface(set == 1 ? 36 : 6);
+  patch["bluetooth"] = headset(set == 2);
   patch["lid"] = {{"open", set != 3}};
 }
 
 }  // namespace
 
-bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& error) {
+bool scenario_from_log(const std::string& log_text, json& scenario, std::string& error) {
   std::array<int64_t, kSets> interval{};
   std::array<int64_t, kSets> stable{};
   interval.fill(-1);
   stable.fill(-1);
-  int reportSet = 0;
+  int report_set = 0;
   std::vector<LoggedPass> passes;
-  int maxMode = 0;
+  int max_mode = 0;
 
   std::istringstream in(log_text);
   std::string line;
@@ -95,15 +95,15 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
     int set = 0;
     int64_t v = 0;
     if (std::sscanf(line.c_str(), "Config set %d [", &set) == 1 && set >= 0 && set < kSets) {
-      reportSet = set;
+      report_set = set;
       continue;
     }
-    if (KeyValue(line, "RSSICollectInterval", v)) {
-      interval[static_cast<size_t>(reportSet)] = v;
+    if (key_value(line, "RSSICollectInterval", v)) {
+      interval[static_cast<size_t>(report_set)] = v;
       continue;
     }
-    if (KeyValue(line, "TimeToWaitForRSSIStable", v)) {
-      stable[static_cast<size_t>(reportSet)] = v;
+    if (key_value(line, "TimeToWaitForRSSIStable", v)) {
+      stable[static_cast<size_t>(report_set)] = v;
       continue;
     }
     if (std::sscanf(line.c_str(), "Using Config Set: %d", &set) == 1) {
@@ -119,12 +119,12 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
       ModeMeasure m;
       m.mode = mode;
       // Samples that counted ("(..M), ") and failed readings ("*ERR, ") each waited.
-      m.attempts = static_cast<int>(Count(line, "M), ") + Count(line, "*ERR, "));
+      m.attempts = static_cast<int>(count(line, "M), ") + count(line, "*ERR, "));
       pass.modes.push_back(m);
-      maxMode = std::max(maxMode, mode);
+      max_mode = std::max(max_mode, mode);
       continue;
     }
-    if (StartsWith(line, "Avg RSSI: ")) {
+    if (starts_with(line, "Avg RSSI: ")) {
       // The averages share the line: "#1)-55.000 (866.7), #2)*ERR, ..."
       for (size_t at = line.find('#'); at != std::string::npos; at = line.find('#', at + 1)) {
         double rssi = 0, rate = 0;
@@ -134,7 +134,7 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
             pass.averages.resize(static_cast<size_t>(mode), {NAN, 0.0});
           }
           pass.averages[static_cast<size_t>(mode - 1)] = {rssi, rate};
-          maxMode = std::max(maxMode, mode);
+          max_mode = std::max(max_mode, mode);
         }
       }
       continue;
@@ -156,10 +156,10 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
   }
 
   int switches = 0;
-  while ((1 << switches) < maxMode && switches < 4) ++switches;
+  while ((1 << switches) < max_mode && switches < 4) ++switches;
   const int modes = 1 << switches;
 
-  auto radioOf = [&](const LoggedPass& p) {
+  auto radio_of = [&](const LoggedPass& p) {
     json rssi = json::array();
     json rate = json::array();
     for (int m = 1; m <= modes; ++m) {
@@ -183,12 +183,12 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
     if (p < 3) counters[std::string(1, static_cast<char>('A' + p))] = p;
   }
   doc["counters"] = counters;
-  json radio = radioOf(passes[0]);
+  json radio = radio_of(passes[0]);
   radio["rssi"] = ports;
   radio["noise"] = 0.0;
   doc["radio"] = radio;
   json first;
-  Situation(passes[0].set, first);
+  situation(passes[0].set, first);
   doc.update(first);
 
   json timeline = json::array();
@@ -206,8 +206,8 @@ bool ScenarioFromLog(const std::string& log_text, json& scenario, std::string& e
     if (k + 1 < passes.size()) {
       // The next pass's values from the middle of this pass's sleep: the estimated times may
       // be off by a little per pass without a change ever landing in a pass.
-      json patch = {{"radio", radioOf(passes[k + 1])}};
-      if (passes[k + 1].set != p.set) Situation(passes[k + 1].set, patch);
+      json patch = {{"radio", radio_of(passes[k + 1])}};
+      if (passes[k + 1].set != p.set) situation(passes[k + 1].set, patch);
       timeline.push_back(
           {{"at", static_cast<double>(start + duration + sleep / 2) / 1000.0}, {"patch", patch}});
     }

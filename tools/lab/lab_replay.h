@@ -27,6 +27,6 @@
 namespace zaltor::lab {
 
 // False with `error` when the text holds no pass with measured averages.
-bool ScenarioFromLog(const std::string& log_text, nlohmann::json& scenario, std::string& error);
+bool scenario_from_log(const std::string& log_text, nlohmann::json& scenario, std::string& error);
 
 }  // namespace zaltor::lab

@@ -14,11 +14,11 @@ namespace zaltor::lab {
 // The page for `rows` (scenarios in the order given, each with its configurations).
 // `scenario_texts` holds each row's scenario text (for the truth). False with `error` when
 // a scenario cannot be read again.
-bool RenderReport(const std::vector<RunRow>& rows, const std::vector<std::string>& scenario_texts,
-                  const std::string& model, std::string& html, std::string& error);
+bool render_report(const std::vector<RunRow>& rows, const std::vector<std::string>& scenario_texts,
+                   const std::string& model, std::string& html, std::string& error);
 
 // Renders and writes the page to `path`; the scenarios are read from their files.
-bool WriteReport(const std::string& path, const std::vector<RunRow>& rows, const std::string& model,
-                 std::string& error);
+bool write_report(const std::string& path, const std::vector<RunRow>& rows,
+                  const std::string& model, std::string& error);
 
 }  // namespace zaltor::lab

@@ -54,14 +54,14 @@ class NullEntries final : public log::LogEntryWriter {
 
 // Plain configuration text holds no control characters other than tab, CR, LF and ^Z; a
 // ciphertext practically never is free of them.
-bool LooksLikeText(const std::vector<uint8_t>& data) {
+bool looks_like_text(const std::vector<uint8_t>& data) {
   for (uint8_t b : data) {
     if ((b < 0x20 && b != '\t' && b != '\r' && b != '\n' && b != 0x1a) || b == 0x7f) return false;
   }
   return true;
 }
 
-std::filesystem::path MakeRunDirectory() {
+std::filesystem::path make_run_directory() {
   std::random_device rd;
   const auto base = std::filesystem::temp_directory_path();
   for (int attempt = 0; attempt < 100; ++attempt) {
@@ -72,7 +72,7 @@ std::filesystem::path MakeRunDirectory() {
   return {};
 }
 
-bool WriteWholeFile(const std::filesystem::path& path, const std::vector<uint8_t>& data) {
+bool write_whole_file(const std::filesystem::path& path, const std::vector<uint8_t>& data) {
   std::ofstream out(path, std::ios::binary);
   out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
   return static_cast<bool>(out);
@@ -90,29 +90,29 @@ class Recorder final : public Log {
     const std::string text = vformat(fmt, ap);
     const int64_t now = clock_.now_ms();
     std::lock_guard<std::mutex> g(m_);
-    if (keepLog_) log_ += text;
+    if (keep_log_) log_ += text;
     if (text.find("Using Config Set: ") != std::string::npos) {
       trace_.passes.push_back({now, -1, 0, false, {}});
-      inPass_ = true;
-      inAverages_ = false;
+      in_pass_ = true;
+      in_averages_ = false;
       decided_ = false;
       return;
     }
-    if (!inPass_ || trace_.passes.empty()) return;
+    if (!in_pass_ || trace_.passes.empty()) return;
     PassRecord& pass = trace_.passes.back();
     // The averages follow "Avg RSSI: " one mode per call; the weighted list that comes
     // next has the same shape and is not taken.
     if (text.rfind("Avg RSSI: ", 0) == 0) {
-      inAverages_ = true;
+      in_averages_ = true;
       return;
     }
-    if (inAverages_) {
+    if (in_averages_) {
       Measured m;
       if (std::sscanf(text.c_str(), "#%d)%lf (%lf), ", &m.mode, &m.rssi, &m.rate) == 3) {
         pass.measured.push_back(m);
         return;
       }
-      if (text.rfind("#", 0) != 0) inAverages_ = false;
+      if (text.rfind("#", 0) != 0) in_averages_ = false;
     }
     const char* decision = nullptr;
     if (text.rfind("Determined mode: ", 0) == 0) decision = "Determined mode: ";
@@ -124,11 +124,11 @@ class Recorder final : public Log {
     }
   }
 
-  void OnSwitch(int64_t at_ms, int mode) {
+  void on_switch(int64_t at_ms, int mode) {
     std::lock_guard<std::mutex> g(m_);
-    const bool measuring = inPass_ && !decided_;
-    if (inPass_ && decided_) {
-      inPass_ = false;
+    const bool measuring = in_pass_ && !decided_;
+    if (in_pass_ && decided_) {
+      in_pass_ = false;
       if (!trace_.passes.empty()) trace_.passes.back().end_ms = at_ms;
     }
     // One change of mode drives each switch's lines in turn: writes a few milliseconds
@@ -143,17 +143,17 @@ class Recorder final : public Log {
     trace_.switches.push_back({at_ms, mode, measuring});
   }
 
-  void KeepLog(std::string initial) {
+  void keep_log(std::string initial) {
     std::lock_guard<std::mutex> g(m_);
-    keepLog_ = true;
+    keep_log_ = true;
     log_ = std::move(initial);
   }
-  std::string TakeLog() {
+  std::string take_log() {
     std::lock_guard<std::mutex> g(m_);
     return log_;
   }
 
-  Trace Take() {
+  Trace take() {
     std::lock_guard<std::mutex> g(m_);
     return trace_;
   }
@@ -162,17 +162,17 @@ class Recorder final : public Log {
   platform::Clock& clock_;
   std::mutex m_;
   Trace trace_;
-  bool inPass_ = false;
+  bool in_pass_ = false;
   bool decided_ = false;
-  bool inAverages_ = false;
-  bool keepLog_ = false;
+  bool in_averages_ = false;
+  bool keep_log_ = false;
   std::string log_;
 };
 
 }  // namespace
 
-bool PrepareScenario(const std::string& text, const std::string& model, std::string& prepared,
-                     std::string& error) {
+bool prepare_scenario(const std::string& text, const std::string& model, std::string& prepared,
+                      std::string& error) {
   json doc = json::parse(text, nullptr, false);
   if (doc.is_discarded() || !doc.is_object()) {
     error = "not a JSON object";
@@ -189,13 +189,13 @@ bool PrepareScenario(const std::string& text, const std::string& model, std::str
   return true;
 }
 
-bool LoadTruthForRun(const std::string& text, const std::string& model, Truth& truth,
-                     std::string& error) {
+bool load_truth_for_run(const std::string& text, const std::string& model, Truth& truth,
+                        std::string& error) {
   std::string prepared;
-  return PrepareScenario(text, model, prepared, error) && truth.Load(prepared, error);
+  return prepare_scenario(text, model, prepared, error) && truth.load(prepared, error);
 }
 
-bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& data) {
+bool read_whole_file(const std::string& path, std::vector<uint8_t>& data) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) return false;
   std::ifstream in(path, std::ios::binary);
@@ -204,50 +204,50 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& data) {
   return !in.bad();
 }
 
-RunResult RunOne(const RunRequest& request) {
+RunResult run_one(const RunRequest& request) {
   RunResult r;
   std::vector<uint8_t> scenario;
   std::vector<uint8_t> config;
-  if (!ReadWholeFile(request.scenario_path, scenario)) {
+  if (!read_whole_file(request.scenario_path, scenario)) {
     r.error = "scenario " + request.scenario_path + ": cannot be read";
     return r;
   }
-  if (!ReadWholeFile(request.config_path, config)) {
+  if (!read_whole_file(request.config_path, config)) {
     r.error = "configuration " + request.config_path + ": cannot be read";
     return r;
   }
-  return RunOneText(std::string(scenario.begin(), scenario.end()), request.scenario_path, config,
-                    request.config_path, request.model, request.figures);
+  return run_one_text(std::string(scenario.begin(), scenario.end()), request.scenario_path, config,
+                      request.config_path, request.model, request.figures);
 }
 
-RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
-                     const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model, bool figures, bool keep_log) {
+RunResult run_one_text(const std::string& scenario_text, const std::string& scenario_name,
+                       const std::vector<uint8_t>& config_bytes, const std::string& config_name,
+                       const std::string& model, bool figures, bool keep_log) {
   RunResult r;
-  const std::string scenarioWhat = "scenario " + scenario_name + ": ";
-  const std::string configWhat = "configuration " + config_name + ": ";
+  const std::string scenario_what = "scenario " + scenario_name + ": ";
+  const std::string config_what = "configuration " + config_name + ": ";
 
   std::string text;
   std::string error;
-  if (!PrepareScenario(scenario_text, model, text, error)) {
-    r.error = scenarioWhat + error;
+  if (!prepare_scenario(scenario_text, model, text, error)) {
+    r.error = scenario_what + error;
     return r;
   }
   Truth truth;
-  if (!truth.Load(text, error)) {
-    r.error = scenarioWhat + error;
+  if (!truth.load(text, error)) {
+    r.error = scenario_what + error;
     return r;
   }
   auto notebook = platform::sim::make_sim_notebook_from_text(text, error);
   if (!notebook) {
-    r.error = scenarioWhat + error;
+    r.error = scenario_what + error;
     return r;
   }
   const platform::sim::Scenario sc = notebook->scenario();
-  const int64_t endMs = static_cast<int64_t>(std::llround(*sc.stop_after_s * 1000.0));
+  const int64_t end_ms = static_cast<int64_t>(std::llround(*sc.stop_after_s * 1000.0));
 
   // The configuration, checked first so that a refusal names it.
-  const std::filesystem::path dir = MakeRunDirectory();
+  const std::filesystem::path dir = make_run_directory();
   if (dir.empty()) {
     r.error = "cannot create a run directory";
     return r;
@@ -258,23 +258,23 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
       std::error_code ec;
       std::filesystem::remove_all(p, ec);
     }
-  } removeDir{dir};
-  const bool plain = LooksLikeText(config_bytes);
-  if (!WriteWholeFile(dir / (plain ? config::kPlainFileName : config::kCipherFileName),
-                      config_bytes)) {
-    r.error = configWhat + "cannot be copied to the run directory";
+  } remove_dir{dir};
+  const bool plain = looks_like_text(config_bytes);
+  if (!write_whole_file(dir / (plain ? config::kPlainFileName : config::kCipherFileName),
+                        config_bytes)) {
+    r.error = config_what + "cannot be copied to the run directory";
     return r;
   }
-  auto realFiles = platform::make_posix_file_system();
+  auto real_files = platform::make_posix_file_system();
   // The loader finds the configuration in the run's own directory, as the service finds
   // its own in its program directory, and writes the decrypted copy of an encrypted one
   // there; no log file: the lab reads the worker's log calls themselves.
-  platform::ProgramDirectoryFiles files(*realFiles, dir.string(), /*keepAppends=*/false);
+  platform::ProgramDirectoryFiles files(*real_files, dir.string(), /*keepAppends=*/false);
   auto profiles = platform::make_ini_profile_reader();
   auto crypto = platform::make_openssl_crypto();
   NullConsole console;
   rig::NoKeysRegistry registry;
-  std::string configReport;
+  std::string config_report;
   {
     NullLog quiet;
     config::LoadContext ctx;
@@ -288,7 +288,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
     const auto switches = static_cast<int32_t>(std::min<uint32_t>(sc.firmware.switch_count, 4));
     const Status st = config::load_configuration(ctx, product, switches, cfg);
     if (st != SWITCH_OK) {
-      r.error = configWhat + "refused for model " + product + " (result " +
+      r.error = config_what + "refused for model " + product + " (result " +
                 std::to_string(static_cast<unsigned>(st)) + ")";
       return r;
     }
@@ -296,7 +296,7 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
       // The report the worker writes at its start, which its log file would begin with.
       TextLog report;
       config::write_config_report(report, cfg, 1u << switches, switches);
-      configReport = report.text;
+      config_report = report.text;
     }
   }
 
@@ -315,10 +315,10 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
   p.registry = &registry;
 
   Recorder recorder(notebook->clock());
-  if (keep_log) recorder.KeepLog(configReport);
+  if (keep_log) recorder.keep_log(config_report);
   notebook->set_switch_observer(
-      [&recorder](int64_t at_ms, int mode) { recorder.OnSwitch(at_ms, mode); });
-  const int initialMode = notebook->mode();
+      [&recorder](int64_t at_ms, int mode) { recorder.on_switch(at_ms, mode); });
+  const int initial_mode = notebook->mode();
 
   log::LineBuffer lines;
   NullEntries entries;
@@ -331,40 +331,40 @@ RunResult RunOneText(const std::string& scenario_text, const std::string& scenar
     auto worker = std::make_unique<engine::AntennaSwitchWorkerObj>(p);
     const int32_t init = worker->Init(context, "");
     if (init != 0) {
-      r.error = scenarioWhat + "the service did not start on it with " + config_name + " (result " +
-                std::to_string(init) + ")";
+      r.error = scenario_what + "the service did not start on it with " + config_name +
+                " (result " + std::to_string(init) + ")";
     } else {
       // From here on the lab reads the worker's log calls as they are made.
-      worker->log_.Redirect(&recorder);
+      worker->redirect_log(&recorder);
       worker->SetUserMode(0);
       const int64_t now = notebook->clock().now_ms();
-      if (endMs > now) notebook->clock().sleep_ms(endMs - now);
+      if (end_ms > now) notebook->clock().sleep_ms(end_ms - now);
       r.ok = true;
     }
-    worker->StopAndJoinAutoThreads();
+    worker->stop_and_join_auto_threads();
     notebook->close_windows();
-    for (int i = 0; i < 1000 && engine::EventWindowThreadsRunning() > 0; ++i) {
+    for (int i = 0; i < 1000 && engine::event_window_threads_running() > 0; ++i) {
       notebook->clock().sleep_ms(10);
     }
     // Let a WLAN notification being handled (with its Bluetooth settle) finish.
     notebook->clock().sleep_ms(5000);
-    engine::ForgetRememberedWorker();
-    worker->DetachLog();
-    worker->Teardown();
+    engine::forget_remembered_worker();
+    worker->detach_log();
+    worker->teardown();
     worker.reset();
   }
   notebook->set_switch_observer(nullptr);
   if (!r.ok) return r;
 
-  r.trace = recorder.Take();
-  if (keep_log) r.log_text = recorder.TakeLog();
-  r.trace.end_ms = endMs;
-  r.trace.initial_mode = initialMode;
+  r.trace = recorder.take();
+  if (keep_log) r.log_text = recorder.take_log();
+  r.trace.end_ms = end_ms;
+  r.trace.initial_mode = initial_mode;
   // Writes during the teardown lie beyond the run.
-  while (!r.trace.switches.empty() && r.trace.switches.back().at_ms > endMs) {
+  while (!r.trace.switches.empty() && r.trace.switches.back().at_ms > end_ms) {
     r.trace.switches.pop_back();
   }
-  if (figures) r.figures = ComputeFigures(truth, r.trace);
+  if (figures) r.figures = compute_figures(truth, r.trace);
   return r;
 }
 

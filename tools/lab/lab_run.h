@@ -32,23 +32,23 @@ struct RunResult {
   std::string log_text;
 };
 
-RunResult RunOne(const RunRequest& request);
+RunResult run_one(const RunRequest& request);
 
 // The same with the scenario and the configuration given as text (tests). `scenario_name`
 // and `config_name` name them in messages.
-RunResult RunOneText(const std::string& scenario_text, const std::string& scenario_name,
-                     const std::vector<uint8_t>& config_bytes, const std::string& config_name,
-                     const std::string& model, bool figures = true, bool keep_log = false);
+RunResult run_one_text(const std::string& scenario_text, const std::string& scenario_name,
+                       const std::vector<uint8_t>& config_bytes, const std::string& config_name,
+                       const std::string& model, bool figures = true, bool keep_log = false);
 
 // The scenario text as a lab run uses it: in virtual time and, when `model` is given, on a
 // board with that product name. False with `error` when it is not JSON or has no stopAfter.
-bool PrepareScenario(const std::string& text, const std::string& model, std::string& prepared,
-                     std::string& error);
+bool prepare_scenario(const std::string& text, const std::string& model, std::string& prepared,
+                      std::string& error);
 // The truth of the prepared scenario.
-bool LoadTruthForRun(const std::string& text, const std::string& model, Truth& truth,
-                     std::string& error);
+bool load_truth_for_run(const std::string& text, const std::string& model, Truth& truth,
+                        std::string& error);
 
 // Reads a whole file; false when it cannot be read.
-bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& data);
+bool read_whole_file(const std::string& path, std::vector<uint8_t>& data);
 
 }  // namespace zaltor::lab

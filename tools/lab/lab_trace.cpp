@@ -2,7 +2,7 @@
 
 namespace zaltor::lab {
 
-nlohmann::json TraceToJson(const Trace& t) {
+nlohmann::json trace_to_json(const Trace& t) {
   nlohmann::json j;
   j["endMs"] = t.end_ms;
   j["initialMode"] = t.initial_mode;
@@ -20,7 +20,7 @@ nlohmann::json TraceToJson(const Trace& t) {
   return j;
 }
 
-bool TraceFromJson(const nlohmann::json& j, Trace& t) {
+bool trace_from_json(const nlohmann::json& j, Trace& t) {
   try {
     t.end_ms = j.at("endMs").get<int64_t>();
     t.initial_mode = j.at("initialMode").get<int>();

@@ -47,7 +47,7 @@ struct Trace {
   std::vector<PassRecord> passes;
 };
 
-nlohmann::json TraceToJson(const Trace& t);
-bool TraceFromJson(const nlohmann::json& j, Trace& t);
+nlohmann::json trace_to_json(const Trace& t);
+bool trace_from_json(const nlohmann::json& j, Trace& t);
 
 }  // namespace zaltor::lab

@@ -7,7 +7,7 @@
 
 namespace zaltor::lab {
 
-bool Truth::Load(const std::string& text, std::string& error) {
+bool Truth::load(const std::string& text, std::string& error) {
   nlohmann::json doc;
   platform::sim::Scenario first;
   if (!platform::sim::load_scenario(text, doc, first, error)) return false;
@@ -29,7 +29,7 @@ bool Truth::Load(const std::string& text, std::string& error) {
   return true;
 }
 
-void Truth::At(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rssi) const {
+void Truth::at(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rssi) const {
   // The last state that began at or before t (states are in the order of their time).
   size_t i = 0;
   while (i + 1 < states_.size() && states_[i + 1].from_ms <= t_ms) ++i;
@@ -63,7 +63,7 @@ void Truth::At(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rss
   }
 }
 
-int Truth::Best(const std::vector<double>& rate, const std::vector<double>& rssi) {
+int Truth::best(const std::vector<double>& rate, const std::vector<double>& rssi) {
   size_t best = 0;
   for (size_t m = 1; m < rate.size(); ++m) {
     if (rate[m] > rate[best] || (rate[m] == rate[best] && rssi[m] > rssi[best])) best = m;

@@ -22,13 +22,13 @@ class Truth {
  public:
   // From a scenario text (merged over the default scenario as the notebook does). False
   // with `error` ("scenario: <member>: ...") when it is not a valid scenario.
-  bool Load(const std::string& text, std::string& error);
+  bool load(const std::string& text, std::string& error);
 
   int modes() const { return modes_; }
   // Each mode's rate (Mbps) and RSSI (dBm) at `t_ms`, mode 1 first.
-  void At(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rssi) const;
+  void at(int64_t t_ms, std::vector<double>& rate, std::vector<double>& rssi) const;
   // The best mode (1-based) of values as At gives them.
-  static int Best(const std::vector<double>& rate, const std::vector<double>& rssi);
+  static int best(const std::vector<double>& rate, const std::vector<double>& rssi);
 
  private:
   struct State {

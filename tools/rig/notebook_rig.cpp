@@ -30,34 +30,34 @@ namespace {
 
 // The platform's own backends of the operating-system seams that the worker reaches.
 #if defined(_WIN32)
-std::unique_ptr<platform::FileSystem> MakeFiles() {
+std::unique_ptr<platform::FileSystem> make_files() {
   return platform::make_win32_file_system();
 }
-std::unique_ptr<platform::ProfileReader> MakeProfiles() {
+std::unique_ptr<platform::ProfileReader> make_profiles() {
   return platform::make_private_profile_reader();
 }
-std::unique_ptr<platform::Crypto> MakeCrypto() {
+std::unique_ptr<platform::Crypto> make_crypto() {
   return platform::make_cng_crypto();
 }
 
 // The Windows registry is the machine's: the config tests create and delete the version key
 // there while other test processes run. The worker here must find no key, as it does in the
 // rig's own registry directory on Linux.
-std::unique_ptr<platform::Registry> MakeRegistry(const std::string&) {
+std::unique_ptr<platform::Registry> make_registry(const std::string&) {
   return std::make_unique<NoKeysRegistry>();
 }
 #else
-std::unique_ptr<platform::FileSystem> MakeFiles() {
+std::unique_ptr<platform::FileSystem> make_files() {
   return platform::make_posix_file_system();
 }
-std::unique_ptr<platform::ProfileReader> MakeProfiles() {
+std::unique_ptr<platform::ProfileReader> make_profiles() {
   return platform::make_ini_profile_reader();
 }
-std::unique_ptr<platform::Crypto> MakeCrypto() {
+std::unique_ptr<platform::Crypto> make_crypto() {
   return platform::make_openssl_crypto();
 }
 // The registry directory confined to the rig's directory (empty: no key).
-std::unique_ptr<platform::Registry> MakeRegistry(const std::string& dir) {
+std::unique_ptr<platform::Registry> make_registry(const std::string& dir) {
   return platform::make_state_dir_registry(dir + "/registry");
 }
 #endif
@@ -66,7 +66,7 @@ std::unique_ptr<platform::Registry> MakeRegistry(const std::string& dir) {
 // in the rig's own directory.
 class TempDirFiles final : public platform::FileSystem {
  public:
-  explicit TempDirFiles(std::string dir) : dir_(std::move(dir)), inner_(MakeFiles()) {}
+  explicit TempDirFiles(std::string dir) : dir_(std::move(dir)), inner_(make_files()) {}
   uint32_t program_directory(std::string& dir) override {
     dir = dir_;
     return 0;
@@ -74,26 +74,26 @@ class TempDirFiles final : public platform::FileSystem {
   std::string join(const std::string& dir, const std::string& name) override {
     return inner_->join(dir, name);
   }
-  bool exists(const std::string& path) override { return inner_->exists(Place(path)); }
+  bool exists(const std::string& path) override { return inner_->exists(place(path)); }
   int check_input_file(const std::string& path) override {
-    return inner_->check_input_file(Place(path));
+    return inner_->check_input_file(place(path));
   }
-  uint32_t remove(const std::string& path) override { return inner_->remove(Place(path)); }
+  uint32_t remove(const std::string& path) override { return inner_->remove(place(path)); }
   int read_binary(const std::string& path, std::vector<uint8_t>& data, ReadStep& failed) override {
-    return inner_->read_binary(Place(path), data, failed);
+    return inner_->read_binary(place(path), data, failed);
   }
   int write_text(const std::string& path, std::string_view text, size_t& written) override {
-    return inner_->write_text(Place(path), text, written);
+    return inner_->write_text(place(path), text, written);
   }
   int append_utf8_text(const std::string& path, std::string_view text) override {
-    return inner_->append_utf8_text(Place(path), text);
+    return inner_->append_utf8_text(place(path), text);
   }
   int read_utf8_text(const std::string& path, std::string& text) override {
-    return inner_->read_utf8_text(Place(path), text);
+    return inner_->read_utf8_text(place(path), text);
   }
 
  private:
-  std::string Place(const std::string& path) const {
+  std::string place(const std::string& path) const {
     return std::filesystem::path(path).has_root_directory() ? path : inner_->join(dir_, path);
   }
   std::string dir_;
@@ -101,7 +101,7 @@ class TempDirFiles final : public platform::FileSystem {
 };
 
 // A new directory of its own under the system's temporary directory.
-std::string MakeTempDir() {
+std::string make_temp_dir() {
   std::random_device random;
   for (int tries = 0; tries < 100; ++tries) {
     const auto dir = std::filesystem::temp_directory_path() /
@@ -115,7 +115,7 @@ std::string MakeTempDir() {
 }  // namespace
 
 int32_t RecordingWriter::WriteLogEntry(std::string_view line, uint8_t level) {
-  if (line.substr(0, 7) == "Sleep: ") ++sleepLines_;
+  if (line.substr(0, 7) == "Sleep: ") ++sleep_lines_;
   if (!keep_) return 0;
   const int64_t at = clock_.now_ms();
   std::lock_guard<std::mutex> g(lock_);
@@ -123,7 +123,7 @@ int32_t RecordingWriter::WriteLogEntry(std::string_view line, uint8_t level) {
   return 0;
 }
 
-std::vector<LogEntry> RecordingWriter::Entries() const {
+std::vector<LogEntry> RecordingWriter::entries() const {
   std::lock_guard<std::mutex> g(lock_);
   return entries_;
 }
@@ -138,7 +138,7 @@ std::string RecordingConsole::text() const {
   return text_;
 }
 
-Keys BaseKeys() {
+Keys base_keys() {
   Keys k = {
       {"ForceUseModeSwitching", "1"},
       {"AutoModeRunCount", "0"},
@@ -164,7 +164,7 @@ Keys BaseKeys() {
   return k;
 }
 
-std::string TwoSwitchGpio() {
+std::string two_switch_gpio() {
   return "[Settings.AB12.GPIO]\n"
          "Port_Main_PCW=A\nPort_Aux_PCW=B\nSw_Main_ID=0\nSw_Aux_ID=1\n"
          "Sw_Main_Main_X=1\nSw_Main_Main_Y=1\nSw_Main_Div_X=0\nSw_Main_Div_Y=0\n"
@@ -173,7 +173,7 @@ std::string TwoSwitchGpio() {
          "Sw_Aux_Off_X=1\nSw_Aux_Off_Y=0\n";
 }
 
-std::string FourSwitchGpio() {
+std::string four_switch_gpio() {
   const char* ports[] = {"Main", "Aux", "Aux2", "Aux3"};
   const char letters[] = {'A', 'B', 'C', 'D'};
   std::string text = "[Settings.AB12.GPIO]\n";
@@ -188,37 +188,37 @@ std::string FourSwitchGpio() {
   return text;
 }
 
-std::string ConfIni(const Keys& keys, const std::string& extraSections, const std::string& gpio) {
-  Keys all = BaseKeys();
+std::string conf_ini(const Keys& keys, const std::string& extra_sections, const std::string& gpio) {
+  Keys all = base_keys();
   for (const auto& [k, v] : keys) all[k] = v;
   std::string text = "[Version]\nTargetVersionMajor=2\nTargetVersionMinor=0\n\n[Settings.AB12]\n";
   for (const auto& [k, v] : all) text += k + "=" + v + "\n";
-  text += "\n" + (gpio.empty() ? TwoSwitchGpio() : gpio);
-  text += extraSections;
+  text += "\n" + (gpio.empty() ? two_switch_gpio() : gpio);
+  text += extra_sections;
   return text;
 }
 
-NotebookRig::NotebookRig(RigOptions options) : dir_(MakeTempDir()) {
+NotebookRig::NotebookRig(RigOptions options) : dir_(make_temp_dir()) {
   files_ = std::make_unique<TempDirFiles>(dir_);
-  profiles_ = MakeProfiles();
-  crypto_ = MakeCrypto();
-  registry_ = MakeRegistry(dir_);
+  profiles_ = make_profiles();
+  crypto_ = make_crypto();
+  registry_ = make_registry(dir_);
   if (!options.config.empty()) {
     size_t written = 0;
     files_->write_text("Conf.ini", options.config, written);
   }
 
-  nlohmann::json scenario = nlohmann::json::parse(options.baseScenario);
-  if (!options.scenarioPatch.empty()) {
-    scenario.merge_patch(nlohmann::json::parse(options.scenarioPatch));
+  nlohmann::json scenario = nlohmann::json::parse(options.base_scenario);
+  if (!options.scenario_patch.empty()) {
+    scenario.merge_patch(nlohmann::json::parse(options.scenario_patch));
   }
   std::string error;
   notebook_ = platform::sim::make_sim_notebook_from_text(scenario.dump(), error);
   if (!notebook_) throw std::runtime_error(error);
-  notebook_->set_hardware_call_ms(options.hardwareCallMs);
+  notebook_->set_hardware_call_ms(options.hardware_call_ms);
   attached_ = std::make_unique<platform::ClockAttachment>(notebook_->clock());
-  writer_ = std::make_unique<RecordingWriter>(notebook_->clock(), options.keepLog);
-  consoleFlag_.store(options.consoleMode);
+  writer_ = std::make_unique<RecordingWriter>(notebook_->clock(), options.keep_log);
+  console_flag_.store(options.console_mode);
 
   platform_.clock = &notebook_->clock();
   platform_.console = &console_;
@@ -235,19 +235,19 @@ NotebookRig::NotebookRig(RigOptions options) : dir_(MakeTempDir()) {
   if (options.prepare) options.prepare(platform_, *notebook_);
   // The notebook's threads run only while this thread waits, so starting them before the
   // worker exists changes nothing of what they see.
-  if (options.startNotebook) notebook_->start();
+  if (options.start_notebook) notebook_->start();
   worker_ = std::make_unique<engine::AntennaSwitchWorkerObj>(platform_);
 }
 
 NotebookRig::~NotebookRig() {
-  worker_->StopAndJoinAutoThreads();
+  worker_->stop_and_join_auto_threads();
   // The event window thread is detached: end its message loop and wait for it, and let a
   // WLAN notification in hand (with its Bluetooth settle) finish, before the worker and the
   // notebook go.
-  CloseEventWindow();
+  close_event_window();
   clock().sleep_ms(5000);
-  engine::ForgetRememberedWorker();
-  worker_->Teardown();
+  engine::forget_remembered_worker();
+  worker_->teardown();
   worker_.reset();
   attached_.reset();
   notebook_.reset();
@@ -255,33 +255,33 @@ NotebookRig::~NotebookRig() {
   std::filesystem::remove_all(dir_, ec);
 }
 
-int32_t NotebookRig::Init(const std::string& consoleConfigName) {
+int32_t NotebookRig::Init(const std::string& console_config_name) {
   log::LogContext context;
   context.lines = &lines_;
   context.writer = writer_.get();
-  context.console = &consoleFlag_;
-  return worker_->Init(context, consoleConfigName);
+  context.console = &console_flag_;
+  return worker_->Init(context, console_config_name);
 }
 
-void NotebookRig::TakeStartRequest() {
+void NotebookRig::take_start_request() {
   for (int i = 0; i < 3; ++i) clock().sleep_ms(0);
-  worker_->ConsumeReevaluation();
+  worker_->consume_reevaluation();
 }
 
-bool NotebookRig::RunUntil(const std::function<bool()>& done, int64_t limitMs, int64_t stepMs) {
-  for (int64_t t = 0; t < limitMs && !done(); t += stepMs) clock().sleep_ms(stepMs);
+bool NotebookRig::run_until(const std::function<bool()>& done, int64_t limit_ms, int64_t step_ms) {
+  for (int64_t t = 0; t < limit_ms && !done(); t += step_ms) clock().sleep_ms(step_ms);
   return done();
 }
 
-bool NotebookRig::CloseEventWindow() {
+bool NotebookRig::close_event_window() {
   notebook_->close_windows();
-  for (int i = 0; i < 1000 && engine::EventWindowThreadsRunning() > 0; ++i) clock().sleep_ms(10);
-  return engine::EventWindowThreadsRunning() == 0;
+  for (int i = 0; i < 1000 && engine::event_window_threads_running() > 0; ++i) clock().sleep_ms(10);
+  return engine::event_window_threads_running() == 0;
 }
 
-std::string NotebookRig::Text() const {
+std::string NotebookRig::text() const {
   std::string all;
-  for (const auto& e : Entries()) all += e.line;
+  for (const auto& e : entries()) all += e.line;
   return all;
 }
 

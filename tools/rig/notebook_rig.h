@@ -42,7 +42,7 @@ extern const char* const kQuietNotebook;
 struct LogEntry {
   uint8_t level;
   std::string line;
-  int64_t atMs;  // virtual time of the entry
+  int64_t at_ms;  // virtual time of the entry
 };
 
 // Records every finished log line with its virtual time (or, without `keep`, only counts
@@ -51,13 +51,13 @@ class RecordingWriter final : public log::LogEntryWriter {
  public:
   RecordingWriter(platform::Clock& clock, bool keep) : clock_(clock), keep_(keep) {}
   int32_t WriteLogEntry(std::string_view line, uint8_t level) override;
-  std::vector<LogEntry> Entries() const;
-  int SleepLines() const { return sleepLines_.load(); }
+  std::vector<LogEntry> entries() const;
+  int sleep_lines() const { return sleep_lines_.load(); }
 
  private:
   platform::Clock& clock_;
   const bool keep_;
-  std::atomic<int> sleepLines_{0};
+  std::atomic<int> sleep_lines_{0};
   mutable std::mutex lock_;
   std::vector<LogEntry> entries_;
 };
@@ -89,30 +89,30 @@ using Keys = std::map<std::string, std::string>;
 
 // A fast, complete settings section: two samples a second apart, a one-second
 // stabilisation wait, ten seconds between evaluations, growth after two stable passes.
-Keys BaseKeys();
+Keys base_keys();
 
 // The switch mapping of the notebook's two switches: ports "Main" and "Aux" with counter
 // letters A and B, switch IDs 0 and 1, "Main" on lines X 1 / Y 1, "Div" on 0 / 0 and "Off"
 // on 1 / 0.
-std::string TwoSwitchGpio();
+std::string two_switch_gpio();
 // The same for four switches: ports "Main", "Aux", "Aux2", "Aux3" with letters A to D and
 // switch IDs 0 to 3.
-std::string FourSwitchGpio();
+std::string four_switch_gpio();
 
 // The configuration file: "Version", "Settings.AB12" with `keys` (over BaseKeys), the
 // switch mapping `gpio` (empty: TwoSwitchGpio), and `extraSections` verbatim.
-std::string ConfIni(const Keys& keys, const std::string& extraSections = "",
-                    const std::string& gpio = "");
+std::string conf_ini(const Keys& keys, const std::string& extra_sections = "",
+                     const std::string& gpio = "");
 
 struct RigOptions {
-  std::string baseScenario = kQuietNotebook;
-  std::string scenarioPatch;  // a JSON Merge Patch over baseScenario (empty: none)
-  std::string config;         // written as "Conf.ini" into the rig's directory
-  bool consoleMode = false;
-  bool keepLog = true;         // false: only the "Sleep: " lines are counted
-  bool startNotebook = false;  // run the notebook's timeline and WLAN service
+  std::string base_scenario = kQuietNotebook;
+  std::string scenario_patch;  // a JSON Merge Patch over baseScenario (empty: none)
+  std::string config;          // written as "Conf.ini" into the rig's directory
+  bool console_mode = false;
+  bool keep_log = true;         // false: only the "Sleep: " lines are counted
+  bool start_notebook = false;  // run the notebook's timeline and WLAN service
   // What one hardware call costs: 0, hardware that answers at once.
-  int64_t hardwareCallMs = 0;
+  int64_t hardware_call_ms = 0;
   // Called once the platform is assembled and before the worker is made, to put other
   // seams in place (fakes, wrappers around the notebook's).
   std::function<void(platform::Platform&, platform::sim::SimNotebook&)> prepare;
@@ -128,13 +128,13 @@ class NotebookRig {
 
   // The worker's Init with the rig's log; `consoleConfigName` as on the console command
   // line (empty: the program directory's own files).
-  int32_t Init(const std::string& consoleConfigName = "");
+  int32_t Init(const std::string& console_config_name = "");
 
   // After Init: the event window registers for the lid and the power source and receives
   // their current values at once; the lid message asks for a decision. Lets them arrive
   // (yields, so that simulated time does not move) and takes that request, so that a first
   // decision pass is not restarted by it.
-  void TakeStartRequest();
+  void take_start_request();
 
   engine::AntennaSwitchWorkerObj& worker() { return *worker_; }
   platform::sim::SimNotebook& notebook() { return *notebook_; }
@@ -144,22 +144,22 @@ class NotebookRig {
   platform::Platform& platform() { return platform_; }
 
   // Lets the worker's threads run for `ms` of virtual time.
-  void RunFor(int64_t ms) { clock().sleep_ms(ms); }
+  void run_for(int64_t ms) { clock().sleep_ms(ms); }
   // Lets them run in `stepMs` steps until `done` holds or `limitMs` passed; the result of
   // `done` at the end.
-  bool RunUntil(const std::function<bool()>& done, int64_t limitMs, int64_t stepMs = 1000);
+  bool run_until(const std::function<bool()>& done, int64_t limit_ms, int64_t step_ms = 1000);
 
   // Ends the event window thread (if it runs) and waits up to ten seconds of virtual time
   // for it; false when it did not end.
-  bool CloseEventWindow();
+  bool close_event_window();
 
-  std::vector<LogEntry> Entries() const { return writer_->Entries(); }
+  std::vector<LogEntry> entries() const { return writer_->entries(); }
   // Every finished log line so far, run together.
-  std::string Text() const;
+  std::string text() const;
   // The log text that waits for the rest of its line (detail text before an empty line).
-  std::string Pending() const { return lines_.pending(); }
-  int SleepLines() const { return writer_->SleepLines(); }
-  std::string ConsoleText() const { return console_.text(); }
+  std::string pending() const { return lines_.pending(); }
+  int sleep_lines() const { return writer_->sleep_lines(); }
+  std::string console_text() const { return console_.text(); }
 
  private:
   std::string dir_;
@@ -172,7 +172,7 @@ class NotebookRig {
   std::unique_ptr<platform::ClockAttachment> attached_;
   std::unique_ptr<RecordingWriter> writer_;
   log::LineBuffer lines_;
-  std::atomic<bool> consoleFlag_{false};
+  std::atomic<bool> console_flag_{false};
   platform::Platform platform_;
   std::unique_ptr<engine::AntennaSwitchWorkerObj> worker_;
 };

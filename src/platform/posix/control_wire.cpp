@@ -48,14 +48,14 @@ bool Reader::context(ContextHandleWire& c) {
 // the context handle where the procedure takes one and its longs; for the diagnostics
 // interface its longs alone. The size is exact: a body of another size is malformed.
 size_t request_body_size(uint32_t procedure) {
-  constexpr size_t head = 8;
+  constexpr size_t kHead = 8;
   if ((procedure & kDiagnosticsInterfaceBit) != 0) {
     const int longs = diagnostics_long_arguments(procedure & ~kDiagnosticsInterfaceBit);
-    return longs < 0 ? 0 : head + 4 * static_cast<size_t>(longs);
+    return longs < 0 ? 0 : kHead + 4 * static_cast<size_t>(longs);
   }
   const int longs = long_arguments(procedure);
   if (longs < 0) return 0;
-  return head + (takes_context(procedure) ? kContextBytes : 0) + 4 * static_cast<size_t>(longs);
+  return kHead + (takes_context(procedure) ? kContextBytes : 0) + 4 * static_cast<size_t>(longs);
 }
 
 std::vector<uint8_t> encode_request(const Request& r) {

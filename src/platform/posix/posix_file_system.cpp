@@ -107,7 +107,7 @@ class PosixFileSystem final : public FileSystem {
     if (std::fseek(f, 0, SEEK_END) != 0 || (size = std::ftell(f)) < 0) {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
-    } else if (kind == EFBIG || !TryResize(data, static_cast<size_t>(size))) {
+    } else if (kind == EFBIG || !try_resize(data, static_cast<size_t>(size))) {
       // Too large to hold: what a failed allocation of its buffer would do.
       failed = ReadStep::kAllocate;
       err = ENOMEM;

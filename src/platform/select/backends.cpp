@@ -53,7 +53,7 @@ class OwnedBackends final : public Backends {
   ~OwnedBackends() override {
     while (!owned_.empty()) owned_.pop_back();
   }
-  Platform& platform() override { return platform_; }
+  Platform& platform() override { return owned_platform; }
   void set_simulation_end_hook(std::function<void()> hook) override {
     if (notebook_ != nullptr) notebook_->set_stop_hook(std::move(hook));
   }
@@ -68,7 +68,7 @@ class OwnedBackends final : public Backends {
 
   void use_notebook(std::unique_ptr<sim::SimNotebook> notebook) {
     notebook_ = keep(std::move(notebook));
-    Platform& p = platform_;
+    Platform& p = owned_platform;
     p.clock = &notebook_->clock();
     p.control_device = &notebook_->control_device();
     p.board = &notebook_->board();
@@ -88,7 +88,7 @@ class OwnedBackends final : public Backends {
     notebook_->start();
   }
 
-  Platform platform_;
+  Platform owned_platform;
 
  private:
   std::vector<std::shared_ptr<void>> owned_;
@@ -98,7 +98,7 @@ class OwnedBackends final : public Backends {
 // The operating system's own facilities, the same under every notebook; the thread pool
 // runs its callbacks on `p.clock`, which must be set.
 void use_operating_system(OwnedBackends& b) {
-  Platform& p = b.platform_;
+  Platform& p = b.owned_platform;
 #if defined(_WIN32)
   p.console = b.keep(make_win32_console());
   p.files = b.keep(make_win32_file_system());
@@ -126,7 +126,7 @@ void use_operating_system(OwnedBackends& b) {
 // The machine itself: its clock and its hardware.
 std::unique_ptr<Backends> make_native_backends() {
   auto b = std::make_unique<OwnedBackends>();
-  Platform& p = b->platform_;
+  Platform& p = b->owned_platform;
   p.clock = b->keep(make_real_clock());
   p.control_device = b->keep(make_win32_control_device());
   p.board = b->keep(make_wmi_board_query());

@@ -53,7 +53,7 @@ struct CallTarget {
 };
 
 // Raises the fault, if any; called with no C++ object of the call alive.
-inline void RaiseCallFault(uint32_t fault) {
+inline void raise_call_fault(uint32_t fault) {
   if (fault != 0) RpcRaiseException(static_cast<RPC_STATUS>(fault));
 }
 

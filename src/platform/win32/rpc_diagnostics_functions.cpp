@@ -40,7 +40,7 @@ uint32_t read(uint32_t procedure, LONG count, LONG capacity, LONG* status, LONG*
 }
 
 void finish(uint32_t fault) {
-  RaiseCallFault(fault);
+  raise_call_fault(fault);
 }
 
 }  // namespace

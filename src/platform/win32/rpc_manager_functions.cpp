@@ -25,7 +25,7 @@ uint32_t forward(Body body) {
   return g_target.forward(body);
 }
 void finish(uint32_t fault) {
-  RaiseCallFault(fault);
+  raise_call_fault(fault);
 }
 
 }  // namespace

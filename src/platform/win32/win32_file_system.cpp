@@ -73,7 +73,7 @@ class Win32FileSystem final : public FileSystem {
       failed = ReadStep::kSeek;
       err = errno != 0 ? errno : EIO;
     } else if (static_cast<uint64_t>(size) > kMaxInputFileBytes ||
-               !TryResize(data, static_cast<size_t>(size))) {
+               !try_resize(data, static_cast<size_t>(size))) {
       // Too large to hold: what a failed allocation of its buffer would do.
       failed = ReadStep::kAllocate;
       err = ENOMEM;

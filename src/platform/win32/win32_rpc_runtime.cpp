@@ -17,11 +17,12 @@
 #include "zaltor_diagnostics.h"
 
 // MinGW-w64's headers lack RpcServerRegisterIf3 (Windows 8 and later; rpcrt4 exports it).
-extern "C" RPC_STATUS RPC_ENTRY RpcServerRegisterIf3(RPC_IF_HANDLE IfSpec, UUID* MgrTypeUuid,
-                                                     RPC_MGR_EPV* MgrEpv, unsigned int Flags,
-                                                     unsigned int MaxCalls, unsigned int MaxRpcSize,
-                                                     RPC_IF_CALLBACK_FN* IfCallback,
-                                                     void* SecurityDescriptor);
+extern "C" RPC_STATUS RPC_ENTRY RpcServerRegisterIf3(RPC_IF_HANDLE if_spec, UUID* mgr_type_uuid,
+                                                     RPC_MGR_EPV* mgr_epv, unsigned int flags,
+                                                     unsigned int max_calls,
+                                                     unsigned int max_rpc_size,
+                                                     RPC_IF_CALLBACK_FN* if_callback,
+                                                     void* security_descriptor);
 
 namespace zaltor::platform::win32 {
 namespace {

@@ -102,7 +102,7 @@ TEST(WmiBoardQuery, TheBoardIdentificationReadsTheLastProductTrimmed) {
   ASSERT_EQ(board.QueryBaseBoard(), 0);
   std::string model = "stale";
   EXPECT_EQ(board.ReadModelName(model), 0);
-  EXPECT_EQ(model, TrimBlanks(products.back()));
+  EXPECT_EQ(model, trim_blanks(products.back()));
 }
 
 TEST(WmiBoardQuery, AnUnknownNamespaceFailsAtTheConnectionWithTheWmiError) {
@@ -124,7 +124,7 @@ TEST(WmiBoardQuery, AQueryGivesBackTheApartmentItTook) {
 }
 
 // The board query as the worker's start-up runs it, on a thread whose COM is already set up.
-int32_t IdentifyBoard(std::string& model) {
+int32_t identify_board(std::string& model) {
   auto query = make_wmi_board_query();
   auto console = make_win32_console();
   BoardIdentification board(*query, *console);
@@ -141,7 +141,7 @@ TEST(WmiBoardQuery, AThreadInTheMultithreadedApartmentIdentifiesTheBoardAndKeeps
     // COM is usable on this thread already: the query runs in that apartment.
     EXPECT_TRUE(make_wmi_board_query()->base_board_products().ok());
     std::string model = "stale";
-    EXPECT_EQ(IdentifyBoard(model), 0) << "a supported notebook stays supported";
+    EXPECT_EQ(identify_board(model), 0) << "a supported notebook stays supported";
     EXPECT_NE(model, "stale");
     // The queries uninitialised nothing: this thread's own initialisation still stands.
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
@@ -154,7 +154,7 @@ TEST(WmiBoardQuery, AThreadThatInitialisedComItselfKeepsItsInitialisation) {
   std::thread([] {
     ASSERT_EQ(CoInitialize(nullptr), S_OK);
     std::string model = "stale";
-    EXPECT_EQ(IdentifyBoard(model), 0);
+    EXPECT_EQ(identify_board(model), 0);
     EXPECT_NE(model, "stale");
     // The query gave back only its own reference (S_FALSE), not the thread's.
     EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
@@ -167,7 +167,7 @@ TEST(WmiBoardQuery, AThreadThatInitialisedComItselfKeepsItsInitialisation) {
 
 // ---- device lists (setup API) -----------------------------------------------------------
 
-void ExpectFiniteList(DeviceLists& lists, DeviceClass cls, const char* enumerator) {
+void expect_finite_list(DeviceLists& lists, DeviceClass cls, const char* enumerator) {
   SetLastError(0);
   auto list = lists.present_devices(cls, enumerator);
   ASSERT_NE(list, nullptr) << enumerator << " error " << GetLastError();
@@ -185,13 +185,13 @@ void ExpectFiniteList(DeviceLists& lists, DeviceClass cls, const char* enumerato
 
 TEST(SetupApiDeviceLists, PresentNetworkAdaptersOnThePciBusFormAFiniteList) {
   auto lists = make_setupapi_device_lists();
-  ExpectFiniteList(*lists, DeviceClass::kNetwork, "PCI");
+  expect_finite_list(*lists, DeviceClass::kNetwork, "PCI");
 }
 
 TEST(SetupApiDeviceLists, PresentBluetoothDevicesOfBothEnumeratorsFormFiniteLists) {
   auto lists = make_setupapi_device_lists();
-  ExpectFiniteList(*lists, DeviceClass::kBluetooth, "BTHENUM");
-  ExpectFiniteList(*lists, DeviceClass::kBluetooth, "BTHLE");
+  expect_finite_list(*lists, DeviceClass::kBluetooth, "BTHENUM");
+  expect_finite_list(*lists, DeviceClass::kBluetooth, "BTHLE");
 }
 
 // ---- WLAN (native Wi-Fi API) ------------------------------------------------------------
@@ -424,7 +424,7 @@ class WindowThread {
   HWND hwnd_ = nullptr;
 };
 
-LRESULT SendPowerSetting(HWND hwnd, const GUID& setting, DWORD value) {
+LRESULT send_power_setting(HWND hwnd, const GUID& setting, DWORD value) {
   std::vector<unsigned char> buffer(sizeof(POWERBROADCAST_SETTING) + sizeof(DWORD), 0);
   auto* s = reinterpret_cast<POWERBROADCAST_SETTING*>(buffer.data());
   s->PowerSetting = setting;
@@ -460,10 +460,10 @@ TEST(Win32EventWindow, PowerSettingsLidPowerSourceAndDeviceChangesReachTheHandle
   EXPECT_TRUE(w.power_registered());
   handler.clear();
 
-  EXPECT_EQ(SendPowerSetting(w.hwnd(), kLidSwitch, 0), 0);
-  EXPECT_EQ(SendPowerSetting(w.hwnd(), kAcDcPowerSource, 1), 0);
-  EXPECT_EQ(SendPowerSetting(w.hwnd(), kLidSwitch, 1), 0);
-  EXPECT_EQ(SendPowerSetting(w.hwnd(), kSomeOtherSetting, 5), 0);
+  EXPECT_EQ(send_power_setting(w.hwnd(), kLidSwitch, 0), 0);
+  EXPECT_EQ(send_power_setting(w.hwnd(), kAcDcPowerSource, 1), 0);
+  EXPECT_EQ(send_power_setting(w.hwnd(), kLidSwitch, 1), 0);
+  EXPECT_EQ(send_power_setting(w.hwnd(), kSomeOtherSetting, 5), 0);
   EXPECT_EQ(SendMessageW(w.hwnd(), WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC, 0), 0);
   EXPECT_EQ(SendMessageW(w.hwnd(), WM_DEVICECHANGE, 0x0007 /* DBT_DEVNODES_CHANGED */, 0), 0);
 

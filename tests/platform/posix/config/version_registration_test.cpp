@@ -37,7 +37,7 @@ class VersionRegistrationTest : public ::testing::Test {
 
 TEST_F(VersionRegistrationTest, KeyMissingReportsNotInstalledAndReadsNothing) {
   program_.write("ver.txt", "1.2.3\n");
-  EXPECT_EQ(run(), STATUS_VERSION_REG_OPEN);
+  EXPECT_EQ(run(), kStatusVersionRegOpen);
   ASSERT_EQ(log_.lines.size(), 1u);
   EXPECT_EQ(log_.lines[0].text, "ZALTOR MultiAntenna is not installed properly.\n");
   EXPECT_TRUE(program_.exists("ver.txt"));
@@ -57,14 +57,14 @@ TEST_F(VersionRegistrationTest, VersionFileWordIsWrittenConfirmedAndRemoved) {
 TEST_F(VersionRegistrationTest, EmptyVersionFileIsInvalidAndStays) {
   make_key();
   program_.write("ver.txt", "");
-  EXPECT_EQ(run(), STATUS_VERSION_PARAM);
+  EXPECT_EQ(run(), kStatusVersionParam);
   EXPECT_TRUE(log_.has("Invalid version param.\n"));
   EXPECT_TRUE(program_.exists("ver.txt"));
 }
 
 TEST_F(VersionRegistrationTest, NoVersionFileAndNoValueIsAReadError) {
   make_key();
-  EXPECT_EQ(run(), STATUS_VERSION_REG_READ);
+  EXPECT_EQ(run(), kStatusVersionRegRead);
   EXPECT_TRUE(log_.has("Regkey read error 2\n"));
 }
 
@@ -83,7 +83,7 @@ TEST_F(VersionRegistrationTest, NoVersionFileLogsTheRegisteredVersion) {
 TEST_F(VersionRegistrationTest, UnreadableVersionFileFailsToOpen) {
   make_key();
   std::filesystem::create_directory(program_.file("ver.txt"));  // exists, but not a file
-  EXPECT_EQ(run(), STATUS_VERSION_FILE_OPEN);
+  EXPECT_EQ(run(), kStatusVersionFileOpen);
   EXPECT_TRUE(log_.has("Version file open failed.\n"));
 }
 
@@ -116,14 +116,14 @@ class FakeRegistry final : public platform::Registry {
     return std::make_unique<Forward>(key);
   }
   struct Forward final : platform::RegistryKey {
-    explicit Forward(FakeKey& k) : k_(k) {}
+    explicit Forward(FakeKey& key) : k(key) {}
     uint32_t read_string(const std::string& n, uint32_t b, std::string& v) override {
-      return k_.read_string(n, b, v);
+      return k.read_string(n, b, v);
     }
     uint32_t write_string(const std::string& n, const std::string& v, uint32_t b) override {
-      return k_.write_string(n, v, b);
+      return k.write_string(n, v, b);
     }
-    FakeKey& k_;
+    FakeKey& k;
   };
   FakeKey key;
   std::string opened;
@@ -143,7 +143,7 @@ TEST_F(VersionRegistrationTest, DataSizeIsTwiceTheCharactersPlusOneByte) {
 TEST_F(VersionRegistrationTest, OtherOpenErrorIsReportedWithItsCode) {
   FakeRegistry reg;
   reg.open_error = 5;
-  EXPECT_EQ(register_config_version(files_, reg, log_), STATUS_VERSION_REG_OPEN);
+  EXPECT_EQ(register_config_version(files_, reg, log_), kStatusVersionRegOpen);
   EXPECT_TRUE(log_.has("Regkey open error 5\n"));
 }
 
@@ -151,7 +151,7 @@ TEST_F(VersionRegistrationTest, WriteFailureIsReported) {
   program_.write("ver.txt", "1.25\n");
   FakeRegistry reg;
   reg.key.write_error = 5;
-  EXPECT_EQ(register_config_version(files_, reg, log_), STATUS_VERSION_REG_WRITE);
+  EXPECT_EQ(register_config_version(files_, reg, log_), kStatusVersionRegWrite);
   EXPECT_TRUE(log_.has("Regkey write error 5\n"));
   EXPECT_TRUE(program_.exists("ver.txt"));
 }
@@ -160,7 +160,7 @@ TEST_F(VersionRegistrationTest, DifferentReadBackFailsTheCheck) {
   program_.write("ver.txt", "1.25\n");
   FakeRegistry reg;
   reg.key.answer = "1.2";
-  EXPECT_EQ(register_config_version(files_, reg, log_), STATUS_VERSION_CHECK);
+  EXPECT_EQ(register_config_version(files_, reg, log_), kStatusVersionCheck);
   EXPECT_TRUE(log_.has("Check failed. Expected \"1.25\", get \"1.2\"\n"));
   EXPECT_TRUE(program_.exists("ver.txt"));
 }
@@ -192,7 +192,7 @@ TEST_F(VersionRegistrationTest, AHugeVersionFileCannotBeOpenedAndStays) {
   const std::string path = program_.file("ver.txt");
   { std::ofstream create(path); }
   std::filesystem::resize_file(path, uintmax_t{2} << 30);  // sparse: gigabytes of nothing
-  EXPECT_EQ(run(), STATUS_VERSION_FILE_OPEN);
+  EXPECT_EQ(run(), kStatusVersionFileOpen);
   ASSERT_EQ(log_.lines.size(), 1u);
   EXPECT_EQ(log_.lines[0].text, "Version file open failed.\n");
   EXPECT_TRUE(program_.exists("ver.txt"));
@@ -202,7 +202,7 @@ TEST_F(VersionRegistrationTest, AHugeVersionFileCannotBeOpenedAndStays) {
 TEST_F(VersionRegistrationTest, AVersionFileThatIsADirectoryCannotBeOpened) {
   make_key();
   std::filesystem::create_directory(program_.file("ver.txt"));
-  EXPECT_EQ(run(), STATUS_VERSION_FILE_OPEN);
+  EXPECT_EQ(run(), kStatusVersionFileOpen);
   ASSERT_EQ(log_.lines.size(), 1u);
   EXPECT_EQ(log_.lines[0].text, "Version file open failed.\n");
 }
@@ -211,7 +211,7 @@ TEST_F(VersionRegistrationTest, AHugeRegisteredValueIsMoreDataNotMemory) {
   make_key();
   { std::ofstream create(value_path()); }
   std::filesystem::resize_file(value_path(), uintmax_t{2} << 30);
-  EXPECT_EQ(run(), STATUS_VERSION_REG_READ);
+  EXPECT_EQ(run(), kStatusVersionRegRead);
   ASSERT_EQ(log_.lines.size(), 1u);
   EXPECT_EQ(log_.lines[0].text, "Regkey read error 234\n");
 }

@@ -46,12 +46,12 @@ class RpcAntennactl : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(std::filesystem::exists(antennactl_path())) << antennactl_path();
   }
-  ToolRun run(const std::string& args) { return antennactl(server.endpoint, args); }
-  TestServer server{"antennactl"};
+  ToolRun run(const std::string& args) { return antennactl(server_.endpoint, args); }
+  TestServer server_{"antennactl"};
 };
 
 TEST_F(RpcAntennactl, CallQueryValuePrintsStatusAndValue) {
-  server.target.switch_count = 2;
+  server_.target.switch_count = 2;
   ToolRun r = run("call QueryValue 0x1005");
   EXPECT_EQ(r.out, "status=0\nvalue=2\n");
   EXPECT_EQ(r.exit_code, 0);
@@ -64,11 +64,11 @@ TEST_F(RpcAntennactl, CallOfACodeOutsideTheGroupCompletesWithStatus36) {
   ToolRun r = run("call QueryValue 0x3001");
   EXPECT_EQ(r.out, "status=36\nvalue=0\n");
   EXPECT_EQ(r.exit_code, 0);
-  EXPECT_EQ(server.target.call_count(), 0u);
+  EXPECT_EQ(server_.target.call_count(), 0u);
 }
 
 TEST_F(RpcAntennactl, CallEveryProcedureShape) {
-  server.target.out_value = 1;
+  server_.target.out_value = 1;
   ToolRun r = run("call QueryIndexedValue 0x2002 3");
   EXPECT_EQ(r.out, "status=0\nvalue=1\n");
   r = run("call SetValue 0x3001 2");
@@ -81,20 +81,20 @@ TEST_F(RpcAntennactl, CallEveryProcedureShape) {
   EXPECT_EQ(r.out, "status=0\nvalues=\n");
   EXPECT_EQ(r.exit_code, 0);
   EXPECT_EQ(
-      server.target.calls(),
+      server_.target.calls(),
       (std::vector<std::string>{"GetControlBit(3,4)", "SetUserMode(2)", "SetSwitchPosition(1,-1)",
                                 "GetRssiAllPorts(4)", "GetRssiCurrentMode(0)"}));
 }
 
 TEST_F(RpcAntennactl, StatusOfTheOperationIsPrintedAndExitIsStillZero) {
-  server.target.status = 28;
+  server_.target.status = 28;
   ToolRun r = run("call SetValue 0x3001 9");
   EXPECT_EQ(r.out, "status=28\n");
   EXPECT_EQ(r.exit_code, 0);
 }
 
 TEST_F(RpcAntennactl, FaultIsPrintedWithExitThree) {
-  server.target.set_readings({-95, -95});
+  server_.target.set_readings({-95, -95});
   ToolRun r = run("call QueryValue 0x1003");
   EXPECT_EQ(r.out, "fault=0xC0000094\n");
   EXPECT_EQ(r.exit_code, 3);
@@ -124,7 +124,7 @@ TEST_F(RpcAntennactl, UsageErrorsExitTwoWithoutCalling) {
     EXPECT_EQ(r.exit_code, 2) << args;
     EXPECT_EQ(r.out, "") << args;
   }
-  EXPECT_EQ(server.target.call_count(), 0u);
+  EXPECT_EQ(server_.target.call_count(), 0u);
 }
 
 TEST_F(RpcAntennactl, JsonOutput) {
@@ -134,7 +134,7 @@ TEST_F(RpcAntennactl, JsonOutput) {
   EXPECT_EQ(r.exit_code, 2);  // options follow the command word
   r = run("call QueryArray 0x5002 2 --json");
   EXPECT_EQ(r.out, "{\"status\":0,\"values\":[-51,-52]}\n");
-  server.target.set_readings({-95});
+  server_.target.set_readings({-95});
   r = run("call QueryValue 0x1003 --json");
   EXPECT_EQ(r.out, "{\"fault\":\"0xC0000094\"}\n");
   EXPECT_EQ(r.exit_code, 3);
@@ -145,12 +145,12 @@ TEST_F(RpcAntennactl, JsonOutput) {
 }
 
 TEST_F(RpcAntennactl, StatusScreen) {
-  server.target.user_mode = 0;
-  server.target.switch_count = 2;
-  server.target.mode_count = 4;
-  server.target.auto_state = 1;
-  server.target.out_value = 3;
-  server.target.set_readings({-60, -95, -70});
+  server_.target.scripted_user_mode = 0;
+  server_.target.switch_count = 2;
+  server_.target.scripted_mode_count = 4;
+  server_.target.scripted_auto_state = 1;
+  server_.target.out_value = 3;
+  server_.target.set_readings({-60, -95, -70});
   ToolRun r = run("status");
   EXPECT_EQ(r.exit_code, 0);
   EXPECT_EQ(r.out,
@@ -174,21 +174,21 @@ TEST_F(RpcAntennactl, ModeSwitchLineAndRssiCommands) {
   EXPECT_EQ(run("mode 3").exit_code, 0);
   EXPECT_EQ(run("switch set 1 Div").out, "status=0\n");
   EXPECT_EQ(run("switch set 0 main").exit_code, 0);
-  server.target.out_value = 1;
+  server_.target.out_value = 1;
   EXPECT_EQ(run("switch get 1").out, "status=0\nvalue=1\n");
   EXPECT_EQ(run("line get 5").out, "status=0\nvalue=1\n");
   EXPECT_EQ(run("line set 5 0").out, "status=0\n");
-  server.target.switch_count = 2;
+  server_.target.switch_count = 2;
   EXPECT_EQ(run("rssi").out, "Main -51 dBm, Aux -52 dBm\n");
   EXPECT_EQ(run("rssi --all-ports").out,
             "Main: Main -51 dBm, Aux -52 dBm\nDiv: Main -53 dBm, Aux -54 dBm\n");
-  EXPECT_EQ(server.target.calls(),
+  EXPECT_EQ(server_.target.calls(),
             (std::vector<std::string>{"SetUserMode(0)", "SetUserMode(3)", "SetSwitchPosition(1,1)",
                                       "SetSwitchPosition(0,0)", "GetSwitchPosition(1)",
                                       "GetControlBit(5,4)", "SetControlBit(5,0,4)",
                                       "GetRssiCurrentMode(2)", "GetRssiAllPorts(4)"}));
   // Every command closed its context.
-  EXPECT_EQ(server.procedures.open_contexts(), 0);
+  EXPECT_EQ(server_.procedures.open_contexts(), 0);
 }
 
 }  // namespace

@@ -18,39 +18,39 @@ using platform::ContextHandleWire;
 class RpcSocket : public ::testing::Test {
  protected:
   void SetUp() override {
-    client = server.connect();
-    ASSERT_TRUE(client);
-    ASSERT_EQ(client->open_context(ctx), 0u);
+    client_ = server_.connect();
+    ASSERT_TRUE(client_);
+    ASSERT_EQ(client_->open_context(ctx_), 0u);
   }
   int32_t query(int32_t code, int32_t& value) {
     int32_t status = -1;
-    EXPECT_EQ(client->query_value(ctx, code, status, value), 0u);
+    EXPECT_EQ(client_->query_value(ctx_, code, status, value), 0u);
     return status;
   }
 
-  TestServer server{"socket"};
-  std::unique_ptr<platform::ControlClient> client;
-  ContextHandleWire ctx;
+  TestServer server_{"socket"};
+  std::unique_ptr<platform::ControlClient> client_;
+  ContextHandleWire ctx_;
 };
 
 TEST_F(RpcSocket, SetUpLogsAndChoosesNothingWithoutAHook) {
-  EXPECT_EQ(server.log.lines(),
+  EXPECT_EQ(server_.log.lines(),
             (std::vector<std::string>{"4:Initializing RPC endpoints.\n", "4:RPC Endpoints ok.\n"}));
 }
 
 TEST_F(RpcSocket, AllSixteenCommandsReachTheirOperation) {
-  server.target.user_mode = 0;
-  server.target.switch_count = 2;
-  server.target.mode_count = 4;
-  server.target.auto_state = 1;
-  server.target.out_value = 3;
+  server_.target.scripted_user_mode = 0;
+  server_.target.switch_count = 2;
+  server_.target.scripted_mode_count = 4;
+  server_.target.scripted_auto_state = 1;
+  server_.target.out_value = 3;
   int32_t value = 0;
   EXPECT_EQ(query(kGetSwitchNumber, value), 0);
   EXPECT_EQ(value, 3);
   value = 0;
   EXPECT_EQ(query(kGetReserved, value), 1);
   EXPECT_EQ(value, 0);  // unset: as the runtime allocated it
-  server.target.set_readings({-60, -95, -70});
+  server_.target.set_readings({-60, -95, -70});
   EXPECT_EQ(query(kGetAverageRssi, value), 0);
   EXPECT_EQ(value, -65);
   EXPECT_EQ(query(kGetUserMode, value), 0);
@@ -67,24 +67,24 @@ TEST_F(RpcSocket, AllSixteenCommandsReachTheirOperation) {
   EXPECT_EQ(value, 1);
 
   int32_t status = -1;
-  server.target.out_value = 1;
-  EXPECT_EQ(client->query_indexed_value(ctx, kGetSwitchPosition, 1, status, value), 0u);
+  server_.target.out_value = 1;
+  EXPECT_EQ(client_->query_indexed_value(ctx_, kGetSwitchPosition, 1, status, value), 0u);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(value, 1);
-  EXPECT_EQ(client->query_indexed_value(ctx, kGetControlBit, 5, status, value), 0u);
+  EXPECT_EQ(client_->query_indexed_value(ctx_, kGetControlBit, 5, status, value), 0u);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(client->set_value(ctx, kSetUserMode, 2, status), 0u);
+  EXPECT_EQ(client_->set_value(ctx_, kSetUserMode, 2, status), 0u);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(client->set_paired_value(ctx, kSetSwitchPosition, 1, 0, status), 0u);
-  EXPECT_EQ(client->set_paired_value(ctx, kSetControlBit, 6, 1, status), 0u);
+  EXPECT_EQ(client_->set_paired_value(ctx_, kSetSwitchPosition, 1, 0, status), 0u);
+  EXPECT_EQ(client_->set_paired_value(ctx_, kSetControlBit, 6, 1, status), 0u);
   std::vector<int32_t> values;
-  EXPECT_EQ(client->query_array(ctx, kGetRssiAllPorts, 4, status, values), 0u);
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiAllPorts, 4, status, values), 0u);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(values, (std::vector<int32_t>{-51, -52, -53, -54}));
-  EXPECT_EQ(client->query_array(ctx, kGetRssiCurrentMode, 2, status, values), 0u);
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiCurrentMode, 2, status, values), 0u);
   EXPECT_EQ(values, (std::vector<int32_t>{-51, -52}));
 
-  EXPECT_EQ(server.target.calls(),
+  EXPECT_EQ(server_.target.calls(),
             (std::vector<std::string>{
                 "GetSwitchNumber", "GetAverageRssi", "GetCurrentMode", "GetSwitchPosition(1)",
                 "GetControlBit(5,4)", "SetUserMode(2)", "SetSwitchPosition(1,0)",
@@ -101,34 +101,34 @@ TEST_F(RpcSocket, ReservedCommandAnswersOneEveryTime) {
 TEST_F(RpcSocket, SetUserModeSentThroughQueryValueAnswers36WithoutSettingAMode) {
   int32_t value = 0;
   EXPECT_EQ(query(kSetUserMode, value), 36);
-  EXPECT_EQ(server.target.call_count(), 0u);
+  EXPECT_EQ(server_.target.call_count(), 0u);
 }
 
 TEST_F(RpcSocket, AverageOfMinus61AndMinus62IsMinus61) {
-  server.target.set_readings({-61, -62});
+  server_.target.set_readings({-61, -62});
   int32_t value = 0;
   EXPECT_EQ(query(kGetAverageRssi, value), 0);
   EXPECT_EQ(value, -61);
 }
 
 TEST_F(RpcSocket, AverageWithoutReadingsFaultsAndTheServerKeepsAnswering) {
-  server.target.set_readings({-95, -95, -95});
+  server_.target.set_readings({-95, -95, -95});
   int32_t status = 77, value = 77;
-  EXPECT_EQ(client->query_value(ctx, kGetAverageRssi, status, value), 0xC0000094u);
+  EXPECT_EQ(client_->query_value(ctx_, kGetAverageRssi, status, value), 0xC0000094u);
   EXPECT_EQ(status, 77);  // no status or value comes back
   EXPECT_EQ(value, 77);
   // The same connection and context, and a new one, are still served.
   EXPECT_EQ(query(kGetReserved, value), 1);
-  auto other = server.connect();
+  auto other = server_.connect();
   ContextHandleWire c2;
   ASSERT_EQ(other->open_context(c2), 0u);
-  server.target.set_readings({-50});
+  server_.target.set_readings({-50});
   EXPECT_EQ(other->query_value(c2, kGetAverageRssi, status, value), 0u);
   EXPECT_EQ(value, -50);
 }
 
 TEST_F(RpcSocket, NotInitialisedWorkerAnswersTwo) {
-  server.target.is_initialised = false;
+  server_.target.is_initialised = false;
   int32_t value = 0;
   EXPECT_EQ(query(kGetModeCount, value), 2);
   EXPECT_EQ(query(kGetAverageRssi, value), 2);
@@ -139,94 +139,94 @@ TEST_F(RpcSocket, CallsRunAttachedToTheClock) {
   int32_t value = 0;
   query(kGetSwitchNumber, value);
   int32_t status = 0;
-  client->set_value(ctx, kSetUserMode, 1, status);
-  EXPECT_TRUE(server.target.attached_in_every_call.load());
-  EXPECT_GE(server.clock.attaches(), 2);
+  client_->set_value(ctx_, kSetUserMode, 1, status);
+  EXPECT_TRUE(server_.target.attached_in_every_call.load());
+  EXPECT_GE(server_.clock.attaches(), 2);
 }
 
 TEST_F(RpcSocket, CloseNullsTheHandleAndTheHandleIsThenUnknown) {
-  ContextHandleWire copy = ctx;
-  ASSERT_EQ(client->close_context(ctx), 0u);
-  EXPECT_TRUE(ctx.is_null());
+  ContextHandleWire copy = ctx_;
+  ASSERT_EQ(client_->close_context(ctx_), 0u);
+  EXPECT_TRUE(ctx_.is_null());
   int32_t status = 0, value = 0;
-  EXPECT_EQ(client->query_value(copy, kGetReserved, status, value), platform::kErrorInvalidHandle);
-  EXPECT_EQ(client->close_context(copy), platform::kErrorInvalidHandle);
-  EXPECT_EQ(server.procedures.open_contexts(), 0);
+  EXPECT_EQ(client_->query_value(copy, kGetReserved, status, value), platform::kErrorInvalidHandle);
+  EXPECT_EQ(client_->close_context(copy), platform::kErrorInvalidHandle);
+  EXPECT_EQ(server_.procedures.open_contexts(), 0);
 }
 
 TEST_F(RpcSocket, NullContextIsRefusedBeforeTheProcedureRuns) {
   ContextHandleWire null;
   int32_t status = 0, value = 0;
-  EXPECT_EQ(client->query_value(null, kGetSwitchNumber, status, value), platform::kRpcNullContext);
-  EXPECT_EQ(client->close_context(null), platform::kRpcNullContext);
-  EXPECT_EQ(server.target.call_count(), 0u);
+  EXPECT_EQ(client_->query_value(null, kGetSwitchNumber, status, value), platform::kRpcNullContext);
+  EXPECT_EQ(client_->close_context(null), platform::kRpcNullContext);
+  EXPECT_EQ(server_.target.call_count(), 0u);
 }
 
 TEST_F(RpcSocket, UnknownOrForeignContextIsRefused) {
-  ContextHandleWire forged = ctx;
+  ContextHandleWire forged = ctx_;
   forged.uuid[3] ^= 0x5a;
   int32_t status = 0, value = 0;
-  EXPECT_EQ(client->query_value(forged, kGetSwitchNumber, status, value),
+  EXPECT_EQ(client_->query_value(forged, kGetSwitchNumber, status, value),
             platform::kErrorInvalidHandle);
   // A context belongs to the connection that opened it.
-  auto other = server.connect();
-  EXPECT_EQ(other->query_value(ctx, kGetSwitchNumber, status, value),
+  auto other = server_.connect();
+  EXPECT_EQ(other->query_value(ctx_, kGetSwitchNumber, status, value),
             platform::kErrorInvalidHandle);
-  EXPECT_EQ(server.target.call_count(), 0u);
+  EXPECT_EQ(server_.target.call_count(), 0u);
 }
 
 TEST_F(RpcSocket, ArrayCountOutsideZeroTo4096IsRefused) {
   int32_t status = 0;
   std::vector<int32_t> values;
-  EXPECT_EQ(client->query_array(ctx, kGetRssiAllPorts, -1, status, values),
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiAllPorts, -1, status, values),
             platform::kRpcInvalidBound);
-  EXPECT_EQ(client->query_array(ctx, kGetRssiAllPorts, 4097, status, values),
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiAllPorts, 4097, status, values),
             platform::kRpcInvalidBound);
-  EXPECT_EQ(server.target.call_count(), 0u);
-  EXPECT_EQ(client->query_array(ctx, kGetRssiAllPorts, 4096, status, values), 0u);
+  EXPECT_EQ(server_.target.call_count(), 0u);
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiAllPorts, 4096, status, values), 0u);
   EXPECT_EQ(values.size(), 4096u);
   EXPECT_EQ(values[5], -56);
   EXPECT_EQ(values[6], 0);
-  EXPECT_EQ(client->query_array(ctx, kGetRssiAllPorts, 0, status, values), 0u);
+  EXPECT_EQ(client_->query_array(ctx_, kGetRssiAllPorts, 0, status, values), 0u);
   EXPECT_TRUE(values.empty());
 }
 
 TEST_F(RpcSocket, ArrayCodeOfAnotherGroupLeavesTheArrayAsAllocated) {
   int32_t status = 0;
   std::vector<int32_t> values;
-  EXPECT_EQ(client->query_array(ctx, kGetSwitchNumber, 3, status, values), 0u);
+  EXPECT_EQ(client_->query_array(ctx_, kGetSwitchNumber, 3, status, values), 0u);
   EXPECT_EQ(status, 36);
   EXPECT_EQ(values, (std::vector<int32_t>{0, 0, 0}));
 }
 
 TEST_F(RpcSocket, ClientThatDisconnectsWithOpenContextsHasThemRunDown) {
   {
-    auto leaving = server.connect();
+    auto leaving = server_.connect();
     for (int i = 0; i < 5; ++i) {
       ContextHandleWire c;
       ASSERT_EQ(leaving->open_context(c), 0u);
     }
-    EXPECT_EQ(server.procedures.open_contexts(), 6);
+    EXPECT_EQ(server_.procedures.open_contexts(), 6);
   }
-  for (int i = 0; i < 500 && server.procedures.open_contexts() != 1; ++i) {
+  for (int i = 0; i < 500 && server_.procedures.open_contexts() != 1; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
-  EXPECT_EQ(server.procedures.open_contexts(), 1);  // only this fixture's own
+  EXPECT_EQ(server_.procedures.open_contexts(), 1);  // only this fixture's own
 }
 
 TEST_F(RpcSocket, StoppingRunsDownEveryOpenContext) {
   ContextHandleWire more;
-  ASSERT_EQ(client->open_context(more), 0u);
-  EXPECT_EQ(server.procedures.open_contexts(), 2);
-  server.stop();
-  EXPECT_EQ(server.procedures.open_contexts(), 0);
-  EXPECT_EQ(server.result.load(), 0u);
+  ASSERT_EQ(client_->open_context(more), 0u);
+  EXPECT_EQ(server_.procedures.open_contexts(), 2);
+  server_.stop();
+  EXPECT_EQ(server_.procedures.open_contexts(), 0);
+  EXPECT_EQ(server_.result.load(), 0u);
   int32_t status = 0, value = 0;
-  EXPECT_NE(client->query_value(ctx, kGetReserved, status, value), 0u);
+  EXPECT_NE(client_->query_value(ctx_, kGetReserved, status, value), 0u);
 }
 
 TEST_F(RpcSocket, CallsOnOneConnectionMayOverlapAndAreMatchedByCallId) {
-  RawConnection raw(server.endpoint);
+  RawConnection raw(server_.endpoint);
   ASSERT_TRUE(raw.connected());
   ASSERT_TRUE(raw.send(raw_frame(1, 0, {})));
   auto opened = raw.read_reply();

@@ -105,10 +105,10 @@ class ServiceOnNotebook {
       if (!main_ended_.load()) kill(getpid(), SIGTERM);  // a test that gave up early
       main_.join();
     }
-    app_->worker().StopAndJoinAutoThreads();
+    app_->worker().stop_and_join_auto_threads();
     notebook_->close_windows();
-    eventually([] { return engine::EventWindowThreadsRunning() == 0; });
-    engine::ForgetRememberedWorker();
+    eventually([] { return engine::event_window_threads_running() == 0; });
+    engine::forget_remembered_worker();
     static std::vector<std::shared_ptr<void>>* kept = new std::vector<std::shared_ptr<void>>;
     kept->push_back(std::move(app_));
     kept->push_back(std::move(rpc_));
@@ -174,7 +174,7 @@ TEST(ServiceStopOnNotebook, StopPutsTheAntennaIntoTheDefaultModeOfTheActiveSet) 
     return svc.worker().initialised() && svc.worker().shared.auto_state() == engine::kAutoIdle &&
            svc.notebook().mode() == 3;
   })) << svc.events();
-  ASSERT_EQ(svc.worker().activeConfigSet(), 1u);
+  ASSERT_EQ(svc.worker().active_config_set(), 1u);
   const int32_t default_mode = svc.worker().settings().DefaultMode[1];
   ASSERT_EQ(default_mode, 1);
 
@@ -184,7 +184,7 @@ TEST(ServiceStopOnNotebook, StopPutsTheAntennaIntoTheDefaultModeOfTheActiveSet) 
 
   EXPECT_EQ(svc.notebook().mode(), default_mode)
       << "lines 0x" << std::hex << svc.notebook().lines();
-  EXPECT_EQ(svc.worker().userMode(), 1u);
+  EXPECT_EQ(svc.worker().user_mode(), 1u);
   const std::string events = svc.events();
   EXPECT_NE(events.find("MultiAntennaSvc in OnStop"), std::string::npos);
   EXPECT_NE(events.find("Trying to set antenna to default mode...\n"), std::string::npos);
@@ -217,7 +217,7 @@ TEST(ServiceStopOnNotebook, StopWhileTheEndpointIsRetriedStillSetsTheDefaultMode
     return svc.worker().initialised() &&
            svc.events().find("Initializing RPC endpoints.\n") != std::string::npos;
   }));
-  EXPECT_EQ(svc.worker().userMode(), 99u) << "Auto is chosen only once the endpoint is open";
+  EXPECT_EQ(svc.worker().user_mode(), 99u) << "Auto is chosen only once the endpoint is open";
 
   ASSERT_EQ(kill(getpid(), SIGTERM), 0);
   ASSERT_TRUE(eventually([&] { return svc.main_ended(); }));
@@ -241,7 +241,7 @@ TEST(ServiceStopOnNotebook, StopWhileTheWorkerStartsAnswersNotReadyAndChangesNot
   ASSERT_EQ(kill(getpid(), SIGTERM), 0);
   ASSERT_TRUE(eventually([&] { return svc.main_ended(); }));
   EXPECT_FALSE(svc.worker().initialised());
-  EXPECT_EQ(svc.worker().userMode(), 99u);
+  EXPECT_EQ(svc.worker().user_mode(), 99u);
   EXPECT_EQ(svc.notebook().mode(), 4) << "nothing changed on the switch lines";
   EXPECT_NE(svc.events().find("Trying to set antenna to default mode...\n"), std::string::npos);
 }

@@ -17,7 +17,7 @@ namespace {
 // The stand-in answers `show` with the lines of "states" in turn (the last one repeats;
 // "inactive" without the file) and fails a command when "fail-<command>" exists, printing
 // that file's text to standard error.
-const char* kStandInSystemctl = R"sh(#!/bin/sh
+const char* k_stand_in_systemctl = R"sh(#!/bin/sh
 state="$(dirname "$0")"
 echo "$*" >> "$state/calls"
 if [ -f "$state/fail-$1" ]; then cat "$state/fail-$1" >&2; exit 1; fi
@@ -41,7 +41,7 @@ class SystemdTest : public ::testing::Test {
     units_ = dir_.file("units");
     std::filesystem::create_directory(bin_);
     std::filesystem::create_directory(units_);
-    write_file(bin_ + "/systemctl", kStandInSystemctl, true);
+    write_file(bin_ + "/systemctl", k_stand_in_systemctl, true);
     const char* path = std::getenv("PATH");
     old_path_ = path != nullptr ? path : "";
     ::setenv("PATH", (bin_ + ":" + old_path_).c_str(), 1);

@@ -171,7 +171,7 @@ class Win32VersionRegistration : public ::testing::Test {
 
 TEST_F(Win32VersionRegistration, AMissingKeyIsAnIncompleteInstallation) {
   TearDown();
-  EXPECT_EQ(register_config_version(files_, *registry_, log_), STATUS_VERSION_REG_OPEN);
+  EXPECT_EQ(register_config_version(files_, *registry_, log_), kStatusVersionRegOpen);
   EXPECT_EQ(log_.text(), "ZALTOR MultiAntenna is not installed properly.\n");
 }
 
@@ -188,7 +188,7 @@ TEST_F(Win32VersionRegistration, TheFirstWordOfVerTxtIsRegisteredAndTheFileRemov
 
 TEST_F(Win32VersionRegistration, NoVerTxtAndNoValueIsAReadError) {
   create_key();
-  EXPECT_EQ(register_config_version(files_, *registry_, log_), STATUS_VERSION_REG_READ);
+  EXPECT_EQ(register_config_version(files_, *registry_, log_), kStatusVersionRegRead);
   EXPECT_EQ(log_.text(), "Regkey read error 2\n");
 }
 

@@ -28,7 +28,7 @@ namespace w = platform::win32;
 
 // SHA-256 (FIPS 180-4) written out, independent of the system's providers.
 std::array<uint8_t, 32> sha256(const std::vector<uint8_t>& message) {
-  static constexpr uint32_t k[64] = {
+  static constexpr uint32_t k_[64] = {
       0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4,
       0xab1c5ed5, 0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe,
       0x9bdc06a7, 0xc19bf174, 0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f,
@@ -61,7 +61,7 @@ std::array<uint8_t, 32> sha256(const std::vector<uint8_t>& message) {
     uint32_t a = h[0], b = h[1], c = h[2], d = h[3], e = h[4], f = h[5], g = h[6], hh = h[7];
     for (int i = 0; i < 64; ++i) {
       const uint32_t t1 =
-          hh + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + ((e & f) ^ (~e & g)) + k[i] + wv[i];
+          hh + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + ((e & f) ^ (~e & g)) + k_[i] + wv[i];
       const uint32_t t2 = (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
       hh = g;
       g = f;
