@@ -1,5 +1,5 @@
 // The cost of loading a large plain configuration at service start:
-// - BM_LoadTenMegabyteConfiguration: one whole configuration load (version, switch mapping,
+// - bm_load_ten_megabyte_configuration: one whole configuration load (version, switch mapping,
 //   default and override settings) over the Linux file system and INI reader, from a
 //   "Conf.ini" of about 10 MB whose model sections come last, with a fresh reader each
 //   time as at a service start. The reader parses the file once per load; the load must

@@ -1,9 +1,9 @@
 // The cost of the auto loop on the simulated notebook in virtual time, where every wait
 // takes no real time:
-// - BM_DecisionPassFourSwitches: one full decision pass over four switches (sixteen modes,
+// - bm_decision_pass_four_switches: one full decision pass over four switches (sixteen modes,
 //   three samples each); the process CPU time per pass is what the loop costs beyond its
 //   waits (measuring, switching, deciding, logging and the clock's thread hand-overs).
-// - BM_SimulatedDayOfAuto: the wall time of one simulated day of Auto mode while the radio
+// - bm_simulated_day_of_auto: the wall time of one simulated day of Auto mode while the radio
 //   changes every three minutes.
 #include <benchmark/benchmark.h>
 
@@ -29,7 +29,7 @@ nlohmann::json radio(int variant) {
   return rssi;
 }
 
-// `evalIntervalMs`: the wait between two decision passes.
+// `eval_interval_ms`: the wait between two decision passes.
 RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_interval_ms = "30000") {
   RigOptions o;
   o.keep_log = false;

@@ -2,7 +2,7 @@
 // notebook (samples/Conf.ini, the desk and the noisy-office scenarios of
 // samples/scenarios/ run for 24 hours), with the service's own worker on the simulated
 // notebook's virtual clock. Reported: the wall time per simulated day, and "sim_s_per_s",
-// simulated seconds per wall second. BM_FiguresOfADay is the lab's scoring of such a day
+// simulated seconds per wall second. bm_figures_of_a_day is the lab's scoring of such a day
 // against the scenario's truth, which runs in the parent process after the runs.
 #include <benchmark/benchmark.h>
 

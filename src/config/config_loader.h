@@ -21,7 +21,7 @@ SectionList build_section_search_list(const std::string& model);
 //    then deleted again after the load, except after a version failure);
 //  - checks TargetVersionMajor 2 and TargetVersionMinor 0 of section "Version";
 //  - reads the switch mapping, the default settings and the override sets.
-// 0, STATUS_CONFIG_VERSION (42), STATUS_CONFIG_KEY_MISSING (40) for a missing required key,
+// 0, kStatusConfigVersion (42), kStatusConfigKeyMissing (40) for a missing required key,
 // a MaxRSSICollectCount below 1 or a section-name list too long to read, or the switch
 // mapping's code (41, 38). `cfg` is filled as far as the load got.
 Status load_configuration(const LoadContext& ctx, const std::string& model, int32_t switch_count,

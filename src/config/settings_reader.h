@@ -18,7 +18,7 @@ struct IniSource {
 
 // Reads an integer key from the first section of `sections` that has it; the destination
 // takes every read at once, so it holds 2147483647 when no section has the key.
-// 0 when found, STATUS_CONFIG_KEY_MISSING (40) when the list is empty or no section has it.
+// 0 when found, kStatusConfigKeyMissing (40) when the list is empty or no section has it.
 Status read_int_key(IniSource& src, const SectionList& sections, const std::string& key,
                     int32_t& dest);
 // The same for a real key, read as text (buffer of 512 characters, default "2147483647")

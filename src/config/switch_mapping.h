@@ -16,7 +16,7 @@ inline constexpr const char* kRssiCounterPathFormat =
 // Reads the mapping of ports 0..port_count - 1 into `table` (a count above four reads four
 // ports; every port, the fourth included, gets its counter path formatted). Messages go to
 // `log` at level 2. 0, SWITCH_ERR_RSSI_PA (41) for a missing or duplicated PCW letter, or
-// SWITCH_ERR_INVALID_POSITION (38) when a switch position is unusable.
+// kSwitchErrInvalidPosition (38) when a switch position is unusable.
 Status read_switch_mapping(IniSource& src, const SectionList& sections, int32_t port_count,
                            platform::SwitchTable& table, Log& log);
 

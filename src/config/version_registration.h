@@ -20,8 +20,9 @@ inline constexpr const char* kVersionFileName = "ver.txt";
 inline constexpr const char* kVersionKeyPath = "SOFTWARE\\ZALTOR\\ZALTOR MultiAntenna";
 inline constexpr const char* kVersionValueName = "ConfigVersion";
 
-// 0 or STATUS_VERSION_REG_OPEN (43), _FILE_OPEN (44), _PARAM (45), _REG_WRITE (46),
-// _REG_READ (47), _CHECK (48). The key handle is dropped at the end of the call.
+// 0 or kStatusVersionRegOpen (43), kStatusVersionFileOpen (44), kStatusVersionParam (45),
+// kStatusVersionRegWrite (46), kStatusVersionRegRead (47), kStatusVersionCheck (48). The key
+// handle is dropped at the end of the call.
 Status register_config_version(platform::FileSystem& files, platform::Registry& registry, Log& log);
 
 }  // namespace zaltor::config

@@ -22,7 +22,7 @@
 //   then.
 // - The loop writes a mode only while keepRunning holds, tested under the device lock: once
 //   the user's fixed mode has stopped the loop, nothing of the loop lands after it.
-// - Leaving Auto at the end (run count, or no buffers) goes through LeaveAuto: a user's
+// - Leaving Auto at the end (run count, or no buffers) goes through leave_auto: a user's
 //   choice made meanwhile stands.
 // - Every pass that reaches a decision (a choice, a fallback, no connection, the run count
 //   running out) leaves one record in the worker's decision journal, filled in place while

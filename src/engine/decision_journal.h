@@ -9,11 +9,11 @@
 // sleep that followed. The journal keeps the last kCapacity records in a fixed ring.
 //
 // Cost on the decision pass: the auto loop fills one record in place while it works and
-// Publish copies it into the ring under a short lock; nothing is allocated per pass.
+// publish copies it into the ring under a short lock; nothing is allocated per pass.
 // Readers (the diagnostics interface) copy records out under the same lock.
 //
-// API for other users (the lab, tests): Trigger and Outcome with their names, Publish,
-// Last, History, Published. Records are plain values.
+// API for other users (the lab, tests): Trigger and Outcome with their names, publish,
+// last, history, published. Records are plain values.
 
 #include <array>
 #include <cstddef>
@@ -66,7 +66,7 @@ struct ModeRecord {
 };
 
 struct DecisionRecord {
-  uint64_t sequence = 0;  // 1 for the first record of the process; set by Publish
+  uint64_t sequence = 0;  // 1 for the first record of the process; set by publish
   int64_t time_ms = 0;    // the notebook's clock when the pass began
   Trigger trigger = Trigger::kStart;
   uint32_t configSet = 0;

@@ -33,7 +33,7 @@ enum DeterminatorKind : int32_t {
 };
 
 // What DetermineMode reads from the worker. modeCount is 1 << switchCount (at most 16);
-// activeSet is the config set in force (an index beyond the record reads set 0).
+// active_set is the config set in force (an index beyond the record reads set 0).
 struct DetermineInput {
   const config::ConfigSettings& settings;
   std::size_t active_set;
@@ -48,7 +48,7 @@ struct DetermineInput {
 // active set when the fallback rule chose (fallbackOut is then set), or 0 when
 // DeterminatorMode names no determinator ("Invalid Determinator!\n"). In that case nothing
 // is chosen: rssiOut keeps the average of currentIndex and fallbackOut is left as it was;
-// the caller decides what to set (see ModeToApply).
+// the caller decides what to set (see mode_to_apply).
 //
 // currentIndex is the mode index found on the device when the cycle began; rssiOut gets
 // the average RSSI of the chosen mode (of currentIndex before a choice exists). Indices

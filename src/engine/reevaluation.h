@@ -6,20 +6,20 @@
 // It owns the request flag, the pending config set with its change flag, the loop mutex
 // that guards them and the active config set index, and the worker that the WLAN callback
 // acts on. The rules, each in one place:
-// - Raise: set the request, with its cause (what the pass that takes it records). While a
+// - raise: set the request, with its cause (what the pass that takes it records). While a
 //   request waits, a later raise keeps the first cause: that is what began the new pass.
-// - RaiseWithRecompute: set the request and compute the config set, with the loop mutex held
+// - raise_with_recompute: set the request and compute the config set, with the loop mutex held
 //   (the computation's Bluetooth settle included); a set other than the active one is logged
 //   ("CONFIG changed! %u -> %u\n") and made pending, the active one again withdraws an
 //   earlier pending change.
-// - Consume: whoever finds the request set takes it (and its cause); a pending set becomes
+// - consume: whoever finds the request set takes it (and its cause); a pending set becomes
 //   active.
-// - Peek: look at the request without taking it (the measurement leaves it for the loop).
-// - NewPeriod: every start of Auto mode makes a new loop mutex and clears both flags. An
+// - peek: look at the request without taking it (the measurement leaves it for the loop).
+// - new_period: every start of Auto mode makes a new loop mutex and clears both flags. An
 //   earlier mutex lives on as long as a thread of its period still holds or waits for it
 //   (each hold keeps a share of it), and goes with the last such hold, so that switching
 //   between fixed modes and Auto does not pile up mutexes.
-// - Remember: the first worker remembered stays; the WLAN callback acts on it.
+// - remember: the first worker remembered stays; the WLAN callback acts on it.
 //
 // The loop mutex is held only for a flag test or update (and the computation above), never
 // across a measurement, a switch or a sleep. Before the first Auto period there is no loop
@@ -43,7 +43,7 @@ class AntennaSwitchWorkerObj;
 
 class Reevaluation {
  public:
-  // `activeSet` is the worker's index of the config set in force (the device logic reads it
+  // `active_set` is the worker's index of the config set in force (the device logic reads it
   // too); `log` takes the "CONFIG changed!" line.
   Reevaluation(platform::Clock& clock, std::atomic<uint64_t>& active_set, Log& log)
       : clock_(clock), active_set_(active_set), log_(log) {}

@@ -31,7 +31,7 @@ class SampleBuffers {
   // Every RSSI entry to the no-value RSSI, every rate entry to 0: done before each cycle.
   void reset();
 
-  // The row of modeIndex laid out for collectCount samples per mode. The span is cut at
+  // The row of modeIndex laid out for collect_count samples per mode. The span is cut at
   // the end of the buffer (empty when the row lies beyond it), so a count that does not fit
   // the allocation can never reach outside it.
   std::span<double> rssi_row(int modeIndex, int32_t collect_count);

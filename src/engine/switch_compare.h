@@ -21,7 +21,7 @@ struct SwitchStates {
 // disabled mode is left out and sets no flag. Their stale or reset values thus can neither
 // make them preferable nor push a switch either way, and where every remaining pair is
 // equal the switch follows the preferred mode (so equal values give the last enabled mode).
-// That the composition cannot end on a disabled mode is ComposeChoice's part.
+// That the composition cannot end on a disabled mode is compose_choice's part.
 void CompareSwitchPositions(const ModeValues& values, SwitchStates& states, int switchCount,
                             ModeMask disabled = 0);
 

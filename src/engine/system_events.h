@@ -29,7 +29,7 @@ inline void forget_remembered_worker() {
 
 // Under the worker's loop mutex: raises the request and, with `recompute`, selects the
 // config set and makes it pending when it differs from the active one (Reevaluation's
-// RaiseWithRecompute). The selection, with its Bluetooth settle, runs with the mutex held.
+// raise_with_recompute). The selection, with its Bluetooth settle, runs with the mutex held.
 void raise_reevaluation_locked(AntennaSwitchWorkerObj& worker, bool recompute, Trigger cause);
 
 // How many event window threads run now (tests wait for theirs to end before the worker

@@ -3,7 +3,7 @@
 // ties, the choice is composed switch by switch from the pairwise comparison, taking the
 // position from the preferred (last tied) mode where the pairs do not decide. The composed
 // mode is taken as it is, even when it is none of the tied modes, unless it is disabled
-// (see ComposeChoice).
+// (see compose_choice).
 
 #include "engine/best_value_scan.h"
 #include "engine/switch_compare.h"

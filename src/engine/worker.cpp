@@ -122,7 +122,7 @@ Status AntennaSwitchWorkerObj::SetUserMode(int32_t mode) {
     // Auto asked for while the loop of a stopped period is still on its way out (it sees
     // its stop within a step): that loop does not count as running, so Auto waits for it to
     // end and then starts a period of its own, rather than answering 0 with no loop left.
-    // Not under the mode lock: the ending thread may want it (LeaveAuto).
+    // Not under the mode lock: the ending thread may want it (leave_auto).
     platform_.clock->sleep_ms(kStoppedLoopPollMs);
   }
 }

@@ -67,7 +67,7 @@ class AntennaSwitchWorkerObj {
 
   // The seventeen steps of the start-up, in order; 0 on success, else the failing step's
   // result (3, 4, the configuration load's code, 8, 11, 31). `logContext` is the service
-  // object's log state; `consoleConfigName` the plain file named on the console command
+  // object's log state; `console_config_name` the plain file named on the console command
   // line (empty otherwise).
   int32_t Init(log::LogContext logContext, const std::string& console_config_name);
 
@@ -103,7 +103,7 @@ class AntennaSwitchWorkerObj {
   void stop_and_join_auto_threads();
 
   // How many Auto threads the worker holds (running, or ended and not yet joined). Ended
-  // threads are joined at the next start of Auto mode and by StopAndJoinAutoThreads, so
+  // threads are joined at the next start of Auto mode and by stop_and_join_auto_threads, so
   // that switching between fixed modes and Auto does not pile them up.
   size_t held_threads();
 
@@ -176,7 +176,7 @@ class AntennaSwitchWorkerObj {
 
   std::unique_ptr<platform::Mutex> mode_lock_;
 
-  // Guards autoArg_ and threads_: plain bookkeeping, never held across a wait.
+  // Guards auto_arg_ and threads_: plain bookkeeping, never held across a wait.
   std::mutex auto_lock_;
   std::shared_ptr<AutoSwitchingWorkerArg> auto_arg_;
   std::atomic<bool> auto_thread_{false};

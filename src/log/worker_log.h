@@ -19,7 +19,7 @@
 //                 came (no level, no assembly), under the log file's mutex
 //
 // The device logic holds the worker log from the worker's construction on, before the
-// service object's log context exists: it stays detached until Attach, and Detach (the
+// service object's log context exists: it stays detached until attach, and detach (the
 // service object is about to go) waits for calls in progress, so that the line buffer and
 // the log-entry operation behind it can go away while the worker's threads still run.
 //
@@ -48,7 +48,7 @@ struct LogFile {
 
 class WorkerLog final : public Log {
  public:
-  // Detached: log calls are dropped until Attach.
+  // Detached: log calls are dropped until attach.
   explicit WorkerLog(LogFile& file) : file_(file) {}
   WorkerLog(LogContext context, LogFile& file) : file_(file) { attach(context); }
 

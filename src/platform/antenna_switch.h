@@ -24,7 +24,7 @@
 //      with the value written: a difference gives 7. A firmware whose status words carry
 //      bits 17-31 therefore makes every write end in 7 although the line was set.
 //
-// Readiness: the channel operations (ReadStatusWord, GetSwitchNumber, GetControlBit,
+// Readiness: the channel operations (read_status_word, GetSwitchNumber, GetControlBit,
 // SetControlBit) only need an open device, because the worker's initialisation reads the
 // switch number before it is ready. The switch and mode operations (GetSwitchPosition,
 // SetSwitchPosition, SetMode, GetCurrentMode) return 2 until the worker is ready.
@@ -68,7 +68,7 @@ Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log)
 
 class AntennaSwitch {
  public:
-  // `deviceLock` comes from the clock that the callers' threads wait on (make_mutex), so
+  // `device_lock` comes from the clock that the callers' threads wait on (make_mutex), so
   // that a wait for it takes part in a virtual clock's schedule; without one (tests of the
   // device logic alone) the switch uses a plain recursive mutex.
   AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> device_lock = nullptr);

@@ -14,7 +14,7 @@ namespace zaltor::platform {
 
 class ProgramDirectoryFiles final : public FileSystem {
  public:
-  // `keepAppends` false: appended text (the service's log file) is dropped, for a caller
+  // `keep_appends` false: appended text (the service's log file) is dropped, for a caller
   // that reads the log calls themselves.
   ProgramDirectoryFiles(FileSystem& inner, std::string dir, bool keep_appends = true)
       : inner_(inner), dir_(std::move(dir)), keep_appends_(keep_appends) {}

@@ -53,7 +53,7 @@ constexpr const char* kConnected = R"({"wlan":{"interfaces":[{
   "connected":true,"channel":6}]}})";
 
 TEST(AutoModeLoop, SleepGrowsExponentiallyOnceTheChoiceStaysTheSameMoreThanStableTimes) {
-  // DeterminatorStableTimesForExp 2, X 2.0, Y 0.0, Yi 1.0, baseSleep 10000 (BaseKeys). The
+  // DeterminatorStableTimesForExp 2, X 2.0, Y 0.0, Yi 1.0, baseSleep 10000 (base_keys). The
   // monitor is off: its rate base (mode 1) lies above the chosen mode's rate, so it would
   // cut every sleep short.
   AutoHarness h(with_keys({{"WifiStatMonitorInterval", "0"}}));

@@ -15,7 +15,7 @@ using testing::all_antennas;
 using testing::antennas;
 using testing::EngineOnNotebook;
 
-// Lets the worker run until more than `published` records exist (or `limitMs` passed);
+// Lets the worker run until more than `published` records exist (or `limit_ms` passed);
 // the newest record.
 DecisionRecord wait_for_record(EngineOnNotebook& nb, uint64_t published, int64_t limit_ms) {
   const int64_t until = nb.now() + limit_ms;

@@ -2,18 +2,18 @@
 // The engine's test harness: the whole worker on the simulated notebook in virtual time
 // (the rig of tools/rig), with the log, the console and, on request, the counters and the
 // control device watched. The test's thread takes part in the notebook's clock for the
-// harness's life: the worker's threads run only while it waits (RunFor, RunUntil, the
+// harness's life: the worker's threads run only while it waits (run_for, run_until, the
 // Wait... calls).
 //
 // Two notebooks to start from, one harness:
 // - AutoHarness: the quiet built-in notebook on channel 6 with a configuration file built
-//   from keys (BaseKeys), written into the rig's directory and read with the platform's
+//   from keys (base_keys), written into the rig's directory and read with the platform's
 //   own file, INI and crypto backends;
 //
 //     AutoHarness h;                      // HarnessOptions: keys, scenario patch, fakes
 //     ASSERT_EQ(h.Init(), 0);
 //     h.worker().SetUserMode(0);
-//     h.RunUntil([&] { return h.SleepLines() >= 1; }, 60000);
+//     h.run_until([&] { return h.sleep_lines() >= 1; }, 60000);
 //
 // - EngineOnNotebook: the story notebook (kTestScenario: channel 36, a connected headset,
 //   the lid open, mains power) with kTestConfig read from memory as the console's
@@ -21,8 +21,8 @@
 //
 //     EngineOnNotebook nb(R"({"lid": {"open": false}})");  // a patch of kTestScenario
 //     ASSERT_EQ(nb.Init(), 0);
-//     nb.SleepUntil(5000);
-//     EXPECT_TRUE(nb.LogContains("CONFIG changed! 0 -> 3\n"));
+//     nb.sleep_until(5000);
+//     EXPECT_TRUE(nb.log_contains("CONFIG changed! 0 -> 3\n"));
 
 #include <atomic>
 #include <cstdint>
@@ -106,19 +106,19 @@ class ScriptedDevice final : public platform::ControlDevice {
 };
 
 struct HarnessOptions {
-  Keys keys;                          // over BaseKeys
+  Keys keys;                          // over base_keys
   std::string extra_sections;         // appended to the configuration file
   std::string scenario_patch = "{}";  // JSON merge patch over the test notebook
   bool console_mode = false;
   bool scripted_counters = false;  // put ScriptedCounters between the worker and the notebook
   bool scripted_device = false;    // put ScriptedDevice between the worker and the notebook
-  std::string gpio;                // the switch mapping section; empty: TwoSwitchGpio()
+  std::string gpio;                // the switch mapping section; empty: two_switch_gpio()
   bool keep_log = true;            // false: only the "Sleep: " lines are counted
   bool start_notebook = false;     // run the notebook's timeline and WLAN service
   // What one hardware call costs: 0, hardware that answers at once, so that the tests count
   // the loop's own waits to the millisecond.
   int64_t hardware_call_ms = 0;
-  // The story notebook instead (see EngineOnNotebook): `storyConfig` read from memory.
+  // The story notebook instead (see EngineOnNotebook): `story_config` read from memory.
   bool story = false;
   std::string story_config;
 };
@@ -153,7 +153,7 @@ class EngineHarness {
   // Lets the worker's threads run for `ms` of virtual time.
   void run_for(int64_t ms) { rig_->run_for(ms); }
   void sleep_until(int64_t ms);
-  // Lets them run in one-second steps until `done` holds or `limitMs` passed; the result
+  // Lets them run in one-second steps until `done` holds or `limit_ms` passed; the result
   // of `done` at the end.
   bool run_until(const std::function<bool()>& done, int64_t limit_ms) {
     return rig_->run_until(done, limit_ms);
@@ -187,9 +187,9 @@ class EngineHarness {
   int count(uint8_t level, const std::string& text) const;
   // The values of the "Sleep: %d" lines, in order.
   std::vector<int> sleeps() const;
-  // How many "Sleep: " lines were written (also without keepLog).
+  // How many "Sleep: " lines were written (also without keep_log).
   int sleep_lines() const { return rig_->sleep_lines(); }
-  // Virtual time of the first entry at or after `fromMs` that contains `text`; -1 when
+  // Virtual time of the first entry at or after `from_ms` that contains `text`; -1 when
   // none. (Detail text gathers into one entry until an empty line ends it.)
   int64_t time_of(const std::string& text, int64_t from_ms = 0) const;
 
@@ -197,7 +197,7 @@ class EngineHarness {
   // How many decision passes have begun (their "Using Config Set: %d" text).
   size_t passes() const;
   // Lets the worker run in 100 ms steps until more than `passes` passes have begun or
-  // `limitMs` passed. The time the (passes+1)th pass was seen (to within 100 ms) and its
+  // `limit_ms` passed. The time the (passes+1)th pass was seen (to within 100 ms) and its
   // config set, or -1 for both when it did not begin.
   struct Pass {
     int64_t at_ms = -1;
@@ -205,7 +205,7 @@ class EngineHarness {
   };
   Pass wait_for_pass(size_t passes, int64_t limit_ms);
   // Lets the worker run in 100 ms steps until the log contains `text` (counting only
-  // occurrences after the `skip` first) or `limitMs` passed; the time it was seen, or -1.
+  // occurrences after the `skip` first) or `limit_ms` passed; the time it was seen, or -1.
   int64_t wait_for_log(const std::string& text, int64_t limit_ms, size_t skip = 0);
 
  private:
@@ -222,7 +222,7 @@ class AutoHarness : public EngineHarness {
   explicit AutoHarness(HarnessOptions options = {}) : EngineHarness(std::move(options)) {}
 };
 
-// The story notebook. `scenarioPatch`: a JSON Merge Patch applied to kTestScenario (empty:
+// The story notebook. `scenario_patch`: a JSON Merge Patch applied to kTestScenario (empty:
 // none).
 class EngineOnNotebook : public EngineHarness {
  public:

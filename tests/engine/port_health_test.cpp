@@ -12,7 +12,7 @@ namespace {
 
 using testing::EngineOnNotebook;
 
-// Runs Auto until `passes` decisions were published (or `limitMs` passed).
+// Runs Auto until `passes` decisions were published (or `limit_ms` passed).
 void run_passes(EngineOnNotebook& nb, uint64_t passes, int64_t limit_ms) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);

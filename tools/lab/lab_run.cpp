@@ -269,7 +269,7 @@ RunResult run_one_text(const std::string& scenario_text, const std::string& scen
   // The loader finds the configuration in the run's own directory, as the service finds
   // its own in its program directory, and writes the decrypted copy of an encrypted one
   // there; no log file: the lab reads the worker's log calls themselves.
-  platform::ProgramDirectoryFiles files(*real_files, dir.string(), /*keepAppends=*/false);
+  platform::ProgramDirectoryFiles files(*real_files, dir.string(), /*keep_appends=*/false);
   auto profiles = platform::make_ini_profile_reader();
   auto crypto = platform::make_openssl_crypto();
   NullConsole console;

@@ -7,14 +7,14 @@
 // log-entry writer that records every finished line.
 //
 // The constructing thread takes part in the virtual clock's schedule for the rig's life:
-// the worker's threads run only while it waits (RunFor, RunUntil).
+// the worker's threads run only while it waits (run_for, run_until).
 //
 //   RigOptions o;
-//   o.config = ConfIni({{"RSSICollectCount", "3"}});
+//   o.config = conf_ini({{"RSSICollectCount", "3"}});
 //   NotebookRig rig(o);
 //   rig.Init();
 //   rig.worker().SetUserMode(0);
-//   rig.RunFor(60000);
+//   rig.run_for(60000);
 
 #include <atomic>
 #include <cstdint>
@@ -99,14 +99,14 @@ std::string two_switch_gpio();
 // switch IDs 0 to 3.
 std::string four_switch_gpio();
 
-// The configuration file: "Version", "Settings.AB12" with `keys` (over BaseKeys), the
-// switch mapping `gpio` (empty: TwoSwitchGpio), and `extraSections` verbatim.
+// The configuration file: "Version", "Settings.AB12" with `keys` (over base_keys), the
+// switch mapping `gpio` (empty: two_switch_gpio), and `extra_sections` verbatim.
 std::string conf_ini(const Keys& keys, const std::string& extra_sections = "",
                      const std::string& gpio = "");
 
 struct RigOptions {
   std::string base_scenario = kQuietNotebook;
-  std::string scenario_patch;  // a JSON Merge Patch over baseScenario (empty: none)
+  std::string scenario_patch;  // a JSON Merge Patch over base_scenario (empty: none)
   std::string config;          // written as "Conf.ini" into the rig's directory
   bool console_mode = false;
   bool keep_log = true;         // false: only the "Sleep: " lines are counted
@@ -126,7 +126,7 @@ class NotebookRig {
   NotebookRig(const NotebookRig&) = delete;
   NotebookRig& operator=(const NotebookRig&) = delete;
 
-  // The worker's Init with the rig's log; `consoleConfigName` as on the console command
+  // The worker's Init with the rig's log; `console_config_name` as on the console command
   // line (empty: the program directory's own files).
   int32_t Init(const std::string& console_config_name = "");
 
@@ -145,7 +145,7 @@ class NotebookRig {
 
   // Lets the worker's threads run for `ms` of virtual time.
   void run_for(int64_t ms) { clock().sleep_ms(ms); }
-  // Lets them run in `stepMs` steps until `done` holds or `limitMs` passed; the result of
+  // Lets them run in `step_ms` steps until `done` holds or `limit_ms` passed; the result of
   // `done` at the end.
   bool run_until(const std::function<bool()>& done, int64_t limit_ms, int64_t step_ms = 1000);
 

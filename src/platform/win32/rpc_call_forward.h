@@ -2,7 +2,7 @@
 // What the manager functions of both interfaces do around their target: the call runs with
 // the target's lock held shared (clearing the target takes it exclusively), attached to the
 // clock. An RpcFault or any other C++ exception must not cross the C stub: it becomes the
-// code that RaiseCallFault raises once every C++ object of the call is gone, which the
+// code that raise_call_fault raises once every C++ object of the call is gone, which the
 // runtime catches and sends to the client as the call's fault (out of memory:
 // ERROR_OUTOFMEMORY; anything else: RPC_S_CALL_FAILED).
 #include <rpc.h>
