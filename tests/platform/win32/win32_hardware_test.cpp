@@ -27,6 +27,7 @@ namespace zaltor::platform {
 namespace {
 
 using engine::BoardIdentification;
+using engine::trim_blanks;
 
 constexpr uint32_t kControlCode = 0x0022240C;
 constexpr int32_t kWbemInvalidNamespace = static_cast<int32_t>(0x8004100E);
