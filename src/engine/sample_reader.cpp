@@ -25,7 +25,7 @@ RssiSample SampleReader::ReadRssi(int32_t antennas) {
 
 RateSample SampleReader::read_rate() {
   RateSample sample;
-  platform::LinkReading link;
+  LinkReading link;
   sample.read = worker_.counters.ReadThroughput(link) == 0;
   if (sample.read) sample.mbps = link.link_speed_mbps;
   return sample;

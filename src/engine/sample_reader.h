@@ -5,7 +5,7 @@
 // caller then shares (the port health, the stored auto sweep) it publishes itself.
 //
 // Path of one sample: the counter backend's query (platform::CounterQuery) -> the device
-// logic's collection and formatting (platform::SignalCounters::ReadRssi / ReadThroughput)
+// logic's collection and formatting (SignalCounters::ReadRssi / ReadThroughput)
 // -> this reader (RssiSample, RateSample) -> MeasureMode's sample buffers or the monitor's
 // comparison -> the determinator's decision.
 

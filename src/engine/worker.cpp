@@ -43,8 +43,7 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   model_name.clear();
 
   // 2. The control device.
-  if (Status s =
-          platform::open_control_device(*platform_.control_device, shared.device(), worker_log_);
+  if (Status s = open_control_device(*platform_.control_device, shared.device(), worker_log_);
       s != 0) {
     return static_cast<int32_t>(s);
   }
@@ -52,9 +51,9 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   // 3-5. The board, the support flags and the antenna switch number. (The dormant WMI
   // method names of the firmware's management class are not needed: the control device is
   // the only switch channel.)
-  board_ = std::make_unique<platform::BoardIdentification>(*platform_.board, *platform_.console);
-  const Status identified = platform::identify_model(*board_, sw, shared.device(), worker_log_,
-                                                     *platform_.console, model_name);
+  board_ = std::make_unique<BoardIdentification>(*platform_.board, *platform_.console);
+  const Status identified =
+      identify_model(*board_, sw, shared.device(), worker_log_, *platform_.console, model_name);
   board_.reset();  // the WMI session is released at the end of initialisation
   if (identified != 0) return static_cast<int32_t>(identified);
 
@@ -69,28 +68,28 @@ int32_t AntennaSwitchWorkerObj::Init(log::LogContext logContext,
   if (Status s = config::load_configuration(load, model_name, switchCount(), config); s != 0) {
     return static_cast<int32_t>(s);
   }
-  platform::DeviceState& device = shared.device();
-  device.switches = config.switches;
-  device.settings = &config.settings;
+  DeviceState& device = shared.device();
+  device.set_switches(config.switches);
+  device.set_settings(&config.settings);
 
   // 7. The configuration version; its outcome is only logged.
   config::register_config_version(*platform_.files, *platform_.registry, worker_log_);
 
   // 8-9. The WLAN client and its notifications.
   uint32_t error = 0;
-  device.wlan = platform_.wlan->open(kWlanClientVersion, error);
-  if (!device.wlan) {
+  device.set_wlan(platform_.wlan->open(kWlanClientVersion, error));
+  if (device.wlan() == nullptr) {
     worker_log_.write(kLogError, "WlanOpenHandle failed with error: %u\n", error);
     return kStatusWlanNotOpened;
   }
-  device.wlan->register_notification(platform::kWlanSourceMsm, WlanNotificationCallback);
+  device.wlan()->register_notification(platform::kWlanSourceMsm, WlanNotificationCallback);
 
   // 10. The Wi-Fi adapter and its interface.
   std::string instance_name;
   if (adapters.FindWifiInterface(instance_name) != 0) return kStatusNoWifiInterface;
 
   // 11. The counters, once per process.
-  if (!device.counters.query) counters.SetUpCounters(instance_name);
+  if (device.counter_query() == nullptr) counters.SetUpCounters(instance_name);
 
   // 12-13. The log file's mutex and name.
   log_mutex_ = platform_.clock->make_mutex();
@@ -246,13 +245,13 @@ void AntennaSwitchWorkerObj::stop_and_join_auto_threads() {
 }
 
 void AntennaSwitchWorkerObj::teardown() {
-  shared.device().counters.query.reset();
+  shared.device().set_counter_query(nullptr);
   log_file_.mutex = nullptr;
   log_mutex_.reset();
   reevaluation.clear();
-  if (platform::DeviceState& device = shared.device(); device.wlan) {
-    device.wlan->register_notification(platform::kWlanSourceNone, nullptr);
-    device.wlan.reset();
+  if (DeviceState& device = shared.device(); device.wlan() != nullptr) {
+    device.wlan()->register_notification(platform::kWlanSourceNone, nullptr);
+    device.set_wlan(nullptr);
   }
 }
 

@@ -29,20 +29,19 @@
 #include <vector>
 
 #include "config/configuration.h"
+#include "engine/adapter_discovery.h"
+#include "engine/antenna_switch.h"
+#include "engine/board_identification.h"
 #include "engine/port_health.h"
 #include "engine/reevaluation.h"
 #include "engine/rssi_history.h"
 #include "engine/shared_state.h"
+#include "engine/signal_counters.h"
 #include "engine/switch_labels.h"
 #include "log/log_context.h"
 #include "log/worker_log.h"
-#include "platform/adapter_discovery.h"
-#include "platform/antenna_switch.h"
-#include "platform/board_identification.h"
 #include "platform/clock.h"
-#include "platform/device_state.h"
 #include "platform/platform.h"
-#include "platform/signal_counters.h"
 #include "platform/status.h"
 
 namespace zaltor::engine {
@@ -138,9 +137,9 @@ class AntennaSwitchWorkerObj {
   std::string model_name;
 
   // The device logic over the worker's state.
-  platform::AntennaSwitch sw;
-  platform::SignalCounters counters;
-  platform::AdapterDiscovery adapters;
+  AntennaSwitch sw;
+  SignalCounters counters;
+  AdapterDiscovery adapters;
 
   // One record per decision pass of the auto loop (see decision_journal.h).
   DecisionJournal journal;
@@ -172,7 +171,7 @@ class AntennaSwitchWorkerObj {
 
   platform::Platform& platform_;
   std::unique_ptr<platform::Mutex> log_mutex_;
-  std::unique_ptr<platform::BoardIdentification> board_;
+  std::unique_ptr<BoardIdentification> board_;
 
   std::unique_ptr<platform::Mutex> mode_lock_;
 

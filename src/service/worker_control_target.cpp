@@ -1,6 +1,6 @@
 #include "service/worker_control_target.h"
 
-#include "platform/signal_counters.h"
+#include "engine/signal_counters.h"
 
 namespace zaltor::service {
 
@@ -8,7 +8,7 @@ rpc::AverageRssi WorkerControlTarget::GetAverageRssi() {
   rpc::AverageRssi result;
   int32_t average = kRssiAbsent;
   const Status status = worker_.counters.GetAverageRssi(average);
-  if (status == platform::kAverageRssiDivideByZero) {
+  if (status == engine::kAverageRssiDivideByZero) {
     result.no_divisor = true;
     return result;
   }

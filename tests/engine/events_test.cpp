@@ -148,7 +148,7 @@ TEST(EventsWlan, ConnectionOnChannel6WithOneBluetoothDeviceYieldsTheCoexistenceS
 TEST(EventsWlan, DisconnectionAsksForADecisionWithoutRecomputing) {
   EngineOnNotebook nb;
   settle(nb);
-  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().set_active_config_set(0);  // a recomputation would select set 1
   const size_t before = nb.log_count("CONFIG changed!");
   nb.patch(interface(false, 36));
   nb.run_for(100);
@@ -218,7 +218,7 @@ TEST(EventsPower, ChangedValueAsksForADecisionWithoutRecomputingTheSet) {
   EngineOnNotebook nb(R"({"lid": {"notifications": true}})");
   settle(nb);
   forget_remembered_worker();
-  nb.worker().shared.device().active_config_set.store(0);  // a recomputation would select set 1
+  nb.worker().shared.device().set_active_config_set(0);  // a recomputation would select set 1
   const size_t before = nb.log_count("CONFIG changed!");
   nb.patch(R"({"power": {"source": 1}})");
   nb.run_for(100);

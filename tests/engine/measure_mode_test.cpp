@@ -221,11 +221,11 @@ TEST_F(EngineMeasureMode, EachReadIsRecordedAsTheAutomaticSweepOfItsSwitchPositi
   std::array<Status, platform::kMaxPorts> results{};
   h_->worker().sw.SetMode(3, results);  // switch 0 "Main", switch 1 "Div"
   measure(2);
-  const auto& sweep = h_->worker().shared.device().counters.auto_sweep;
-  EXPECT_EQ(sweep[0][0].load(), -55);  // port 0 in "Main"
-  EXPECT_EQ(sweep[1][1].load(), -58);  // port 1 in "Div"
-  EXPECT_EQ(sweep[1][0].load(), -200);
-  EXPECT_EQ(sweep[0][1].load(), -200);
+  const DeviceState& device = h_->worker().shared.device();
+  EXPECT_EQ(device.auto_sweep(0, 0), -55);  // port 0 in "Main"
+  EXPECT_EQ(device.auto_sweep(1, 1), -58);  // port 1 in "Div"
+  EXPECT_EQ(device.auto_sweep(1, 0), -200);
+  EXPECT_EQ(device.auto_sweep(0, 1), -200);
 }
 
 TEST_F(EngineMeasureMode, FourthAntennaHasNoCounterAndIsLeftOutOfMeanAndSweep) {
@@ -247,9 +247,9 @@ TEST_F(EngineMeasureMode, FourthAntennaHasNoCounterAndIsLeftOutOfMeanAndSweep) {
   // (-55 + -70 + -66) / 3 = -63.67 -> -63; the fourth port's -40 is never read.
   EXPECT_NE(log().find("*-63 (866.7M), *-63 (866.7M), Avg: 866.7 Mbps\n"), std::string::npos)
       << log();
-  const auto& sweep = h_->worker().shared.device().counters.auto_sweep;
-  EXPECT_EQ(sweep[0][2].load(), -66);
-  EXPECT_EQ(sweep[0][3].load(), -200);
+  const DeviceState& device = h_->worker().shared.device();
+  EXPECT_EQ(device.auto_sweep(0, 2), -66);
+  EXPECT_EQ(device.auto_sweep(0, 3), -200);
 }
 
 }  // namespace

@@ -174,7 +174,7 @@ TEST(ModeChangeRaces, ASetBroughtIntoForceMidPassLeavesThePassOnItsOwnSet) {
     if (h.worker().shared.auto_state() != kAutoMeasuring || !armed.exchange(false)) return;
     // What the monitor does when it takes a request with the lid-closed set pending between
     // two of the loop's looks at the request: the set is in force, no request is left.
-    h.worker().shared.device().active_config_set.store(3);
+    h.worker().shared.device().set_active_config_set(3);
   };
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);

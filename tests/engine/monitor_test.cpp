@@ -190,7 +190,7 @@ TEST(MonitorStart, DisabledByAZeroIntervalOfTheSetActiveAtStart) {
   MonitorRun monitor(nb);
   monitor.join();  // ends on its own
   EXPECT_TRUE(nb.log_contains("[Monitor] MONITOR IS DISABLED\n"));
-  nb.worker().shared.device().active_config_set.store(3);
+  nb.worker().shared.device().set_active_config_set(3);
   nb.patch(all_antennas(-90));
   nb.sleep_until(kRound2);
   EXPECT_EQ(nb.log_count("[Monitor]"), 1u) << "nothing is monitored afterwards";

@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/board_identification.h"
+#include "engine/board_identification.h"
 #include "platform/log.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
@@ -25,6 +25,9 @@
 
 namespace zaltor::platform {
 namespace {
+
+using engine::BoardIdentification;
+using engine::trim_blanks;
 
 constexpr uint32_t kControlCode = 0x0022240C;
 constexpr int32_t kWbemInvalidNamespace = static_cast<int32_t>(0x8004100E);

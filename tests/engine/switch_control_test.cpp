@@ -2,16 +2,21 @@
 // control-bit operations, positions and modes.
 #include <gtest/gtest.h>
 
-#include "platform/antenna_switch.h"
-#include "platform/device_fakes.h"
+#include "engine/antenna_switch.h"
+#include "engine/device_fakes.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 namespace {
 
-using testing::FakeControlDevice;
-using testing::FakeDeviceHandle;
-using testing::FakeFirmware;
-using testing::RecordingLog;
+using platform::kMaxPorts;
+using platform::kPositionDiv;
+using platform::kPositionMain;
+using platform::kPositionOff;
+
+using zaltor::testing::FakeControlDevice;
+using zaltor::testing::FakeDeviceHandle;
+using zaltor::testing::FakeFirmware;
+using zaltor::testing::RecordingLog;
 
 // Line bits of the default table: switch ID n has X at bit n and Y at bit 4 + n.
 constexpr int x(int id) {
@@ -24,10 +29,10 @@ constexpr int y(int id) {
 class SwitchTest : public ::testing::Test {
  protected:
   SwitchTest() {
-    state_.device = std::make_unique<FakeDeviceHandle>(fw_);
-    state_.ready = true;
-    state_.switch_count = 2;
-    state_.mode_count = 4;
+    state_.set_control_device(std::make_unique<FakeDeviceHandle>(fw_));
+    state_.set_ready(true);
+    state_.set_switch_count(2);
+    state_.set_mode_count(4);
   }
   void lines(int id, int x_level, int y_level) {
     fw_.set_line(x(id), x_level);
@@ -82,7 +87,7 @@ TEST_F(SwitchTest, FailedStatusRequestGives4) {
 }
 
 TEST_F(SwitchTest, ClosedDeviceGives4ForEveryRequest) {
-  state_.device.reset();
+  state_.set_control_device(nullptr);
   int32_t count = 0;
   uint32_t word = 0;
   EXPECT_EQ(sw_.read_status_word(word), SWITCH_ERR_STATUS_IO);
@@ -193,9 +198,11 @@ TEST_F(SwitchTest, TwoSwitchesMode3PutsSwitch0InMainAndSwitch1InDiv) {
 
 TEST_F(SwitchTest, EveryModeReadsBackAsItself) {
   fw_.switch_count = 3;
-  state_.switch_count = 3;
-  state_.mode_count = 8;
-  state_.switches.positions[2] = {{{1, 0}, {0, 1}, {0, 0}}};
+  state_.set_switch_count(3);
+  state_.set_mode_count(8);
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.positions[2] = {{{1, 0}, {0, 1}, {0, 0}}};
+  });
   for (int32_t m = 1; m <= 8; ++m) {
     std::array<Status, kMaxPorts> results{};
     sw_.SetMode(m, results);
@@ -230,7 +237,9 @@ TEST_F(SwitchTest, LinesMatchingNoPositionGive39AndMode99) {
 }
 
 TEST_F(SwitchTest, DontCareMatchesAnyLevelAndOtherNegativesNeverMatch) {
-  state_.switches.positions[0] = {{{-2, 1}, {-1, 0}, {1, -1}}};
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.positions[0] = {{{-2, 1}, {-1, 0}, {1, -1}}};
+  });
   lines(0, 0, 1);  // Main would need X=-2: never
   int32_t position = -1;
   EXPECT_EQ(sw_.GetSwitchPosition(0, position), SWITCH_ERR_NO_POSITION);
@@ -258,7 +267,9 @@ TEST_F(SwitchTest, SetModeAboveModeCountGives28) {
 }
 
 TEST_F(SwitchTest, SetModeGoesOnAfterAFailedSwitch) {
-  state_.switches.switch_id[0] = 3;  // not below the firmware's switch number 2
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.switch_id[0] = 3;
+  });  // not below the firmware's switch number 2
   std::array<Status, kMaxPorts> results{};
   sw_.SetMode(4, results);
   EXPECT_EQ(results[0], SWITCH_ERR_INDEX);
@@ -268,7 +279,7 @@ TEST_F(SwitchTest, SetModeGoesOnAfterAFailedSwitch) {
 }
 
 TEST_F(SwitchTest, SwitchCountZeroReadsAsMode1) {
-  state_.switch_count = 0;
+  state_.set_switch_count(0);
   fw_.lines = 0x12;  // whatever the lines say
   int32_t mode = 0;
   EXPECT_EQ(sw_.GetCurrentMode(mode), SWITCH_OK);
@@ -276,7 +287,7 @@ TEST_F(SwitchTest, SwitchCountZeroReadsAsMode1) {
 }
 
 TEST_F(SwitchTest, NotReadyGives2) {
-  state_.ready = false;
+  state_.set_ready(false);
   int32_t position = 0;
   int32_t mode = 0;
   EXPECT_EQ(sw_.GetSwitchPosition(0, position), SWITCH_ERR_NOT_READY);
@@ -294,7 +305,9 @@ TEST_F(SwitchTest, InvalidPositionGives38AndBadSwitchGives25) {
   EXPECT_EQ(sw_.SetSwitchPosition(0, -1), kSwitchErrInvalidPosition);
   EXPECT_EQ(sw_.SetSwitchPosition(2, 0), SWITCH_ERR_INDEX);
   EXPECT_EQ(sw_.SetSwitchPosition(-1, 0), SWITCH_ERR_INDEX);
-  state_.switches.switch_id[1] = -1;  // a port without a control line
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.switch_id[1] = -1;
+  });  // a port without a control line
   EXPECT_EQ(sw_.SetSwitchPosition(1, 0), SWITCH_ERR_INDEX);
   int32_t position = 0;
   EXPECT_EQ(sw_.GetSwitchPosition(1, position), SWITCH_ERR_INDEX);
@@ -310,10 +323,12 @@ TEST_F(SwitchTest, SetSwitchPositionOffDrivesXHighAndYLow) {
 
 TEST_F(SwitchTest, LinesThatAreNotDrivenAreNotWritten) {
   fw_.switch_count = 3;
-  state_.switch_count = 3;
+  state_.set_switch_count(3);
   EXPECT_EQ(sw_.SetSwitchPosition(2, kPositionDiv), SWITCH_OK);  // default: all -1
   EXPECT_TRUE(fw_.written.empty());
-  state_.switches.positions[2][kPositionDiv] = {-1, 1};
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.positions[2][kPositionDiv] = {-1, 1};
+  });
   EXPECT_EQ(sw_.SetSwitchPosition(2, kPositionDiv), SWITCH_OK);
   ASSERT_EQ(fw_.written.size(), 1u);
   EXPECT_EQ(fw_.line(y(2)), 1);
@@ -329,7 +344,7 @@ TEST_F(SwitchTest, SetSwitchPositionWritesBothLinesWhenTheFirstEndsIn7) {
 
 TEST_F(SwitchTest, SwitchIdsComeFromTheTable) {
   fw_.switch_count = 4;
-  state_.switches.switch_id[0] = 3;
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) { t.switch_id[0] = 3; });
   EXPECT_EQ(sw_.SetSwitchPosition(0, kPositionMain), SWITCH_OK);
   EXPECT_EQ(fw_.line(x(3)), 1);
   EXPECT_EQ(fw_.line(y(3)), 1);
@@ -344,7 +359,7 @@ TEST(SwitchOpen, FailedOpenLogsAndGives3) {
   RecordingLog log;
   EXPECT_EQ(open_control_device(dev, state, log), SWITCH_ERR_NOT_PRESENT);
   EXPECT_EQ(dev.opened_path, "\\\\.\\ZLTACPI");
-  EXPECT_FALSE(state.device);
+  EXPECT_EQ(state.control_device(), nullptr);
   EXPECT_EQ(log.lines, (std::vector<testing::LogLine>{{1, "InitializeZLTACPIDevice Failed!\n"}}));
 }
 
@@ -354,9 +369,9 @@ TEST(SwitchOpen, OpenedDeviceIsKeptInTheState) {
   DeviceState state;
   RecordingLog log;
   EXPECT_EQ(open_control_device(dev, state, log), SWITCH_OK);
-  EXPECT_TRUE(state.device);
+  EXPECT_NE(state.control_device(), nullptr);
   EXPECT_TRUE(log.lines.empty());
 }
 
 }  // namespace
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

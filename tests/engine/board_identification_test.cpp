@@ -2,22 +2,22 @@
 // with a scripted firmware.
 #include <gtest/gtest.h>
 
-#include "platform/board_identification.h"
-#include "platform/device_fakes.h"
+#include "engine/board_identification.h"
+#include "engine/device_fakes.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 namespace {
 
-using testing::FakeBoardQuery;
-using testing::FakeDeviceHandle;
-using testing::FakeFirmware;
-using testing::LogLine;
-using testing::RecordingConsole;
-using testing::RecordingLog;
+using zaltor::testing::FakeBoardQuery;
+using zaltor::testing::FakeDeviceHandle;
+using zaltor::testing::FakeFirmware;
+using zaltor::testing::LogLine;
+using zaltor::testing::RecordingConsole;
+using zaltor::testing::RecordingLog;
 
 class BoardTest : public ::testing::Test {
  protected:
-  BoardTest() { state_.device = std::make_unique<FakeDeviceHandle>(fw_); }
+  BoardTest() { state_.set_control_device(std::make_unique<FakeDeviceHandle>(fw_)); }
 
   std::string read_name() {
     std::string name = "stale";
@@ -151,8 +151,8 @@ TEST_F(BoardTest, IdentificationLogsBoardFlagsAndSwitchNumber) {
   EXPECT_EQ(log_.lines, (std::vector<LogLine>{{4, "ModelName: AB12XY\n"},
                                               {4, "[SUPPORT_FLAGS] 0x00010203\n"},
                                               {4, "AntennaSwitchNumber = 2\n"}}));
-  EXPECT_EQ(state_.switch_count.load(), 2);
-  EXPECT_EQ(state_.mode_count.load(), 4u);
+  EXPECT_EQ(state_.switch_count(), 2);
+  EXPECT_EQ(state_.mode_count(), 4u);
 }
 
 TEST_F(BoardTest, FailedBoardQueryMarksTheDeviceUnsupported) {
@@ -177,11 +177,11 @@ TEST_F(BoardTest, NoBaseBoardStillGoesOnToTheFirmwareChecks) {
   EXPECT_EQ(log_.lines, (std::vector<LogLine>{{4, "ModelName: \n"},
                                               {4, "[SUPPORT_FLAGS] 0x00010100\n"},
                                               {4, "AntennaSwitchNumber = 1\n"}}));
-  EXPECT_EQ(state_.mode_count.load(), 2u);
+  EXPECT_EQ(state_.mode_count(), 2u);
 }
 
 TEST_F(BoardTest, ClosedControlDeviceGives4) {
-  state_.device.reset();
+  state_.set_control_device(nullptr);
   EXPECT_EQ(identify(), SWITCH_ERR_STATUS_IO);
   EXPECT_EQ(log_.lines, (std::vector<LogLine>{{4, "ModelName: \n"}}));
 }
@@ -204,7 +204,7 @@ TEST_F(BoardTest, ZeroSwitchesIsNotSupported) {
   fw_.switch_count = 0;
   EXPECT_EQ(identify(), SWITCH_ERR_NOT_PRESENT);
   EXPECT_TRUE(log_.contains(2, "MultiAntenna is not Supported!\n"));
-  EXPECT_EQ(state_.switch_count.load(), 0);
+  EXPECT_EQ(state_.switch_count(), 0);
 }
 
 TEST_F(BoardTest, FeatureAbsentIsNotSupported) {
@@ -218,8 +218,8 @@ TEST_F(BoardTest, MoreThanFourSwitchesAreHeldToFour) {
   fw_.switch_count = 9;
   EXPECT_EQ(identify(), SWITCH_OK);
   EXPECT_TRUE(log_.contains(4, "AntennaSwitchNumber = 9\n"));
-  EXPECT_EQ(state_.switch_count.load(), 4);
-  EXPECT_EQ(state_.mode_count.load(), 16u);
+  EXPECT_EQ(state_.switch_count(), 4);
+  EXPECT_EQ(state_.mode_count(), 16u);
 }
 
 TEST(BoardTrim, TrimsOnlyTheBlankSet) {
@@ -228,4 +228,4 @@ TEST(BoardTrim, TrimsOnlyTheBlankSet) {
 }
 
 }  // namespace
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -42,12 +42,12 @@
 #include <memory>
 #include <vector>
 
+#include "engine/shared_state.h"
 #include "platform/clock.h"
-#include "platform/device_state.h"
 #include "platform/log.h"
 #include "platform/status.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 
 constexpr const char* kControlDevicePath = "\\\\.\\ZLTACPI";
 constexpr uint32_t kControlCode = 0x0022240C;
@@ -64,14 +64,15 @@ std::vector<uint8_t> encode_control_request(uint32_t value);
 
 // Opens the control device into `state.device`. 0, or 3 after "InitializeZLTACPIDevice
 // Failed!\n" (level 1).
-Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log);
+Status open_control_device(platform::ControlDevice& devices, DeviceState& state, Log& log);
 
 class AntennaSwitch {
  public:
   // `device_lock` comes from the clock that the callers' threads wait on (make_mutex), so
   // that a wait for it takes part in a virtual clock's schedule; without one (tests of the
   // device logic alone) the switch uses a plain recursive mutex.
-  AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex> device_lock = nullptr);
+  AntennaSwitch(DeviceState& state, Log& log,
+                std::unique_ptr<platform::Mutex> device_lock = nullptr);
 
   // The raw status word ("DSTS"): 0, or 4 when the device is not open or the request failed.
   Status read_status_word(uint32_t& word);
@@ -93,13 +94,13 @@ class AntennaSwitch {
   // Puts switch i into bit i of mode - 1, one status per switch in results[i] (slots
   // beyond SwitchCount are left alone). A mode outside 1..ModeCount logs
   // "Invalid Mode: %d.\n" (level 2) and sets every slot to 28; not ready sets every slot to 2.
-  void SetMode(int32_t mode, std::array<Status, kMaxPorts>& results);
+  void SetMode(int32_t mode, std::array<Status, platform::kMaxPorts>& results);
   // SetMode only if `wanted` still holds once the device lock is taken: false (nothing
   // written, `results` untouched) when it does not. A writer that may have been overtaken
   // (the auto loop, once the user chose a fixed mode) tests its stop flag here, so that its
   // write can never land after the one that overtook it.
   bool set_mode_if(const std::function<bool()>& wanted, int32_t mode,
-                   std::array<Status, kMaxPorts>& results);
+                   std::array<Status, platform::kMaxPorts>& results);
 
   // The mode the switches stand in: 1 + sum(position_i << i). SwitchCount 0 reads as 1.
   // A switch in "Off" logs "No valid mode for %s OFF.\n" (level 3, port name) and a switch
@@ -113,11 +114,11 @@ class AntennaSwitch {
   int32_t switch_limit() const;
   Status set_control_bit_locked(int32_t id, int32_t level, int32_t offset);
   Status set_switch_position_locked(int32_t sw, int32_t position);
-  void set_mode_locked(int32_t mode, std::array<Status, kMaxPorts>& results);
+  void set_mode_locked(int32_t mode, std::array<Status, platform::kMaxPorts>& results);
 
   DeviceState& state_;
   Log& log_;
-  std::unique_ptr<Mutex> device_lock_;
+  std::unique_ptr<platform::Mutex> device_lock_;
 };
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -11,20 +11,22 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/adapter_discovery.h"
-#include "platform/antenna_switch.h"
-#include "platform/device_fakes.h"
+#include "engine/adapter_discovery.h"
+#include "engine/antenna_switch.h"
+#include "engine/device_fakes.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 namespace {
 
-using testing::FakeClock;
-using testing::FakeDeviceHandle;
-using testing::FakeDeviceLists;
-using testing::FakeFirmware;
-using testing::RecordingLog;
+using platform::kMaxPorts;
 
-class SerialHandle final : public ControlDeviceHandle {
+using zaltor::testing::FakeClock;
+using zaltor::testing::FakeDeviceHandle;
+using zaltor::testing::FakeDeviceLists;
+using zaltor::testing::FakeFirmware;
+using zaltor::testing::RecordingLog;
+
+class SerialHandle final : public platform::ControlDeviceHandle {
  public:
   explicit SerialHandle(FakeFirmware& fw) : inner_(fw) {}
   bool io_control(uint32_t code, const uint8_t* in, uint32_t in_len, uint8_t* out,
@@ -47,10 +49,10 @@ class SerialHandle final : public ControlDeviceHandle {
 TEST(SwitchConcurrency, ModesAndReadsFromSeveralThreads) {
   FakeFirmware fw;
   DeviceState state;
-  state.device = std::make_unique<SerialHandle>(fw);
-  state.ready = true;
-  state.switch_count = 2;
-  state.mode_count = 4;
+  state.set_control_device(std::make_unique<SerialHandle>(fw));
+  state.set_ready(true);
+  state.set_switch_count(2);
+  state.set_mode_count(4);
   RecordingLog log;  // locks each line
   AntennaSwitch sw(state, log);
 
@@ -73,8 +75,8 @@ TEST(SwitchConcurrency, ModesAndReadsFromSeveralThreads) {
       if (sw.GetCurrentMode(mode) != SWITCH_OK) ++bad;
       int32_t count = 0;
       if (sw.GetSwitchNumber(count) != SWITCH_OK || count != 2) ++bad;
-      state.lid_open = (i % 2) == 0;
-      state.lid_notification_registered = true;
+      state.set_lid_open((i % 2) == 0);
+      state.set_lid_notification_registered(true);
       const uint32_t set = discovery.SelectConfigSet();
       if (set != 0 && set != 3) ++bad;
     }
@@ -96,10 +98,10 @@ TEST(SwitchConcurrency, ModesAndReadsFromSeveralThreads) {
 TEST(SwitchConcurrency, WritersOnSeveralThreadsNeitherLoseLinesNorEndIn7) {
   FakeFirmware fw;
   DeviceState state;
-  state.device = std::make_unique<SerialHandle>(fw);
-  state.ready = true;
-  state.switch_count = 2;
-  state.mode_count = 4;
+  state.set_control_device(std::make_unique<SerialHandle>(fw));
+  state.set_ready(true);
+  state.set_switch_count(2);
+  state.set_mode_count(4);
   RecordingLog log;
   AntennaSwitch sw(state, log);
 
@@ -143,10 +145,10 @@ TEST(SwitchConcurrency, WritersOnSeveralThreadsNeitherLoseLinesNorEndIn7) {
 TEST(SwitchConcurrency, ConditionalModeWritesNothingOnceItsConditionFails) {
   FakeFirmware fw;
   DeviceState state;
-  state.device = std::make_unique<FakeDeviceHandle>(fw);
-  state.ready = true;
-  state.switch_count = 2;
-  state.mode_count = 4;
+  state.set_control_device(std::make_unique<FakeDeviceHandle>(fw));
+  state.set_ready(true);
+  state.set_switch_count(2);
+  state.set_mode_count(4);
   RecordingLog log;
   AntennaSwitch sw(state, log);
 
@@ -164,4 +166,4 @@ TEST(SwitchConcurrency, ConditionalModeWritesNothingOnceItsConditionFails) {
 }
 
 }  // namespace
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "engine/shared_state.h"
 #include "platform/clock.h"
 #include "platform/device_list.h"
-#include "platform/device_state.h"
 #include "platform/log.h"
 #include "platform/status.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 
 constexpr const char* kWifiVendorPattern = "VEN_8086";
 constexpr int64_t kDiscoveryRetryMs = 5000;
@@ -28,7 +28,8 @@ std::string counter_instance_name(const std::string& description);
 
 class AdapterDiscovery {
  public:
-  AdapterDiscovery(DeviceState& state, DeviceLists& devices, Clock& clock, Log& log)
+  AdapterDiscovery(DeviceState& state, platform::DeviceLists& devices, platform::Clock& clock,
+                   Log& log)
       : state_(state), devices_(devices), clock_(clock), log_(log) {}
 
   // The descriptions of the PCI network adapters whose hardware ID names the Wi-Fi chip
@@ -52,13 +53,13 @@ class AdapterDiscovery {
   uint32_t SelectConfigSet();
 
  private:
-  std::string read_property(DeviceList& list, uint32_t index, DeviceProperty property,
-                            const char* name);
+  std::string read_property(platform::DeviceList& list, uint32_t index,
+                            platform::DeviceProperty property, const char* name);
 
   DeviceState& state_;
-  DeviceLists& devices_;
-  Clock& clock_;
+  platform::DeviceLists& devices_;
+  platform::Clock& clock_;
   Log& log_;
 };
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

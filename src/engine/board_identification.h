@@ -7,13 +7,13 @@
 #include <memory>
 #include <string>
 
-#include "platform/antenna_switch.h"
+#include "engine/antenna_switch.h"
+#include "engine/shared_state.h"
 #include "platform/board_query.h"
-#include "platform/device_state.h"
 #include "platform/log.h"
 #include "platform/status.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 
 constexpr size_t kModelNameBuffer = 255;  // bytes, terminator included
 constexpr size_t kProductTextLimit = 1023;
@@ -26,7 +26,8 @@ std::string trim_blanks(const std::string& text);
 // console, not logged.
 class BoardIdentification {
  public:
-  BoardIdentification(BoardQuery& query, Console& console) : query_(query), console_(console) {}
+  BoardIdentification(platform::BoardQuery& query, Console& console)
+      : query_(query), console_(console) {}
 
   // Runs the board query: COM, the locator, the connection to "ROOT\CIMV2", the proxy
   // blanket and the query. 0, or -1 when a step before the query failed (printed).
@@ -41,9 +42,9 @@ class BoardIdentification {
   int32_t ReadModelName(std::string& model);
 
  private:
-  BoardQuery& query_;
+  platform::BoardQuery& query_;
   Console& console_;
-  BoardProducts answer_;
+  platform::BoardProducts answer_;
   bool connected_ = false;
   bool queried_ = false;
 };
@@ -60,4 +61,4 @@ class BoardIdentification {
 Status identify_model(BoardIdentification& board, AntennaSwitch& sw, DeviceState& state, Log& log,
                       Console& console, std::string& model_name);
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -1,18 +1,26 @@
 // Adapter discovery over scripted device lists and a scripted WLAN session.
 #include <gtest/gtest.h>
 
-#include "platform/adapter_discovery.h"
-#include "platform/device_fakes.h"
+#include "engine/adapter_discovery.h"
+#include "engine/device_fakes.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 namespace {
 
-using testing::FakeClock;
-using testing::FakeDevice;
-using testing::FakeDeviceLists;
-using testing::FakeWlanSession;
-using testing::LogLine;
-using testing::RecordingLog;
+using platform::parse_guid;
+
+using platform::DeviceClass;
+using platform::Guid;
+using platform::kDevNodeDisconnected;
+using platform::kWlanConnected;
+using platform::kWlanDisconnected;
+
+using zaltor::testing::FakeClock;
+using zaltor::testing::FakeDevice;
+using zaltor::testing::FakeDeviceLists;
+using zaltor::testing::FakeWlanSession;
+using zaltor::testing::LogLine;
+using zaltor::testing::RecordingLog;
 
 const Guid kGuidA = *parse_guid("{6A1B2C3D-1111-2222-3333-444455556666}");
 const Guid kGuidB = *parse_guid("{00000000-AAAA-BBBB-CCCC-DDDDEEEEFFFF}");
@@ -22,8 +30,8 @@ class AdapterTest : public ::testing::Test {
   AdapterTest() {
     auto session = std::make_unique<FakeWlanSession>();
     wlan_ = session.get();
-    state_.wlan = std::move(session);
-    state_.ready = true;
+    state_.set_wlan(std::move(session));
+    state_.set_ready(true);
   }
   void nics(std::vector<FakeDevice> nics) {
     devices_.lists[{DeviceClass::kNetwork, "PCI"}] = std::move(nics);
@@ -99,7 +107,7 @@ TEST_F(AdapterTest, ParenthesesBecomeBracketsInTheInstanceNameOnly) {
   std::string instance;
   EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
   EXPECT_EQ(instance, "Wireless AX [R2] 160MHz");
-  EXPECT_EQ(state_.wlan_interface, kGuidA);
+  EXPECT_EQ(state_.wlan_interface(), kGuidA);
 }
 
 TEST_F(AdapterTest, FindWifiInterfaceLogsEachStepAndStopsAtTheSelected) {
@@ -110,7 +118,7 @@ TEST_F(AdapterTest, FindWifiInterfaceLogsEachStepAndStopsAtTheSelected) {
   std::string instance;
   EXPECT_EQ(discovery_.FindWifiInterface(instance), SWITCH_OK);
   EXPECT_EQ(instance, "Intel Wireless AX 211");
-  EXPECT_EQ(state_.wlan_interface, kGuidA);
+  EXPECT_EQ(state_.wlan_interface(), kGuidA);
   EXPECT_TRUE(clock_.sleeps.empty());
   EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{
@@ -159,7 +167,7 @@ TEST_F(AdapterTest, FindWifiInterfaceRetriesEvery5000MsUntilAnInterfaceAppears) 
 }
 
 TEST_F(AdapterTest, FindWifiInterfaceWithoutWlanClientGives8) {
-  state_.wlan.reset();
+  state_.set_wlan(nullptr);
   std::string instance;
   EXPECT_EQ(discovery_.FindWifiInterface(instance), kStatusWlanNotOpened);
 }
@@ -206,25 +214,25 @@ TEST_F(AdapterTest, ChannelDecidesTheBand) {
     wlan_->channel = channel;
     EXPECT_EQ(discovery_.SelectConfigSet(), expected) << channel;
   }
-  state_.bt_connection_count = 1;
+  state_.set_bt_connection_count(1);
   wlan_->channel = 14;
   EXPECT_EQ(discovery_.SelectConfigSet(), 2u);
   wlan_->channel = 0;  // unknown band: set 0 even with Bluetooth
   EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
   wlan_->channel = 36;
   EXPECT_EQ(discovery_.SelectConfigSet(), 1u);
-  EXPECT_EQ(wlan_->channel_queries.back(), state_.wlan_interface);
+  EXPECT_EQ(wlan_->channel_queries.back(), state_.wlan_interface());
 }
 
 TEST_F(AdapterTest, FailedChannelQueryFallsBackToSet0) {
-  state_.bt_connection_count = 2;
+  state_.set_bt_connection_count(2);
   wlan_->channel = 6;
   wlan_->channel_error = 5;
   EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
 }
 
 TEST_F(AdapterTest, NotReadySkipsTheBandQuery) {
-  state_.ready = false;
+  state_.set_ready(false);
   wlan_->channel = 36;
   EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
   EXPECT_TRUE(wlan_->channel_queries.empty());
@@ -232,10 +240,10 @@ TEST_F(AdapterTest, NotReadySkipsTheBandQuery) {
 
 TEST_F(AdapterTest, LidClosedWithA5GhzLinkStillSelectsSet3) {
   wlan_->channel = 36;
-  state_.lid_notification_registered = true;
-  state_.lid_open = false;
+  state_.set_lid_notification_registered(true);
+  state_.set_lid_open(false);
   EXPECT_EQ(discovery_.SelectConfigSet(), 3u);
-  state_.lid_notification_registered = false;  // not registered: the lid is not consulted
+  state_.set_lid_notification_registered(false);  // not registered: the lid is not consulted
   EXPECT_EQ(discovery_.SelectConfigSet(), 1u);
 }
 
@@ -245,11 +253,11 @@ TEST_F(AdapterTest, DeviceChangeRescansBluetoothAfterTwoSeconds) {
   wlan_->channel = 6;
   EXPECT_EQ(discovery_.SelectConfigSet(), 0u);  // no re-scan asked: stored count 0
   EXPECT_TRUE(clock_.sleeps.empty());
-  state_.device_change_pending = true;
+  state_.set_device_change_pending(true);
   EXPECT_EQ(discovery_.SelectConfigSet(), 2u);
   EXPECT_EQ(clock_.sleeps, (std::vector<int64_t>{2000}));
-  EXPECT_EQ(state_.bt_connection_count.load(), 2);
-  EXPECT_FALSE(state_.device_change_pending.load());
+  EXPECT_EQ(state_.bt_connection_count(), 2);
+  EXPECT_FALSE(state_.device_change_pending());
   EXPECT_EQ(devices_.requests.size(), 2u);
   EXPECT_EQ(devices_.requests[0].second, "BTHLE");
   EXPECT_EQ(devices_.requests[1].second, "BTHENUM");
@@ -260,12 +268,12 @@ TEST_F(AdapterTest, DeviceChangeRescansBluetoothAfterTwoSeconds) {
 }
 
 TEST_F(AdapterTest, RescanWithoutListsCountsZero) {
-  state_.bt_connection_count = 3;
-  state_.device_change_pending = true;
+  state_.set_bt_connection_count(3);
+  state_.set_device_change_pending(true);
   wlan_->channel = 6;
   EXPECT_EQ(discovery_.SelectConfigSet(), 0u);
-  EXPECT_EQ(state_.bt_connection_count.load(), 0);
+  EXPECT_EQ(state_.bt_connection_count(), 0);
 }
 
 }  // namespace
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -1,6 +1,13 @@
-#include "platform/board_identification.h"
+#include "engine/board_identification.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
+
+using platform::BoardProducts;
+using platform::BoardQuery;
+using platform::BoardQueryStep;
+using platform::kBoardNamespace;
+using platform::kBoardQuery;
+using platform::kMaxPorts;
 namespace {
 constexpr const char* kBlanks = " \t\r\n";
 }
@@ -74,7 +81,7 @@ Status identify_model(BoardIdentification& board, AntennaSwitch& sw, DeviceState
   board.ReadModelName(model_name);
   log.write(kLogInfo, "ModelName: %s\n", model_name.c_str());
 
-  if (!state.device) return SWITCH_ERR_STATUS_IO;
+  if (state.control_device() == nullptr) return SWITCH_ERR_STATUS_IO;
   uint32_t flags = 0;
   if (sw.read_status_word(flags) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;
   log.write(kLogInfo, "[SUPPORT_FLAGS] 0x%08x\n", flags);
@@ -86,9 +93,9 @@ Status identify_model(BoardIdentification& board, AntennaSwitch& sw, DeviceState
   }
   log.write(kLogInfo, "AntennaSwitchNumber = %d\n", count);
   const int32_t held = count > kMaxPorts ? kMaxPorts : count;
-  state.switch_count.store(held, std::memory_order_relaxed);
-  state.mode_count.store(1u << held, std::memory_order_relaxed);
+  state.set_switch_count(held);
+  state.set_mode_count(1u << held);
   return SWITCH_OK;
 }
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

@@ -1,4 +1,4 @@
-#include "platform/signal_counters.h"
+#include "engine/signal_counters.h"
 
 #include <algorithm>
 #include <limits>
@@ -6,7 +6,18 @@
 
 #include "platform/rssi_mean.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
+
+using platform::Clock;
+using platform::CounterId;
+using platform::CounterQuery;
+using platform::Counters;
+using platform::kMaxPorts;
+using platform::kPortNames;
+using platform::kPositionNames;
+using platform::kRssiPortSlots;
+using platform::mean_of_signal_readings;
+using platform::RssiMean;
 namespace {
 
 constexpr const char* kThroughputTemplate = "\\Network Interface(%s)\\Bytes Total/sec";
@@ -29,16 +40,16 @@ void fill(int32_t* values, size_t length, size_t count, int32_t v) {
 }  // namespace
 
 void SignalCounters::SetUpCounters(const std::string& instance_name) {
-  CounterState& c = state_.counters;
   const std::string throughput_path = format(kThroughputTemplate, instance_name.c_str());
   const std::string speed_path = format(kLinkSpeedTemplate, instance_name.c_str());
   log_.write(kLogInfo, "Counter Path: %s\n", throughput_path.c_str());
 
   uint32_t error = 0;
-  c.query = counters_.open_query(error);
-  if (!c.query) {
+  state_.set_counter_query(counters_.open_query(error));
+  CounterQuery* query = state_.counter_query();
+  if (query == nullptr) {
     log_.write(kLogWarning, "PdhOpenQuery failed with 0x%x\n", error);
-    c.rssi_per_antenna.store(false, std::memory_order_relaxed);
+    state_.set_rssi_per_antenna(false);
     return;
   }
   // The network interface counters are Windows' own and translated with it, so their fixed
@@ -47,43 +58,47 @@ void SignalCounters::SetUpCounters(const std::string& instance_name) {
   auto add = [&](const std::string& path, CounterId& id, uint8_t level, bool english) {
     id = 0;
     const uint32_t e =
-        english ? c.query->add_english_counter(path, id) : c.query->add_counter(path, id);
+        english ? query->add_english_counter(path, id) : query->add_counter(path, id);
     if (e != 0) {
       id = 0;
       log_.write(level, "PdhAddCounter %s failed with 0x%x\n", path.c_str(), e);
     }
   };
-  add(throughput_path, c.throughput, kLogInfo, true);
-  add(speed_path, c.link_speed, kLogInfo, true);
-  c.throughput_available.store(c.throughput != 0 && c.link_speed != 0, std::memory_order_relaxed);
-  for (size_t i = 0; i < c.rssi.size(); ++i) {
-    add(state_.switches.counter_path[i], c.rssi[i], kLogWarning, false);
+  CounterId throughput = 0;
+  CounterId link_speed = 0;
+  std::array<CounterId, kRssiPortSlots> rssi{};
+  add(throughput_path, throughput, kLogInfo, true);
+  add(speed_path, link_speed, kLogInfo, true);
+  for (size_t i = 0; i < rssi.size(); ++i) {
+    add(state_.switches().counter_path[i], rssi[i], kLogWarning, false);
   }
-  c.rssi_per_antenna.store(c.rssi[0] != 0, std::memory_order_relaxed);
-  c.query->collect();  // rate counters need a first sample
+  state_.set_counter_ids(throughput, link_speed, rssi);
+  state_.set_throughput_available(throughput != 0 && link_speed != 0);
+  state_.set_rssi_per_antenna(rssi[0] != 0);
+  query->collect();  // rate counters need a first sample
 }
 
 Status SignalCounters::ReadThroughput(LinkReading& reading) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
-  CounterState& c = state_.counters;
-  const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
+  CounterQuery* query = state_.counter_query();
+  const uint32_t e = query != nullptr ? query->collect() : kCounterInvalidHandle;
   if (e != 0) {
     log_.write(kLogInfo, "PdhCollectQueryData failed with 0x%x\n", e);
     return kStatusCounterCollect;
   }
-  if (!c.throughput_available.load(std::memory_order_relaxed)) {
+  if (!state_.throughput_available()) {
     reading.throughput_bps = -1;
     reading.link_speed_mbps = -1.0;
     return SWITCH_OK;
   }
   int64_t v = 0;
-  uint32_t fe = c.query->formatted_large(c.throughput, v);
+  uint32_t fe = query->formatted_large(state_.throughput_counter(), v);
   if (fe != 0) {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
     return kStatusThroughputValue;
   }
   reading.throughput_bps = v;
-  fe = c.query->formatted_large(c.link_speed, v);
+  fe = query->formatted_large(state_.link_speed_counter(), v);
   if (fe != 0) {
     log_.write(kLogInfo, "PdhGetFormattedCounterValue failed with 0x%x.\n", fe);
     return kStatusThroughputValue;
@@ -93,13 +108,13 @@ Status SignalCounters::ReadThroughput(LinkReading& reading) {
 }
 
 Status SignalCounters::read_into(int32_t count, int32_t* values) {
-  CounterState& c = state_.counters;
-  const uint32_t e = c.query ? c.query->collect() : kCounterInvalidHandle;
+  CounterQuery* query = state_.counter_query();
+  const uint32_t e = query != nullptr ? query->collect() : kCounterInvalidHandle;
   if (count < 1 || e != 0) return SWITCH_OK;  // a failed collection leaves the values as they were
   const int32_t n = std::min(count, kRssiPortSlots);
   for (int32_t i = 0; i < n; ++i) {
     int64_t v = 0;
-    if (c.query->formatted_large(c.rssi[static_cast<size_t>(i)], v) != 0) {
+    if (query->formatted_large(state_.rssi_counter(static_cast<size_t>(i)), v) != 0) {
       return kStatusRssiValue;
     }
     values[i] = rssi_from_counter(v);
@@ -108,41 +123,39 @@ Status SignalCounters::read_into(int32_t count, int32_t* values) {
 }
 
 Status SignalCounters::ReadRssi(int32_t count, int32_t* values) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   return read_into(count, values);
 }
 
 bool SignalCounters::sweep_attempt(int32_t ports, int32_t* values) {
-  if (!state_.ready.load(std::memory_order_relaxed) || ports < 1) return false;
+  if (!state_.ready() || ports < 1) return false;
   return read_into(ports, values) == SWITCH_OK;
 }
 
 int32_t SignalCounters::switch_number() {
   // The firmware's number; when it cannot be read the stored SwitchCount stands.
-  int32_t n = state_.switch_count.load(std::memory_order_relaxed);
+  int32_t n = state_.switch_count();
   sw_.GetSwitchNumber(n);
   return n;
 }
 
 Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   const int32_t n = switch_number();
-  if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
+  if (!state_.rssi_per_antenna()) {
     log_.write(kLogInfo, "Not support all antenna RSSI.\n");
     return kStatusRssiNotSupported;
   }
   fill(values, length, length, kRssiAbsent);
 
-  if (state_.user_mode.load(std::memory_order_relaxed) == static_cast<uint32_t>(kModeAuto)) {
+  if (state_.user_mode() == static_cast<uint32_t>(kModeAuto)) {
     // Automatic mode: report the loop's stored results; the switches stay untouched.
     const int32_t ports = std::clamp(n, 0, kMaxPorts);
     for (int32_t s = 0; s < 2; ++s) {
       for (int32_t p = 0; p < ports; ++p) {
         const size_t at = static_cast<size_t>(s * ports + p);
         if (at < length) {
-          values[at] =
-              state_.counters.auto_sweep[static_cast<size_t>(s)][static_cast<size_t>(p)].load(
-                  std::memory_order_relaxed);
+          values[at] = state_.auto_sweep(static_cast<size_t>(s), static_cast<size_t>(p));
         }
       }
     }
@@ -188,16 +201,16 @@ Status SignalCounters::GetRssiAllPorts(int32_t* values, size_t length) {
 }
 
 Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   const int32_t n = switch_number();
-  if (!state_.counters.rssi_per_antenna.load(std::memory_order_relaxed)) {
+  if (!state_.rssi_per_antenna()) {
     log_.write(kLogInfo, "Not support all antenna RSSI.\n");
     return kStatusRssiNotSupported;
   }
   fill(values, length, length, kRssiAbsent);
   const int32_t m = std::min(n, kRssiPortSlots);
   const size_t width = static_cast<size_t>(std::max(m, 0));
-  const auto mode = static_cast<int32_t>(state_.user_mode.load(std::memory_order_relaxed));
+  const auto mode = static_cast<int32_t>(state_.user_mode());
   // The automatic loop calls this constantly: only a fixed mode logs the sweep.
   const bool fixed = mode != kModeAuto;
   if (fixed) log_.write(kLogDetail, "Getting RSSI for Current Mode (%d): \n", mode);
@@ -225,7 +238,7 @@ Status SignalCounters::GetRssiCurrentMode(int32_t* values, size_t length) {
 
 Status SignalCounters::GetAverageRssi(int32_t& average) {
   average = kRssiAbsent;
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   const int32_t n = switch_number();
   const size_t count = static_cast<size_t>(std::max(n, 0));
   // Ports with a counter start as -200 (a failed collection reads as an absent value);
@@ -241,8 +254,7 @@ Status SignalCounters::GetAverageRssi(int32_t& average) {
 
 void SignalCounters::store_auto_sweep(int32_t row, int32_t port, int32_t rssi) {
   if (row < 0 || row > 1 || port < 0 || port >= kMaxPorts) return;
-  state_.counters.auto_sweep[static_cast<size_t>(row)][static_cast<size_t>(port)].store(
-      rssi, std::memory_order_relaxed);
+  state_.set_auto_sweep(static_cast<size_t>(row), static_cast<size_t>(port), rssi);
 }
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

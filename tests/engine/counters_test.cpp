@@ -1,19 +1,19 @@
 // Signal and throughput counters over scripted counters and a scripted firmware.
 #include <gtest/gtest.h>
 
-#include "platform/device_fakes.h"
-#include "platform/signal_counters.h"
+#include "engine/device_fakes.h"
+#include "engine/signal_counters.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 namespace {
 
-using testing::FakeClock;
-using testing::FakeCounterQuery;
-using testing::FakeCounters;
-using testing::FakeDeviceHandle;
-using testing::FakeFirmware;
-using testing::LogLine;
-using testing::RecordingLog;
+using zaltor::testing::FakeClock;
+using zaltor::testing::FakeCounterQuery;
+using zaltor::testing::FakeCounters;
+using zaltor::testing::FakeDeviceHandle;
+using zaltor::testing::FakeFirmware;
+using zaltor::testing::LogLine;
+using zaltor::testing::RecordingLog;
 
 const std::string kThroughput = "\\Network Interface(Wireless AX [R2])\\Bytes Total/sec";
 const std::string kSpeed = "\\Network Interface(Wireless AX [R2])\\Current Bandwidth";
@@ -28,20 +28,22 @@ constexpr uint32_t kFormatError = 0xC0000BC6;
 class CountersTest : public ::testing::Test {
  protected:
   CountersTest() {
-    state_.device = std::make_unique<FakeDeviceHandle>(fw_);
-    state_.switch_count = 2;
-    state_.mode_count = 4;
-    state_.user_mode = 1;
-    state_.switches.counter_path = {kA, kB, kC, ""};
+    state_.set_control_device(std::make_unique<FakeDeviceHandle>(fw_));
+    state_.set_switch_count(2);
+    state_.set_mode_count(4);
+    state_.set_user_mode(1);
+    zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+      t.counter_path = {kA, kB, kC, ""};
+    });
     settings_.TimeToWaitForRSSIStable[0] = kWait;
     settings_.RSSICollectInterval[0] = kInterval;
     settings_.TimeToWaitForRSSIStable[1] = 99;
-    state_.settings = &settings_;
+    state_.set_settings(&settings_);
   }
   // Sets up the counters on the default instance name and makes the worker ready.
   FakeCounterQuery& ready() {
     counters_.SetUpCounters("Wireless AX [R2]");
-    state_.ready = true;
+    state_.set_ready(true);
     log_.lines.clear();
     return *fake_.query;
   }
@@ -61,8 +63,8 @@ TEST_F(CountersTest, SetUpAddsEveryCounterInOrderAndTakesAFirstSample) {
   ASSERT_NE(fake_.query, nullptr);
   EXPECT_EQ(fake_.query->added, (std::vector<std::string>{kThroughput, kSpeed, kA, kB, kC}));
   EXPECT_EQ(fake_.query->collects, 1);
-  EXPECT_TRUE(state_.counters.throughput_available.load());
-  EXPECT_TRUE(state_.counters.rssi_per_antenna.load());
+  EXPECT_TRUE(state_.throughput_available());
+  EXPECT_TRUE(state_.rssi_per_antenna());
   EXPECT_EQ(log_.lines, (std::vector<LogLine>{{4, "Counter Path: " + kThroughput + "\n"}}));
 }
 
@@ -77,13 +79,13 @@ TEST_F(CountersTest, NetworkInterfaceCountersAreAddedByTheirEnglishNamesRssiAsPu
 
 TEST_F(CountersTest, FailedQueryOpenAddsNothingAndClearsTheRssiFlag) {
   fake_.open_error = 0xC0000BB8;
-  state_.counters.rssi_per_antenna = true;
+  state_.set_rssi_per_antenna(true);
   counters_.SetUpCounters("Wireless AX [R2]");
-  EXPECT_FALSE(state_.counters.query);
-  EXPECT_FALSE(state_.counters.rssi_per_antenna.load());
+  EXPECT_EQ(state_.counter_query(), nullptr);
+  EXPECT_FALSE(state_.rssi_per_antenna());
   EXPECT_EQ(log_.lines, (std::vector<LogLine>{{4, "Counter Path: " + kThroughput + "\n"},
                                               {3, "PdhOpenQuery failed with 0xc0000bb8\n"}}));
-  state_.ready = true;
+  state_.set_ready(true);
   LinkReading reading;
   EXPECT_EQ(counters_.ReadThroughput(reading), kStatusCounterCollect);
 }
@@ -94,11 +96,11 @@ TEST_F(CountersTest, FailedAddsAreLoggedAndLeaveTheFlagsClear) {
     q.add_errors[kA] = 0xC0000BC0;
   };
   counters_.SetUpCounters("Wireless AX [R2]");
-  EXPECT_FALSE(state_.counters.throughput_available.load());
-  EXPECT_FALSE(state_.counters.rssi_per_antenna.load());
-  EXPECT_EQ(state_.counters.link_speed, 0u);
-  EXPECT_EQ(state_.counters.rssi[0], 0u);
-  EXPECT_NE(state_.counters.rssi[1], 0u);
+  EXPECT_FALSE(state_.throughput_available());
+  EXPECT_FALSE(state_.rssi_per_antenna());
+  EXPECT_EQ(state_.link_speed_counter(), 0u);
+  EXPECT_EQ(state_.rssi_counter(0), 0u);
+  EXPECT_NE(state_.rssi_counter(1), 0u);
   EXPECT_EQ(log_.lines,
             (std::vector<LogLine>{{4, "Counter Path: " + kThroughput + "\n"},
                                   {4, "PdhAddCounter " + kSpeed + " failed with 0xc0000bb8\n"},
@@ -106,10 +108,12 @@ TEST_F(CountersTest, FailedAddsAreLoggedAndLeaveTheFlagsClear) {
 }
 
 TEST_F(CountersTest, AnEmptySlotFailsToAddButOnlySlotZeroDecidesTheFlag) {
-  state_.switches.counter_path = {kA, kB, "", ""};
+  zaltor::testing::edit_switches(state_, [](platform::SwitchTable& t) {
+    t.counter_path = {kA, kB, "", ""};
+  });
   counters_.SetUpCounters("Wireless AX [R2]");
-  EXPECT_TRUE(state_.counters.rssi_per_antenna.load());
-  EXPECT_EQ(state_.counters.rssi[2], 0u);
+  EXPECT_TRUE(state_.rssi_per_antenna());
+  EXPECT_EQ(state_.rssi_counter(2), 0u);
   EXPECT_TRUE(log_.contains(3, "PdhAddCounter  failed with 0xc0000bb8\n"));
 }
 
@@ -126,9 +130,9 @@ TEST_F(CountersTest, ReadThroughputStoresBytesAndMegabits) {
 TEST_F(CountersTest, ReadThroughputFailures) {
   FakeCounterQuery& q = ready();
   LinkReading reading;
-  state_.ready = false;
+  state_.set_ready(false);
   EXPECT_EQ(counters_.ReadThroughput(reading), SWITCH_ERR_NOT_READY);
-  state_.ready = true;
+  state_.set_ready(true);
   q.collect_results = {kCollectError};
   EXPECT_EQ(counters_.ReadThroughput(reading), kStatusCounterCollect);
   EXPECT_TRUE(log_.contains(4, "PdhCollectQueryData failed with 0x800007d5\n"));
@@ -198,7 +202,7 @@ TEST_F(CountersTest, ReadRssiEdges) {
   EXPECT_EQ(counters_.ReadRssi(4, values), SWITCH_OK);  // a fourth port has no counter
   EXPECT_EQ(values[2], -3);
   EXPECT_EQ(values[3], 9);
-  state_.ready = false;
+  state_.set_ready(false);
   EXPECT_EQ(counters_.ReadRssi(1, values), SWITCH_ERR_NOT_READY);
 }
 
@@ -244,7 +248,7 @@ TEST_F(CountersTest, AllPortsSweepMovesTheSwitchesBeforeEachState) {
 TEST_F(CountersTest, WaitsComeFromTheConfigSetInForce) {
   FakeCounterQuery& q = ready();
   q.values[kA] = 50;
-  state_.active_config_set = 1;
+  state_.set_active_config_set(1);
   int32_t values[4] = {};
   EXPECT_EQ(counters_.GetRssiAllPorts(values, 4), SWITCH_OK);
   EXPECT_EQ(clock_.sleeps, (std::vector<int64_t>{99, 99}));
@@ -253,8 +257,8 @@ TEST_F(CountersTest, WaitsComeFromTheConfigSetInForce) {
 TEST_F(CountersTest, WithFourSwitchesOnlyThreePortsAreSwept) {
   FakeCounterQuery& q = ready();
   fw_.switch_count = 4;
-  state_.switch_count = 4;
-  state_.mode_count = 16;
+  state_.set_switch_count(4);
+  state_.set_mode_count(16);
   q.values[kA] = 51;
   q.values[kB] = 52;
   q.values[kC] = 53;
@@ -269,7 +273,7 @@ TEST_F(CountersTest, WithFourSwitchesOnlyThreePortsAreSwept) {
 
 TEST_F(CountersTest, AutomaticModeAllPortsReturnsTheStoredResultsWithoutSwitching) {
   FakeCounterQuery& q = ready();
-  state_.user_mode = 0;
+  state_.set_user_mode(0);
   counters_.store_auto_sweep(0, 0, -50);
   counters_.store_auto_sweep(0, 1, -51);
   counters_.store_auto_sweep(1, 0, -60);
@@ -287,9 +291,9 @@ TEST_F(CountersTest, AutomaticModeAllPortsReturnsTheStoredResultsWithoutSwitchin
 
 TEST_F(CountersTest, AutomaticModeStoredResultsStartAtMinus200AndKeepTheFourthPort) {
   ready();
-  state_.user_mode = 0;
+  state_.set_user_mode(0);
   fw_.switch_count = 4;
-  state_.switch_count = 4;
+  state_.set_switch_count(4);
   counters_.store_auto_sweep(0, 2, -70);
   int32_t values[8] = {};
   EXPECT_EQ(counters_.GetRssiAllPorts(values, 8), SWITCH_OK);
@@ -382,7 +386,7 @@ TEST_F(CountersTest, WritesStayWithinTheCallersLength) {
 
 TEST_F(CountersTest, SweepsWithoutPerAntennaRssiGive26) {
   ready();
-  state_.counters.rssi_per_antenna = false;
+  state_.set_rssi_per_antenna(false);
   int32_t values[4] = {1, 1, 1, 1};
   EXPECT_EQ(counters_.GetRssiAllPorts(values, 4), kStatusRssiNotSupported);
   EXPECT_EQ(counters_.GetRssiCurrentMode(values, 4), kStatusRssiNotSupported);
@@ -393,7 +397,7 @@ TEST_F(CountersTest, SweepsWithoutPerAntennaRssiGive26) {
 
 TEST_F(CountersTest, SweepsWhenNotReadyGive2) {
   ready();
-  state_.ready = false;
+  state_.set_ready(false);
   int32_t values[4] = {};
   int32_t average = 0;
   EXPECT_EQ(counters_.GetRssiAllPorts(values, 4), SWITCH_ERR_NOT_READY);
@@ -404,7 +408,7 @@ TEST_F(CountersTest, SweepsWhenNotReadyGive2) {
 
 TEST_F(CountersTest, CurrentModeSweepInAFixedModeLogsEveryLine) {
   FakeCounterQuery& q = ready();
-  state_.user_mode = 3;
+  state_.set_user_mode(3);
   q.values[kA] = 48;
   q.values[kB] = 0;
   int32_t values[4] = {};
@@ -422,7 +426,7 @@ TEST_F(CountersTest, CurrentModeSweepInAFixedModeLogsEveryLine) {
 
 TEST_F(CountersTest, CurrentModeSweepInAutomaticModeLogsNothing) {
   FakeCounterQuery& q = ready();
-  state_.user_mode = 0;
+  state_.set_user_mode(0);
   q.values[kA] = 48;
   q.values[kB] = 49;
   q.format_errors[kA] = {kFormatError, 1};
@@ -435,7 +439,7 @@ TEST_F(CountersTest, CurrentModeSweepInAutomaticModeLogsNothing) {
 
 TEST_F(CountersTest, CurrentModeSweepFailingThreeTimes) {
   FakeCounterQuery& q = ready();
-  state_.user_mode = 2;
+  state_.set_user_mode(2);
   q.format_errors[kA] = {kFormatError, 3};
   int32_t values[5] = {1, 1, 1, 1, 1};
   EXPECT_EQ(counters_.GetRssiCurrentMode(values, 5), kStatusRssiUnreadable);
@@ -449,7 +453,7 @@ TEST_F(CountersTest, CurrentModeSweepFailingThreeTimes) {
                                   {5, "# 3) Error while getting rssi! \n"},
                                   {3, "Failed while getting rssi for Current Mode (2): \n"}}));
   log_.lines.clear();
-  state_.user_mode = 0;
+  state_.set_user_mode(0);
   q.format_errors[kA] = {kFormatError, 3};
   EXPECT_EQ(counters_.GetRssiCurrentMode(values, 5), kStatusRssiUnreadable);
   EXPECT_TRUE(log_.lines.empty());
@@ -498,7 +502,7 @@ TEST_F(CountersTest, AverageOfOnlyNoSignalReadingsIsTheDivideByZeroOutcome) {
 TEST_F(CountersTest, AverageOverNoAntennaIsTheDivideByZeroOutcome) {
   ready();
   fw_.switch_count = 0;
-  state_.switch_count = 0;
+  state_.set_switch_count(0);
   int32_t average = 0;
   EXPECT_EQ(counters_.GetAverageRssi(average), kAverageRssiDivideByZero);
   EXPECT_EQ(average, -200);
@@ -542,4 +546,4 @@ TEST_F(CountersTest, HugeCounterValuesDoNotOverflow) {
 }
 
 }  // namespace
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

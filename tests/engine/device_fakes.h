@@ -14,15 +14,25 @@
 #include <utility>
 #include <vector>
 
+#include "engine/shared_state.h"
 #include "platform/board_query.h"
 #include "platform/clock.h"
 #include "platform/control_device.h"
 #include "platform/counters.h"
 #include "platform/device_list.h"
 #include "platform/log.h"
+#include "platform/switch_table.h"
 #include "platform/wlan.h"
 
 namespace zaltor::testing {
+
+// Changes the switch table that `state` holds: `edit` gets a copy, which is then set.
+template <typename Edit>
+void edit_switches(engine::DeviceState& state, Edit edit) {
+  platform::SwitchTable table = state.switches();
+  edit(table);
+  state.set_switches(table);
+}
 
 struct LogLine {
   uint8_t level;

@@ -1,9 +1,18 @@
-#include "platform/antenna_switch.h"
+#include "engine/antenna_switch.h"
 
 #include <algorithm>
 #include <mutex>
 
-namespace zaltor::platform {
+namespace zaltor::engine {
+
+using platform::ControlDevice;
+using platform::kMaxPorts;
+using platform::kPortNames;
+using platform::kPositionCount;
+using platform::kPositionNames;
+using platform::kPositionOff;
+using platform::Mutex;
+using platform::MutexHold;
 namespace {
 
 void put_u32(std::vector<uint8_t>& out, uint32_t v) {
@@ -59,8 +68,8 @@ std::vector<uint8_t> encode_control_request(uint32_t value) {
 
 Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log) {
   uint32_t error = 0;
-  state.device = devices.open(kControlDevicePath, error);
-  if (!state.device) {
+  state.set_control_device(devices.open(kControlDevicePath, error));
+  if (state.control_device() == nullptr) {
     log.write(kLogCritical, "InitializeZLTACPIDevice Failed!\n");
     return SWITCH_ERR_NOT_PRESENT;
   }
@@ -69,12 +78,12 @@ Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log)
 
 bool AntennaSwitch::transact(const std::vector<uint8_t>& request, uint32_t& result) {
   result = 0;
-  if (!state_.device) return false;
+  if (state_.control_device() == nullptr) return false;
   std::vector<uint8_t> reply(kReplyCapacity, 0);
   uint32_t returned = 0;
-  if (!state_.device->io_control(kControlCode, request.data(),
-                                 static_cast<uint32_t>(request.size()), reply.data(),
-                                 kReplyCapacity, returned)) {
+  if (!state_.control_device()->io_control(kControlCode, request.data(),
+                                           static_cast<uint32_t>(request.size()), reply.data(),
+                                           kReplyCapacity, returned)) {
     return false;
   }
   // Only min(returned, 4) bytes count; a shorter reply is result 0.
@@ -128,21 +137,21 @@ Status AntennaSwitch::set_control_bit_locked(int32_t id, int32_t level, int32_t 
 }
 
 int32_t AntennaSwitch::switch_limit() const {
-  return std::clamp(state_.switch_count.load(std::memory_order_relaxed), 0, kMaxPorts);
+  return std::clamp(state_.switch_count(), 0, kMaxPorts);
 }
 
 Status AntennaSwitch::GetSwitchPosition(int32_t sw, int32_t& position) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   if (sw < 0 || sw >= switch_limit()) return SWITCH_ERR_INDEX;
   const auto port = static_cast<size_t>(sw);
-  const int32_t id = state_.switches.switch_id[port];
+  const int32_t id = state_.switches().switch_id[port];
   if (id < 0) return SWITCH_ERR_INDEX;
   int32_t x = 0;
   int32_t y = 0;
   if (Status s = GetControlBit(id, x, kLineX); s != SWITCH_OK) return s;
   if (Status s = GetControlBit(id, y, kLineY); s != SWITCH_OK) return s;
   for (int32_t p = 0; p < kPositionCount; ++p) {
-    const auto& xy = state_.switches.positions[port][static_cast<size_t>(p)];
+    const auto& xy = state_.switches().positions[port][static_cast<size_t>(p)];
     if (line_matches(xy[0], x) && line_matches(xy[1], y)) {
       position = p;
       return SWITCH_OK;
@@ -157,13 +166,13 @@ Status AntennaSwitch::SetSwitchPosition(int32_t sw, int32_t position) {
 }
 
 Status AntennaSwitch::set_switch_position_locked(int32_t sw, int32_t position) {
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   if (sw < 0 || sw >= switch_limit()) return SWITCH_ERR_INDEX;
   if (position < 0 || position >= kPositionCount) return kSwitchErrInvalidPosition;
   const auto port = static_cast<size_t>(sw);
-  const int32_t id = state_.switches.switch_id[port];
+  const int32_t id = state_.switches().switch_id[port];
   if (id < 0) return SWITCH_ERR_INDEX;
-  const auto& xy = state_.switches.positions[port][static_cast<size_t>(position)];
+  const auto& xy = state_.switches().positions[port][static_cast<size_t>(position)];
   Status first = SWITCH_OK;
   const int32_t offsets[2] = {kLineX, kLineY};
   for (size_t line = 0; line < 2; ++line) {
@@ -188,11 +197,11 @@ bool AntennaSwitch::set_mode_if(const std::function<bool()>& wanted, int32_t mod
 }
 
 void AntennaSwitch::set_mode_locked(int32_t mode, std::array<Status, kMaxPorts>& results) {
-  if (!state_.ready.load(std::memory_order_relaxed)) {
+  if (!state_.ready()) {
     results.fill(SWITCH_ERR_NOT_READY);
     return;
   }
-  const uint32_t mode_count = state_.mode_count.load(std::memory_order_relaxed);
+  const uint32_t mode_count = state_.mode_count();
   if (mode < 1 || static_cast<uint32_t>(mode) > mode_count) {
     log_.write(kLogError, "Invalid Mode: %d.\n", mode);
     results.fill(SWITCH_ERR_INVALID_MODE);
@@ -208,7 +217,7 @@ void AntennaSwitch::set_mode_locked(int32_t mode, std::array<Status, kMaxPorts>&
 
 Status AntennaSwitch::GetCurrentMode(int32_t& mode) {
   mode = kModeUnknown;
-  if (!state_.ready.load(std::memory_order_relaxed)) return SWITCH_ERR_NOT_READY;
+  if (!state_.ready()) return SWITCH_ERR_NOT_READY;
   const int32_t n = switch_limit();
   int32_t pattern = 0;
   for (int32_t i = 0; i < n; ++i) {
@@ -230,4 +239,4 @@ Status AntennaSwitch::GetCurrentMode(int32_t& mode) {
   return SWITCH_OK;
 }
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

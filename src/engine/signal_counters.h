@@ -2,7 +2,7 @@
 // Signal and throughput counters: one counter query for the service's lifetime holding the
 // Wi-Fi interface's throughput and link speed counters and up to three per-antenna RSSI
 // counters (port slots 0..2; a fourth port never has one), and the RSSI sweeps built on
-// them. The handles and flags live in DeviceState::counters.
+// them. The query, its counters and flags live in DeviceState.
 //
 // RSSI: the counter gives the magnitude; the stored value is its negation, and a counter
 // value of 0 (no reading) is stored as -200.
@@ -15,14 +15,14 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/antenna_switch.h"
+#include "engine/antenna_switch.h"
+#include "engine/shared_state.h"
 #include "platform/clock.h"
 #include "platform/counters.h"
-#include "platform/device_state.h"
 #include "platform/log.h"
 #include "platform/status.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
 
 // GetAverageRssi found no usable reading (every reading -95, or no antenna): the average
 // would divide by zero. The control interface turns this outcome into the call fault
@@ -42,7 +42,8 @@ struct LinkReading {
 
 class SignalCounters {
  public:
-  SignalCounters(DeviceState& state, AntennaSwitch& sw, Counters& counters, Clock& clock, Log& log)
+  SignalCounters(DeviceState& state, AntennaSwitch& sw, platform::Counters& counters,
+                 platform::Clock& clock, Log& log)
       : state_(state), sw_(sw), counters_(counters), clock_(clock), log_(log) {}
 
   // Builds the counter paths for the interface's counter instance name, opens the query,
@@ -84,9 +85,9 @@ class SignalCounters {
 
   DeviceState& state_;
   AntennaSwitch& sw_;
-  Counters& counters_;
-  Clock& clock_;
+  platform::Counters& counters_;
+  platform::Clock& clock_;
   Log& log_;
 };
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine

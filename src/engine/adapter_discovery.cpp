@@ -1,8 +1,18 @@
-#include "platform/adapter_discovery.h"
+#include "engine/adapter_discovery.h"
 
 #include "config/settings.h"
 
-namespace zaltor::platform {
+namespace zaltor::engine {
+
+using platform::Clock;
+using platform::DeviceClass;
+using platform::DeviceList;
+using platform::DeviceLists;
+using platform::DeviceProperty;
+using platform::kDevNodeDisconnected;
+using platform::kWlanConnected;
+using platform::to_string;
+using platform::WlanInterfaceInfo;
 
 std::string counter_instance_name(const std::string& description) {
   std::string name = description;
@@ -52,7 +62,7 @@ void AdapterDiscovery::ListVendorNics(std::vector<std::string>& list) {
 }
 
 Status AdapterDiscovery::FindWifiInterface(std::string& instance_name) {
-  if (!state_.wlan) return kStatusWlanNotOpened;
+  if (state_.wlan() == nullptr) return kStatusWlanNotOpened;
   for (;;) {
     std::vector<std::string> candidates;
     ListVendorNics(candidates);
@@ -62,7 +72,7 @@ Status AdapterDiscovery::FindWifiInterface(std::string& instance_name) {
       continue;
     }
     std::vector<WlanInterfaceInfo> interfaces;
-    const uint32_t error = state_.wlan->enum_interfaces(interfaces);
+    const uint32_t error = state_.wlan()->enum_interfaces(interfaces);
     if (error != 0) {
       log_.write(kLogWarning, "WlanEnumInterfaces failed with error: %u\n", error);
       clock_.sleep_ms(kDiscoveryRetryMs);
@@ -85,7 +95,7 @@ Status AdapterDiscovery::FindWifiInterface(std::string& instance_name) {
       if (!match) continue;
       log_.write(kLogInfo, "<Selected interface>");
       instance_name = counter_instance_name(iface.description);
-      state_.wlan_interface = iface.guid;
+      state_.set_wlan_interface(iface.guid);
       if (iface.state != kWlanConnected)
         log_.write(kLogWarning, " WARNING: Wifi not connected!!\n");
       return SWITCH_OK;
@@ -125,22 +135,21 @@ Status AdapterDiscovery::CountConnectedBtDevices(const std::string& enumerator, 
 }
 
 uint32_t AdapterDiscovery::SelectConfigSet() {
-  if (state_.lid_notification_registered.load(std::memory_order_relaxed) &&
-      !state_.lid_open.load(std::memory_order_relaxed)) {
+  if (state_.lid_notification_registered() && !state_.lid_open()) {
     return config::kConfLidClosed;
   }
-  if (state_.device_change_pending.exchange(false, std::memory_order_relaxed)) {
+  if (state_.take_device_change_pending()) {
     clock_.sleep_ms(kBluetoothSettleMs);
     int32_t le = 0;
     int32_t classic = 0;
     CountConnectedBtDevices("BTHLE", le);
     CountConnectedBtDevices("BTHENUM", classic);
-    state_.bt_connection_count.store(le + classic, std::memory_order_relaxed);
+    state_.set_bt_connection_count(le + classic);
   }
   enum class Band { kUnknown, k24, k5 } band = Band::kUnknown;
-  if (state_.ready.load(std::memory_order_relaxed) && state_.wlan) {
+  if (state_.ready() && state_.wlan() != nullptr) {
     uint32_t channel = 0;
-    if (state_.wlan->query_channel(state_.wlan_interface, channel) == 0 && channel != 0) {
+    if (state_.wlan()->query_channel(state_.wlan_interface(), channel) == 0 && channel != 0) {
       band = channel > 14 ? Band::k5 : Band::k24;
     }
   }
@@ -148,12 +157,11 @@ uint32_t AdapterDiscovery::SelectConfigSet() {
     case Band::k5:
       return config::kConf5G;
     case Band::k24:
-      return state_.bt_connection_count.load(std::memory_order_relaxed) > 0 ? config::kConfBtCoexist
-                                                                            : config::kConf24G;
+      return state_.bt_connection_count() > 0 ? config::kConfBtCoexist : config::kConf24G;
     case Band::kUnknown:
       break;
   }
   return config::kConf24G;
 }
 
-}  // namespace zaltor::platform
+}  // namespace zaltor::engine
