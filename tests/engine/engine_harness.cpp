@@ -17,10 +17,11 @@
 #include "platform/file_system.h"
 #include "platform/profile.h"
 #include "platform/registry.h"
+#include "rig/notebook_rig.h"
 
 namespace zaltor::engine::testing {
 
-const char* const kTestConfig = R"ini(
+const std::string kTestConfig = std::string(R"ini(
 [Version]
 TargetVersionMajor=2
 TargetVersionMinor=0
@@ -61,24 +62,9 @@ TimeToWaitForRSSIStable=3000
 RSSICollectCount=2
 TimeToWaitForRSSIStable=4000
 
-[Settings.AB12.GPIO]
-Port_Main_PCW=A
-Port_Aux_PCW=B
-Sw_Main_ID=0
-Sw_Aux_ID=1
-Sw_Main_Main_X=1
-Sw_Main_Main_Y=1
-Sw_Main_Div_X=0
-Sw_Main_Div_Y=0
-Sw_Main_Off_X=1
-Sw_Main_Off_Y=0
-Sw_Aux_Main_X=1
-Sw_Aux_Main_Y=1
-Sw_Aux_Div_X=0
-Sw_Aux_Div_Y=0
-Sw_Aux_Off_X=1
-Sw_Aux_Off_Y=0
-)ini";
+)ini") +
+                                // the two switches of the quiet notebook
+                                rig::two_switch_gpio();
 
 const char* const kTestScenario = R"json({
   "clock": { "mode": "virtual" },

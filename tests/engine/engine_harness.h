@@ -65,7 +65,7 @@ using rig::two_switch_gpio;
 // The configuration of the story notebook (model AB12XY, two switches): every set measures
 // three samples except the lid-closed set (two), and each set has its own stabilisation
 // wait so that a pass shows which set it ran with.
-extern const char* const kTestConfig;
+extern const std::string kTestConfig;
 // The story notebook: a two-switch AB12XY notebook on channel 36 with a connected headset,
 // lid open, mains power, both antennas at -50 dBm in every position, 866.7 Mbps in every
 // mode, no timeline.

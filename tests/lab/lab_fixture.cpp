@@ -1,5 +1,7 @@
 #include "lab/lab_fixture.h"
 
+#include "rig/notebook_rig.h"
+
 #include <cstdio>
 
 namespace zaltor::lab::testing {
@@ -51,24 +53,7 @@ WifiStatMonitorInterval=5000
 RSSIDeltaToTriggerScan=10.0
 MCSDeltaToTriggerScan=1000.0
 
-[Settings.AB12.GPIO]
-Port_Main_PCW=A
-Port_Aux_PCW=B
-Sw_Main_ID=0
-Sw_Aux_ID=1
-Sw_Main_Main_X=1
-Sw_Main_Main_Y=1
-Sw_Main_Div_X=0
-Sw_Main_Div_Y=0
-Sw_Main_Off_X=1
-Sw_Main_Off_Y=0
-Sw_Aux_Main_X=1
-Sw_Aux_Main_Y=1
-Sw_Aux_Div_X=0
-Sw_Aux_Div_Y=0
-Sw_Aux_Off_X=1
-Sw_Aux_Off_Y=0
-)ini";
+)ini" + rig::two_switch_gpio();
 }
 
 RunResult run_lab(const std::string& scenario, const std::string& config) {
