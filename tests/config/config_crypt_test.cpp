@@ -31,6 +31,60 @@ TEST_F(ConfigCryptTest, RoundTripOfManyLengths) {
   EXPECT_TRUE(console_.out.empty());
 }
 
+std::vector<uint8_t> from_hex(const std::string& hex) {
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+// The published CBC examples (NIST SP 800-38A, F.2.1, F.2.3 and F.2.5, first two blocks)
+// for each AES key length, both ways through the system's cipher without padding.
+TEST_F(ConfigCryptTest, CbcKnownAnswersForEveryKeyLength) {
+  const std::string iv = "000102030405060708090a0b0c0d0e0f";
+  const std::string plain = "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51";
+  const std::pair<const char*, const char*> cases[] = {
+      {"2b7e151628aed2a6abf7158809cf4f3c",
+       "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"},
+      {"8e73b0f7da0e6452c810f32b809079e562f8ead2522c6b7b",
+       "4f021db243bc633d7178183a9fa071e8b4d9ada9ad7dedf4e5e738763f69145a"},
+      {"603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4",
+       "f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"},
+  };
+  for (const auto& [key_hex, cipher_hex] : cases) {
+    SCOPED_TRACE(key_hex);
+    std::unique_ptr<platform::CryptoAlgorithm> aes;
+    ASSERT_EQ(crypto_->open_algorithm("AES", aes), platform::kCryptoSuccess);
+    ASSERT_EQ(aes->set_chaining_mode_cbc(), platform::kCryptoSuccess);
+    const std::vector<uint8_t> key_bytes = from_hex(key_hex);
+    uint32_t object_length = 0;
+    ASSERT_EQ(aes->get_property(platform::CryptoProperty::kObjectLength, object_length),
+              platform::kCryptoSuccess);
+    std::vector<uint8_t> key_object(object_length);
+    std::unique_ptr<platform::CryptoKey> key;
+    ASSERT_EQ(
+        aes->generate_symmetric_key(key_object.data(), static_cast<uint32_t>(key_object.size()),
+                                    key_bytes.data(), static_cast<uint32_t>(key_bytes.size()), key),
+        platform::kCryptoSuccess);
+    const std::vector<uint8_t> text = from_hex(plain);
+    const std::vector<uint8_t> expected = from_hex(cipher_hex);
+    std::vector<uint8_t> out(text.size());
+    std::vector<uint8_t> chain = from_hex(iv);
+    uint32_t written = 0;
+    ASSERT_EQ(key->encrypt(text.data(), static_cast<uint32_t>(text.size()), chain.data(), 16,
+                           out.data(), static_cast<uint32_t>(out.size()), written, false),
+              platform::kCryptoSuccess);
+    EXPECT_EQ(out, expected);
+    chain = from_hex(iv);
+    std::vector<uint8_t> back(text.size());
+    ASSERT_EQ(key->decrypt(expected.data(), static_cast<uint32_t>(expected.size()), chain.data(),
+                           16, back.data(), static_cast<uint32_t>(back.size()), written, false),
+              platform::kCryptoSuccess);
+    EXPECT_EQ(back, text);
+  }
+}
+
 TEST_F(ConfigCryptTest, BuildsConfBinDecryptsToTheSample) {
   ASSERT_FALSE(testing::bin_dir().empty()) << "ZALTOR_TEST_BIN_DIR is not set";
   ASSERT_FALSE(testing::source_dir().empty()) << "ZALTOR_TEST_SOURCE_DIR is not set";

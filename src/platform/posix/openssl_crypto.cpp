@@ -1,4 +1,11 @@
-// AES in CBC mode through OpenSSL's EVP interface, answering the statuses that CNG answers.
+// AES in CBC mode through OpenSSL's block-cipher functions, answering the statuses that CNG
+// answers.
+//
+// The service decrypts one small file at start-up, so it uses OpenSSL's AES functions
+// (AES_set_*_key, AES_cbc_encrypt) rather than the EVP interface: linked statically, they
+// bring a few kilobytes of code, where EVP would bring OpenSSL's provider machinery (about
+// two megabytes of code that the running service would keep resident). OpenSSL 3 marks these
+// functions deprecated, hence OPENSSL_SUPPRESS_DEPRECATED below; they stay in its API.
 //
 // Decryption with block padding follows CNG as Wine implements it (dlls/bcrypt, function
 // key_symmetric_decrypt): a ciphertext whose length is not a multiple of the block length
@@ -6,7 +13,10 @@
 // last byte of the last block is checked as the pad length, and a value above the block
 // length fails with STATUS_UNSUCCESSFUL (0xC0000001), which is what BCryptDecrypt answers
 // there for a bad padding.
-#include <openssl/evp.h>
+// Must precede OpenSSL's headers: see the file's comment.
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include <openssl/aes.h>
+#include <openssl/crypto.h>
 
 #include <cstring>
 #include <vector>
@@ -19,33 +29,23 @@ namespace {
 constexpr uint32_t kBlock = 16;
 constexpr uint32_t kKeyObjectLength = 32;  // what the key object buffer must hold here
 
-const EVP_CIPHER* cipher_for(size_t key_len) {
-  switch (key_len) {
-    case 16:
-      return EVP_aes_128_cbc();
-    case 24:
-      return EVP_aes_192_cbc();
-    case 32:
-      return EVP_aes_256_cbc();
-    default:
-      return nullptr;
-  }
+bool valid_key_length(size_t key_len) {
+  return key_len == 16 || key_len == 24 || key_len == 32;
 }
 
-// Runs the raw CBC transform (no padding) over whole blocks.
+// Runs the raw CBC transform (no padding) over whole blocks; `iv` is left as it was.
 bool cbc(bool encrypt, const std::vector<uint8_t>& key, const uint8_t* iv, const uint8_t* in,
          uint32_t len, uint8_t* out) {
-  EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
-  if (ctx == nullptr) return false;
-  bool ok = EVP_CipherInit_ex(ctx, cipher_for(key.size()), nullptr, key.data(), iv,
-                              encrypt ? 1 : 0) == 1 &&
-            EVP_CIPHER_CTX_set_padding(ctx, 0) == 1;
-  int n = 0;
-  int tail = 0;
-  if (ok && len > 0) ok = EVP_CipherUpdate(ctx, out, &n, in, static_cast<int>(len)) == 1;
-  if (ok) ok = EVP_CipherFinal_ex(ctx, out + n, &tail) == 1;
-  EVP_CIPHER_CTX_free(ctx);
-  return ok;
+  AES_KEY schedule;
+  const int bits = static_cast<int>(key.size() * 8);
+  const int set = encrypt ? AES_set_encrypt_key(key.data(), bits, &schedule)
+                          : AES_set_decrypt_key(key.data(), bits, &schedule);
+  if (set != 0) return false;
+  unsigned char chain[kBlock];
+  std::memcpy(chain, iv, kBlock);
+  if (len > 0) AES_cbc_encrypt(in, out, len, &schedule, chain, encrypt ? AES_ENCRYPT : AES_DECRYPT);
+  OPENSSL_cleanse(&schedule, sizeof schedule);
+  return true;
 }
 
 class OpenSslKey final : public CryptoKey {
@@ -115,7 +115,7 @@ class OpenSslAes final : public CryptoAlgorithm {
                                   const uint8_t* secret, uint32_t secret_len,
                                   std::unique_ptr<CryptoKey>& key) override {
     if (key_object != nullptr && key_object_len < kKeyObjectLength) return kCryptoBufferTooSmall;
-    if (secret == nullptr || cipher_for(secret_len) == nullptr) return kCryptoInvalidParameter;
+    if (secret == nullptr || !valid_key_length(secret_len)) return kCryptoInvalidParameter;
     key = std::make_unique<OpenSslKey>(std::vector<uint8_t>(secret, secret + secret_len));
     return kCryptoSuccess;
   }
