@@ -41,9 +41,10 @@ constexpr long kListenerRestNs = 100'000'000;
 
 using Uuid = std::array<uint8_t, 16>;
 
-// The poll registration of a connection: reading is one-shot (one thread at a time reads),
-// and writing is asked for only while replies wait for the socket.
-constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+// The poll registration of a connection: edge-triggered, so that a call costs no system
+// call to re-arm it (one thread at a time still reads: see Connection::read_claims), and
+// writing is asked for only while replies wait for the socket.
+constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 
 struct Connection {
   Connection(int f, int epoll, size_t max_pending, std::atomic<size_t>& live_count)
@@ -62,17 +63,20 @@ struct Connection {
   // Queues a reply without ever blocking: what the socket does not take now waits in the
   // connection's buffer, which the poll threads send as the socket drains. A client that lets
   // more than max_out bytes pile up is dropped.
-  void send_reply(const std::vector<uint8_t>& frame) {
+  void send_reply(wire::FrameWriter& reply) {
+    const uint8_t* frame = reply.data();
+    const size_t size = reply.size();
     std::lock_guard<std::mutex> g(write_m);
     if (dropped) return;
     size_t off = 0;
     if (outbuf.empty()) {
-      if (!send_some(frame.data(), frame.size(), off)) return drop_locked();
+      if (!send_some(frame, size, off)) return drop_locked();
     }
-    if (off == frame.size()) return;
-    if (outbuf.size() + (frame.size() - off) > max_out) return drop_locked();
-    outbuf.insert(outbuf.end(), frame.begin() + static_cast<std::ptrdiff_t>(off), frame.end());
-    arm_locked();
+    if (off == size) return;
+    if (outbuf.size() + (size - off) > max_out) return drop_locked();
+    const bool was_empty = outbuf.empty();
+    outbuf.insert(outbuf.end(), frame + off, frame + size);
+    if (was_empty) arm_locked();  // now asks for write events too
   }
 
   // Sends what waits in the buffer (on a write event); drops the connection when it broke.
@@ -82,9 +86,12 @@ struct Connection {
     size_t off = 0;
     if (!send_some(outbuf.data(), outbuf.size(), off)) return drop_locked();
     outbuf.erase(outbuf.begin(), outbuf.begin() + static_cast<std::ptrdiff_t>(off));
+    // Drained: write events would now come each time the client reads a reply.
+    if (outbuf.empty()) arm_locked();
   }
 
-  // Re-arms the one-shot registration after a poll thread handled its event.
+  // Re-arms the registration: the poll set then reports the socket again if it is readable
+  // (after a read that stopped before the socket was drained).
   void rearm() {
     std::lock_guard<std::mutex> g(write_m);
     if (!dropped) arm_locked();
@@ -111,10 +118,15 @@ struct Connection {
   std::map<Uuid, std::pair<ContextObject, RpcDispatch*>> contexts;
   size_t contexts_opening = 0;  // under ctx_m: opens that passed the bound and are running
   std::atomic<int> in_flight{0};
-  // The connection's poll event is one-shot, so one thread reads at a time; the lock makes
-  // the hand-over between threads visible.
+  // Read events not yet served (kClaimCount), and kPeerGone once an event said that the
+  // client shut its side. The thread that raises the count from 0 reads, and goes on reading
+  // until it brings it back to 0; a thread that finds it above 0 leaves the event to that
+  // reader. So one thread at a time reads, without re-arming the registration per event.
+  // Both live in one word so that the reader's own updates see every event's news.
+  std::atomic<uint32_t> read_claims{0};
+  // Held while reading, for the hand-over of inbuf between threads.
   std::mutex read_m;
-  std::vector<uint8_t> inbuf;  // under read_m
+  std::vector<uint8_t> inbuf;  // under read_m: the start of a request not read whole yet
 
  private:
   // Writes as much as the socket takes now; false when the connection broke.
@@ -148,17 +160,34 @@ struct Connection {
   }
 };
 
+// A request read whole and not yet answered; its body is kept inline (requests are small).
 struct Call {
   std::shared_ptr<Connection> conn;
-  std::vector<uint8_t> body;
+  uint32_t size = 0;
+  std::array<uint8_t, wire::kMaxRequestBody> body{};
 };
 
-std::vector<uint8_t> fault_frame(uint32_t call_id, uint32_t fault) {
-  wire::Writer w;
+// Writes the frame of a call that failed as a whole.
+void write_fault(wire::FrameWriter& w, uint32_t call_id, uint32_t fault) {
   w.u32(call_id);
   w.u32(fault);
-  return w.frame();
 }
+
+// The same, in place of whatever the reply held.
+void fail_call(wire::FrameWriter& w, uint32_t call_id, uint32_t fault) {
+  w.reset();
+  write_fault(w, call_id, fault);
+}
+
+constexpr uint32_t kPeerGone = 1u << 31;
+constexpr uint32_t kClaimCount = kPeerGone - 1;
+
+// How reading a connection ended.
+enum class ReadEnd {
+  kDrained,  // the socket is empty: its next bytes raise a new event
+  kMore,     // the share of one event was read: bytes may still wait
+  kEnded,    // the client went or broke the stream
+};
 
 class SocketRpcRuntime final : public RpcRuntime {
  public:
@@ -358,37 +387,58 @@ class SocketRpcRuntime final : public RpcRuntime {
   // waiting call when one may start, else it polls the sockets, and a request it reads it
   // then runs itself.
   void serve_loop() {
+    // The requests one event brought, kept from event to event so that reading allocates
+    // nothing once warm.
+    std::vector<Call> calls;
     std::unique_lock<std::mutex> lk(m_);
     for (;;) {
       if (stopping_) return;
       if (!queue_.empty() && running_ < max_calls_) {
         Call call = std::move(queue_.front());
         queue_.pop_front();
-        // Someone must keep polling while this thread is in the call. Without a thread for
-        // that the call is refused: this thread goes on polling.
-        if (idle_ == 1 && !start_thread_locked()) {
-          lk.unlock();
-          refuse_call(call, kRpcServerTooBusy);
-          lk.lock();
-          continue;
-        }
-        --idle_;
-        ++running_;
-        // The next waiting call goes to another thread.
-        if (!queue_.empty() && running_ < max_calls_) signal_work();
-        RpcDispatch* dispatch = dispatch_;
-        DiagnosticsDispatch* diagnostics = diag_dispatch_;
-        lk.unlock();
-        run_call(call, dispatch, diagnostics);
-        lk.lock();
-        --running_;
-        ++idle_;
+        run_locked(call, lk);
         continue;
       }
       lk.unlock();
-      poll_once();
+      poll_once(calls);
       lk.lock();
+      if (calls.empty()) continue;
+      // The first request read runs here at once unless older ones wait (or no call may
+      // start): the common lone call never passes through the queue.
+      size_t first = 0;
+      if (queue_.empty() && running_ < max_calls_ && !stopping_) first = 1;
+      for (size_t i = first; i < calls.size(); ++i) queue_.push_back(std::move(calls[i]));
+      if (first == 1) {
+        Call call = std::move(calls[0]);
+        calls.clear();
+        run_locked(call, lk);
+      } else {
+        calls.clear();
+      }
     }
+  }
+
+  // Runs `call` on this thread (m_ held by `lk`, released during the call).
+  void run_locked(Call& call, std::unique_lock<std::mutex>& lk) {
+    // Someone must keep polling while this thread is in the call. Without a thread for
+    // that the call is refused: this thread goes on polling.
+    if (idle_ == 1 && !start_thread_locked()) {
+      lk.unlock();
+      refuse_call(call, kRpcServerTooBusy);
+      lk.lock();
+      return;
+    }
+    --idle_;
+    ++running_;
+    // The next waiting call goes to another thread.
+    if (!queue_.empty() && running_ < max_calls_) signal_work();
+    RpcDispatch* dispatch = dispatch_;
+    DiagnosticsDispatch* diagnostics = diag_dispatch_;
+    lk.unlock();
+    run_call(call, dispatch, diagnostics);
+    lk.lock();
+    --running_;
+    ++idle_;
   }
 
   // False when a thread was needed and none could be started.
@@ -420,8 +470,9 @@ class SocketRpcRuntime final : public RpcRuntime {
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
   }
 
-  // Waits for one event and handles it; complete requests are queued for serve_loop.
-  void poll_once() {
+  // Waits for one event and handles it; the complete requests it read go to `calls` for
+  // serve_loop.
+  void poll_once(std::vector<Call>& calls) {
     epoll_event event{};
     if (::epoll_wait(epoll_fd_, &event, 1, -1) != 1) return;  // interrupted
     const int fd = event.data.fd;
@@ -453,25 +504,42 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
     if (!conn) return;
     if ((event.events & EPOLLOUT) != 0) conn->flush();
-    std::vector<Call> calls;
-    bool open = false;
-    {
-      std::lock_guard<std::mutex> g(conn->read_m);
-      open = read_connection(*conn, conn, calls);
+    if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) == 0) return;  // nothing to read
+    std::atomic<uint32_t>& word = conn->read_claims;
+    // An end the client announced is noted before the claim: after a short read the reader
+    // still reads on to see it (the edge it raised may already have been taken).
+    if ((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+      word.fetch_or(kPeerGone, std::memory_order_relaxed);
     }
-    if (open) {
-      conn->rearm();
-    } else {
+    // Another thread reads this connection now: it sees the claim and reads again.
+    uint32_t seen = word.fetch_add(1, std::memory_order_relaxed) + 1;
+    if ((seen & kClaimCount) != 1) return;
+    ReadEnd end = ReadEnd::kDrained;
+    for (;;) {
+      {
+        std::lock_guard<std::mutex> g(conn->read_m);
+        end = read_connection(*conn, conn, calls, (seen & kPeerGone) != 0);
+      }
+      if (end == ReadEnd::kEnded) break;  // the claim is never given back: nobody reads it
+      if (end == ReadEnd::kMore) {
+        // Its share read: the others get a turn, and the re-armed registration reports what
+        // is left (along with anything that came meanwhile).
+        word.fetch_and(kPeerGone, std::memory_order_relaxed);
+        conn->rearm();
+        break;
+      }
+      const uint32_t claims = seen & kClaimCount;
+      const uint32_t before = word.fetch_sub(claims, std::memory_order_relaxed);
+      if ((before & kClaimCount) == claims) break;  // no event came while reading
+      seen = before - claims;
+    }
+    if (end == ReadEnd::kEnded) {
       conn->remove();
       {
         std::lock_guard<std::mutex> g(conns_m_);
         conns_.erase(fd);
       }
       wake_listener();  // a descriptor and a connection slot may be free again
-    }
-    if (!calls.empty()) {
-      std::lock_guard<std::mutex> g(m_);
-      for (Call& c : calls) queue_.push_back(std::move(c));
     }
     // The last reference to a connection that ended may go here, outside every lock: its
     // contexts are run down.
@@ -491,7 +559,8 @@ class SocketRpcRuntime final : public RpcRuntime {
   // A connection that is refused as a whole: the refusal (call id 0) fits in the new socket's
   // empty buffer, so it is sent without waiting, and the connection is closed.
   static void refuse_connection(int fd) {
-    const std::vector<uint8_t> frame = fault_frame(0, kRpcServerTooBusy);
+    wire::FrameWriter frame;
+    write_fault(frame, 0, kRpcServerTooBusy);
     [[maybe_unused]] ssize_t n =
         ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     ::close(fd);
@@ -564,64 +633,101 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
   // Reads what is there (a bounded amount, so that one busy client cannot keep a thread
-  // from the others) and takes every complete request. False when the connection ends.
-  bool read_connection(Connection& c, const std::shared_ptr<Connection>& ref,
-                       std::vector<Call>& calls) {
+  // from the others) and takes every complete request. The requests of one read are taken
+  // straight from the stack buffer; only the start of a request that has not come whole is
+  // kept in the connection's buffer.
+  ReadEnd read_connection(Connection& c, const std::shared_ptr<Connection>& ref,
+                          std::vector<Call>& calls, bool peer_gone) {
     uint8_t buf[4096];
     for (int reads = 0; reads < kReadsPerEvent; ++reads) {
       const ssize_t n = ::recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
-      if (n == 0) return false;
+      if (n == 0) return ReadEnd::kEnded;
       if (n < 0) {
         if (errno == EINTR) continue;
-        if (errno == EAGAIN || errno == EWOULDBLOCK) break;
-        return false;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return ReadEnd::kDrained;
+        return ReadEnd::kEnded;
       }
-      c.inbuf.insert(c.inbuf.end(), buf, buf + n);
-      if (!take_frames(c, ref, calls)) return false;
-      // A short read emptied the socket; what comes later fires the re-armed event.
-      if (static_cast<size_t>(n) < sizeof buf) break;
+      bool ok = false;
+      if (c.inbuf.empty()) {
+        const size_t used = take_frames(c, buf, static_cast<size_t>(n), ref, calls, ok);
+        if (ok) c.inbuf.assign(buf + used, buf + n);
+      } else {
+        c.inbuf.insert(c.inbuf.end(), buf, buf + n);
+        const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), ref, calls, ok);
+        if (ok) c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(used));
+      }
+      if (!ok) return ReadEnd::kEnded;
+      // A short read emptied the socket (a stream socket reads all it holds): with the
+      // edge-triggered registration, what comes later raises a new event. An end already
+      // announced raises none: it is read.
+      if (static_cast<size_t>(n) < sizeof buf && !peer_gone) return ReadEnd::kDrained;
     }
-    return true;
+    return ReadEnd::kMore;
   }
 
-  bool take_frames(Connection& c, const std::shared_ptr<Connection>& ref,
-                   std::vector<Call>& calls) {
+  // Takes the complete requests in [p, p + n); answers how many bytes they took. `ok` is
+  // false when the stream broke.
+  size_t take_frames(Connection& c, const uint8_t* p, size_t n,
+                     const std::shared_ptr<Connection>& ref, std::vector<Call>& calls, bool& ok) {
     size_t off = 0;
-    while (c.inbuf.size() - off >= wire::kLengthBytes) {
-      const uint32_t len = wire::load_u32(c.inbuf.data() + off);
+    ok = true;
+    while (n - off >= wire::kLengthBytes) {
+      const uint32_t len = wire::load_u32(p + off);
       if (len < 8 || len > wire::kMaxRequestBody) {
         // The stream cannot be followed past a bad length: refuse and hang up.
-        c.send_reply(fault_frame(0, kRpcProtocolError));
-        return false;
+        wire::FrameWriter refusal;
+        write_fault(refusal, 0, kRpcProtocolError);
+        c.send_reply(refusal);
+        ok = false;
+        return off;
       }
-      if (c.inbuf.size() - off - wire::kLengthBytes < len) break;
-      const uint8_t* body = c.inbuf.data() + off + wire::kLengthBytes;
+      if (n - off - wire::kLengthBytes < len) break;
+      const uint8_t* body = p + off + wire::kLengthBytes;
       off += wire::kLengthBytes + len;
       if (c.in_flight.load(std::memory_order_relaxed) >= limits_.max_calls_per_connection) {
-        c.send_reply(fault_frame(wire::load_u32(body), kRpcServerTooBusy));
+        wire::FrameWriter refusal;
+        write_fault(refusal, wire::load_u32(body), kRpcServerTooBusy);
+        c.send_reply(refusal);
         continue;
       }
       c.in_flight.fetch_add(1, std::memory_order_relaxed);
-      calls.push_back(Call{ref, std::vector<uint8_t>(body, body + len)});
+      Call& call = calls.emplace_back();
+      call.conn = ref;
+      call.size = len;
+      std::memcpy(call.body.data(), body, len);
     }
-    c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(off));
-    return true;
+    return off;
   }
 
   void run_call(Call& call, RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
-    const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch, diagnostics);
+    wire::FrameWriter reply(reply_body_bytes(call));
+    handle(*call.conn, call.body.data(), call.size, dispatch, diagnostics, reply);
     // Counted out before the reply goes: a client that has its reply may send the next
     // call at once, and that one must find the room.
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
     call.conn->send_reply(reply);
-    call = Call{};  // may be the last reference: runs the connection's contexts down
+    call.conn.reset();  // may be the last reference: runs the connection's contexts down
+  }
+
+  // The largest reply body a call can have, so that its frame is sized once: only a
+  // QueryArray's reply (and a diagnostics text, which is sized when known) may not fit inline.
+  static size_t reply_body_bytes(const Call& call) {
+    if (call.size < 8 || wire::load_u32(call.body.data() + 4) != kQueryArray ||
+        call.size != wire::request_body_size(kQueryArray)) {
+      return wire::FrameWriter::kInlineBody;
+    }
+    const auto count = static_cast<int32_t>(wire::load_u32(call.body.data() + call.size - 4));
+    if (count < 0 || count > kMaxArrayCount) return wire::FrameWriter::kInlineBody;
+    return 16 + 4 * static_cast<size_t>(count);
   }
 
   // A call that never reaches the procedures: it is answered with `fault`.
   void refuse_call(Call& call, uint32_t fault) {
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
-    call.conn->send_reply(fault_frame(wire::load_u32(call.body.data()), fault));
-    call = Call{};
+    wire::FrameWriter refusal;
+    write_fault(refusal, wire::load_u32(call.body.data()), fault);
+    call.conn->send_reply(refusal);
+    call.conn.reset();
   }
 
   Uuid new_context_uuid() {
@@ -639,15 +745,15 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
   // A call of the diagnostics interface: no context, the text sized to the caller's room.
-  std::vector<uint8_t> handle_diagnostics(uint32_t call_id, uint32_t proc, wire::Reader& in,
-                                          DiagnosticsDispatch* dispatch) {
-    if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
+  void handle_diagnostics(uint32_t call_id, uint32_t proc, wire::Reader& in,
+                          DiagnosticsDispatch* dispatch, wire::FrameWriter& out) {
+    if (dispatch == nullptr) return fail_call(out, call_id, kRpcUnknownIf);
     int32_t count = 0, capacity = 0;
     const uint32_t op = proc & ~kDiagnosticsInterfaceBit;
     if (op == kReadHistory) in.i32(count);
     in.i32(capacity);
     if (capacity < 0 || capacity > kMaxDiagnosticsBytes) {
-      return fault_frame(call_id, kRpcInvalidBound);
+      return fail_call(out, call_id, kRpcInvalidBound);
     }
     int32_t status = 0, length = 0;
     std::string text;
@@ -655,36 +761,35 @@ class SocketRpcRuntime final : public RpcRuntime {
       ClockAttachment attach(clock_);
       run_diagnostics(*dispatch, op, count, capacity, status, length, text);
     } catch (const RpcFault& f) {
-      return fault_frame(call_id, f.code());
+      return fail_call(out, call_id, f.code());
     } catch (...) {
-      return fault_frame(call_id, kRpcCallFailed);
+      return fail_call(out, call_id, kRpcCallFailed);
     }
-    wire::Writer out;
+    out.reset(20 + text.size());
     out.u32(call_id);
     out.u32(0);
     out.i32(status);
     out.i32(length);
     out.u32(static_cast<uint32_t>(text.size()));
-    out.bytes().insert(out.bytes().end(), text.begin(), text.end());
-    return out.frame();
+    out.bytes(text.data(), text.size());
   }
 
-  std::vector<uint8_t> handle(Connection& c, const std::vector<uint8_t>& body,
-                              RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
-    wire::Reader in(body.data(), body.size());
+  // Runs one request and writes its reply (sized for it by the caller) to `out`.
+  void handle(Connection& c, const uint8_t* body, size_t size, RpcDispatch* dispatch,
+              DiagnosticsDispatch* diagnostics, wire::FrameWriter& out) {
+    wire::Reader in(body, size);
     uint32_t call_id = 0;
     uint32_t proc = 0;
     in.u32(call_id);
     in.u32(proc);
     const size_t expected = wire::request_body_size(proc);
-    if (expected == 0) return fault_frame(call_id, kRpcProcnumOutOfRange);
-    if (body.size() != expected) return fault_frame(call_id, kRpcProtocolError);
+    if (expected == 0) return fail_call(out, call_id, kRpcProcnumOutOfRange);
+    if (size != expected) return fail_call(out, call_id, kRpcProtocolError);
     if ((proc & kDiagnosticsInterfaceBit) != 0) {
-      return handle_diagnostics(call_id, proc, in, diagnostics);
+      return handle_diagnostics(call_id, proc, in, diagnostics, out);
     }
-    if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
+    if (dispatch == nullptr) return fail_call(out, call_id, kRpcUnknownIf);
 
-    wire::Writer out;
     out.u32(call_id);
     out.u32(0);
     try {
@@ -694,7 +799,7 @@ class SocketRpcRuntime final : public RpcRuntime {
           // pass the bound together.
           std::lock_guard<std::mutex> g(c.ctx_m);
           if (c.contexts.size() + c.contexts_opening >= limits_.max_contexts_per_connection) {
-            return fault_frame(call_id, kRpcOutOfResources);
+            return fail_call(out, call_id, kRpcOutOfResources);
           }
           ++c.contexts_opening;
         }
@@ -715,17 +820,17 @@ class SocketRpcRuntime final : public RpcRuntime {
           c.contexts[handle.uuid] = {object, dispatch};
         }
         out.context(handle);
-        return out.frame();
+        return;
       }
       ContextHandleWire handle;
       in.context(handle);
-      if (handle.is_null()) return fault_frame(call_id, kRpcNullContext);
+      if (handle.is_null()) return fail_call(out, call_id, kRpcNullContext);
       std::pair<ContextObject, RpcDispatch*> entry{nullptr, nullptr};
       {
         std::lock_guard<std::mutex> g(c.ctx_m);
         auto it = c.contexts.find(handle.uuid);
         if (it == c.contexts.end() || handle.attributes != 0) {
-          return fault_frame(call_id, kErrorInvalidHandle);
+          return fail_call(out, call_id, kErrorInvalidHandle);
         }
         entry = it->second;
         if (proc == kCloseControlContext) c.contexts.erase(it);
@@ -736,7 +841,7 @@ class SocketRpcRuntime final : public RpcRuntime {
           entry.second->close_context(entry.first);
         }
         out.context(ContextHandleWire{});
-        return out.frame();
+        return;
       }
       int32_t command = 0, a = 0, b = 0, status = 0, value = 0;
       const int longs = long_arguments(proc);
@@ -744,7 +849,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (longs >= 2) in.i32(a);
       if (longs >= 3) in.i32(b);
       if (proc == kQueryArray && (a < 0 || a > kMaxArrayCount)) {
-        return fault_frame(call_id, kRpcInvalidBound);
+        return fail_call(out, call_id, kRpcInvalidBound);
       }
       std::vector<int32_t> values(proc == kQueryArray ? static_cast<size_t>(a) : 0, 0);
       {
@@ -773,11 +878,10 @@ class SocketRpcRuntime final : public RpcRuntime {
         out.u32(static_cast<uint32_t>(values.size()));
         for (int32_t v : values) out.i32(v);
       }
-      return out.frame();
     } catch (const RpcFault& f) {
-      return fault_frame(call_id, f.code());
+      return fail_call(out, call_id, f.code());
     } catch (...) {
-      return fault_frame(call_id, kRpcCallFailed);
+      return fail_call(out, call_id, kRpcCallFailed);
     }
   }
 
