@@ -1,6 +1,7 @@
 #include "platform/posix/socket_rpc_runtime.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -32,19 +34,21 @@ namespace {
 constexpr uint32_t kNoProtseqsRegistered = 1714;   // RPC_S_NO_PROTSEQS_REGISTERED
 constexpr uint32_t kInvalidEndpointFormat = 1706;  // RPC_S_INVALID_ENDPOINT_FORMAT
 constexpr uint32_t kCantCreateEndpoint = 1720;     // RPC_S_CANT_CREATE_ENDPOINT
-// Reads of one connection per poll event (of 4096 bytes each) before the others get a turn.
-constexpr int kReadsPerEvent = 16;
 // Connections taken per event of the listening socket before the others get a turn.
 constexpr int kAcceptsPerEvent = 64;
 // How long the listener rests when no descriptor is left even to refuse a connection.
 constexpr long kListenerRestNs = 100'000'000;
+// While calls run on their readers' threads, the poll thread looks every tick for a
+// connection whose reader has been in one call for a whole tick while the client sent more,
+// and gives that connection another reader.
+constexpr int kTakeoverTickMs = 1;
 
 using Uuid = std::array<uint8_t, 16>;
 
-// The poll registration of a connection: edge-triggered, so that a call costs no system
-// call to re-arm it (one thread at a time still reads: see Connection::read_claims), and
-// writing is asked for only while replies wait for the socket.
-constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
+// Who reads a connection (Connection::reader): the number of the reader it is on (each
+// new reader takes the next), times two, plus 1 while that reader runs a call it read
+// (nobody reads the connection until the call ends). Changed only under the runtime's lock.
+constexpr uint64_t kInCall = 1;
 
 struct Connection {
   Connection(int f, int epoll, size_t max_pending, std::atomic<size_t>& live_count)
@@ -61,7 +65,7 @@ struct Connection {
   Connection& operator=(const Connection&) = delete;
 
   // Queues a reply without ever blocking: what the socket does not take now waits in the
-  // connection's buffer, which the poll threads send as the socket drains. A client that lets
+  // connection's buffer, which the poll thread sends as the socket drains. A client that lets
   // more than max_out bytes pile up is dropped.
   void send_reply(wire::FrameWriter& reply) {
     const uint8_t* frame = reply.data();
@@ -76,7 +80,7 @@ struct Connection {
     if (outbuf.size() + (size - off) > max_out) return drop_locked();
     const bool was_empty = outbuf.empty();
     outbuf.insert(outbuf.end(), frame + off, frame + size);
-    if (was_empty) arm_locked();  // now asks for write events too
+    if (was_empty) arm_locked();
   }
 
   // Sends what waits in the buffer (on a write event); drops the connection when it broke.
@@ -86,24 +90,21 @@ struct Connection {
     size_t off = 0;
     if (!send_some(outbuf.data(), outbuf.size(), off)) return drop_locked();
     outbuf.erase(outbuf.begin(), outbuf.begin() + static_cast<std::ptrdiff_t>(off));
-    // Drained: write events would now come each time the client reads a reply.
-    if (outbuf.empty()) arm_locked();
+    if (!outbuf.empty()) arm_locked();
   }
 
-  // Re-arms the registration: the poll set then reports the socket again if it is readable
-  // (after a read that stopped before the socket was drained).
-  void rearm() {
-    std::lock_guard<std::mutex> g(write_m);
-    if (!dropped) arm_locked();
-  }
-
-  // The connection leaves the poll set; replies of calls still running are dropped.
+  // The connection is done: it leaves the poll set; replies of calls still running are
+  // dropped.
   void remove() {
     std::lock_guard<std::mutex> g(write_m);
     dropped = true;
     outbuf.clear();
-    ::epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+    if (registered) ::epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+    registered = false;
   }
+
+  // Ends the connection from outside (the runtime stops): its reader sees the end.
+  void shut() { ::shutdown(fd, SHUT_RDWR); }
 
   const int fd;
   const int epoll_fd;
@@ -113,18 +114,18 @@ struct Connection {
   std::atomic<size_t>& live;
   std::mutex write_m;
   std::vector<uint8_t> outbuf;  // under write_m: reply bytes the socket has not taken yet
-  bool dropped = false;         // under write_m: removed from the poll set, or being dropped
+  bool dropped = false;         // under write_m: done, or being dropped
+  bool registered = false;      // under write_m: in the poll set (only to send what waits)
   std::mutex ctx_m;
   std::map<Uuid, std::pair<ContextObject, RpcDispatch*>> contexts;
   size_t contexts_opening = 0;  // under ctx_m: opens that passed the bound and are running
   std::atomic<int> in_flight{0};
-  // Read events not yet served (kClaimCount), and kPeerGone once an event said that the
-  // client shut its side. The thread that raises the count from 0 reads, and goes on reading
-  // until it brings it back to 0; a thread that finds it above 0 leaves the event to that
-  // reader. So one thread at a time reads, without re-arming the registration per event.
-  // Both live in one word so that the reader's own updates see every event's news.
-  std::atomic<uint32_t> read_claims{0};
-  // Held while reading, for the hand-over of inbuf between threads.
+  // Who reads it (kInCall), and the number of calls its readers have started, which the poll thread
+  // compares from tick to tick to see a call that does not end.
+  std::atomic<uint64_t> reader{0};
+  std::atomic<uint64_t> reader_calls{0};
+  uint64_t seen_calls = ~uint64_t{0};  // the poll thread's own: reader_calls at the last tick
+  // Held while reading, for the hand-over of inbuf from one reader to the next.
   std::mutex read_m;
   std::vector<uint8_t> inbuf;  // under read_m: the start of a request not read whole yet
 
@@ -145,18 +146,19 @@ struct Connection {
     }
     return true;
   }
+  // Asks the poll thread for one write event (replies wait for the socket).
   void arm_locked() {
     epoll_event ev{};
-    ev.events = kReadEvents | (outbuf.empty() ? 0u : uint32_t{EPOLLOUT});
+    ev.events = EPOLLOUT | EPOLLONESHOT;
     ev.data.fd = fd;
-    ::epoll_ctl(epoll_fd, EPOLL_CTL_MOD, fd, &ev);
+    ::epoll_ctl(epoll_fd, registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, fd, &ev);
+    registered = true;
   }
-  // Gone or not reading: shut the socket so that a poll thread sees the end (at once: the
-  // shut socket reads as ended) and drops the connection.
+  // Gone or not reading: shut the socket, so that its reader sees the end (at once: the shut
+  // socket reads as ended) and drops the connection.
   void drop_locked() {
     outbuf.clear();
     ::shutdown(fd, SHUT_RDWR);
-    arm_locked();
   }
 };
 
@@ -165,6 +167,13 @@ struct Call {
   std::shared_ptr<Connection> conn;
   uint32_t size = 0;
   std::array<uint8_t, wire::kMaxRequestBody> body{};
+};
+
+// Work for a worker thread: read a connection (conn set, no call) or run a call.
+struct Task {
+  std::shared_ptr<Connection> conn;  // to read, as its reader number `reader`
+  uint64_t reader = 0;
+  Call call;  // to run, when call.conn is set
 };
 
 // Writes the frame of a call that failed as a whole.
@@ -178,16 +187,6 @@ void fail_call(wire::FrameWriter& w, uint32_t call_id, uint32_t fault) {
   w.reset();
   write_fault(w, call_id, fault);
 }
-
-constexpr uint32_t kPeerGone = 1u << 31;
-constexpr uint32_t kClaimCount = kPeerGone - 1;
-
-// How reading a connection ended.
-enum class ReadEnd {
-  kDrained,  // the socket is empty: its next bytes raise a new event
-  kMore,     // the share of one event was read: bytes may still wait
-  kEnded,    // the client went or broke the stream
-};
 
 class SocketRpcRuntime final : public RpcRuntime {
  public:
@@ -303,26 +302,37 @@ class SocketRpcRuntime final : public RpcRuntime {
       stopping_ = true;
       threads.swap(threads_);
     }
-    // The stop event stays readable: every thread that polls sees it and ends; a thread in a
-    // call finishes the call first.
+    stop_seen_.store(true, std::memory_order_relaxed);
+    work_cv_.notify_all();
+    // The stop event stays readable: the poll thread (the first one) sees it and ends.
     const uint64_t one = 1;
     [[maybe_unused]] ssize_t w = ::write(wake_fd_, &one, sizeof one);
-    for (std::thread& t : threads) t.join();
+    if (!threads.empty()) threads.front().join();
+    // No connection is taken any more: the readers waiting in their sockets see the end.
+    // Threads in calls finish them first.
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      for (auto& [fd, conn] : conns_) conn->shut();
+    }
+    for (size_t i = 1; i < threads.size(); ++i) threads[i].join();
     std::deque<Call> dropped;
+    std::deque<Task> tasks;
     std::unordered_map<int, std::shared_ptr<Connection>> conns;
     {
       std::lock_guard<std::mutex> g(m_);
       dropped.swap(queue_);
+      tasks.swap(tasks_);
     }
     {
       std::lock_guard<std::mutex> g(conns_m_);
       conns.swap(conns_);
     }
     dropped.clear();  // releases the last connections: their contexts are run down
+    tasks.clear();
     conns.clear();
     ::close(epoll_fd_);
     ::close(wake_fd_);
-    ::close(work_fd_);
+    ::close(tick_fd_);
     ::close(rest_fd_);
     if (spare_fd_ >= 0) ::close(spare_fd_);
     spare_fd_ = -1;
@@ -351,135 +361,273 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
  private:
-  // False when the first thread could not be started (nothing is left serving).
+  // False when the poll thread could not be started (nothing is left serving).
   bool start_serving_locked() {
     epoll_fd_ = ::epoll_create1(EPOLL_CLOEXEC);
     wake_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    work_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    tick_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     rest_fd_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     // Held back for the moment the process runs out of descriptors (see accept_all).
     spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    // The stop and work events are level-triggered: every poller may see them. The listening
-    // socket, the rest timer and the connections are one-shot: one thread at a time takes
-    // each of them.
+    // The stop event is level-triggered; the tick event, the listening socket and the rest
+    // timer are one-shot, re-armed once handled.
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.fd = wake_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, wake_fd_, &ev);
-    ev.data.fd = work_fd_;
-    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, work_fd_, &ev);
     ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.fd = tick_fd_;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, tick_fd_, &ev);
     ev.data.fd = rest_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, rest_fd_, &ev);
     ev.data.fd = listen_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, listen_fd_, &ev);
     serving_ = true;
-    if (start_thread_locked()) return true;
+    if (start_thread_locked([this] { poll_loop(); })) return true;
     serving_ = false;
-    for (int* fd : {&epoll_fd_, &wake_fd_, &work_fd_, &rest_fd_, &spare_fd_}) {
+    for (int* fd : {&epoll_fd_, &wake_fd_, &tick_fd_, &rest_fd_, &spare_fd_}) {
       if (*fd >= 0) ::close(*fd);
       *fd = -1;
     }
     return false;
   }
 
-  // Every runtime thread runs this loop (see "Threads" in socket_rpc_runtime.h): it runs a
-  // waiting call when one may start, else it polls the sockets, and a request it reads it
-  // then runs itself.
-  void serve_loop() {
-    // The requests one event brought, kept from event to event so that reading allocates
-    // nothing once warm.
-    std::vector<Call> calls;
-    std::unique_lock<std::mutex> lk(m_);
-    for (;;) {
-      if (stopping_) return;
-      if (!queue_.empty() && running_ < max_calls_) {
-        Call call = std::move(queue_.front());
-        queue_.pop_front();
-        run_locked(call, lk);
-        continue;
-      }
-      lk.unlock();
-      poll_once(calls);
-      lk.lock();
-      if (calls.empty()) continue;
-      // The first request read runs here at once unless older ones wait (or no call may
-      // start): the common lone call never passes through the queue.
-      size_t first = 0;
-      if (queue_.empty() && running_ < max_calls_ && !stopping_) first = 1;
-      for (size_t i = first; i < calls.size(); ++i) queue_.push_back(std::move(calls[i]));
-      if (first == 1) {
-        Call call = std::move(calls[0]);
-        calls.clear();
-        run_locked(call, lk);
-      } else {
-        calls.clear();
-      }
-    }
-  }
-
-  // Runs `call` on this thread (m_ held by `lk`, released during the call).
-  void run_locked(Call& call, std::unique_lock<std::mutex>& lk) {
-    // Someone must keep polling while this thread is in the call. Without a thread for
-    // that the call is refused: this thread goes on polling.
-    if (idle_ == 1 && !start_thread_locked()) {
-      lk.unlock();
-      refuse_call(call, kRpcServerTooBusy);
-      lk.lock();
-      return;
-    }
-    --idle_;
-    ++running_;
-    // The next waiting call goes to another thread.
-    if (!queue_.empty() && running_ < max_calls_) signal_work();
-    RpcDispatch* dispatch = dispatch_;
-    DiagnosticsDispatch* diagnostics = diag_dispatch_;
-    lk.unlock();
-    run_call(call, dispatch, diagnostics);
-    lk.lock();
-    --running_;
-    ++idle_;
-  }
-
-  // False when a thread was needed and none could be started.
-  bool start_thread_locked() {
-    // One thread more than the calls that may run, so that one always polls.
-    if (stopping_ || threads_.size() > max_calls_) return true;
+  // False when the thread could not be started (or the runtime stops).
+  bool start_thread_locked(std::function<void()> body) {
+    if (stopping_) return false;
     try {
       // Room first: a started thread must never be dropped while it runs (that ends the
       // process), and the push of a moved thread into reserved room cannot throw.
       if (threads_.size() == threads_.capacity()) threads_.reserve(2 * threads_.size() + 16);
-      threads_.push_back(limits_.start_thread([this] { serve_loop(); }));
+      threads_.push_back(limits_.start_thread(std::move(body)));
     } catch (...) {
       return false;  // out of threads (or of memory): the caller refuses what needed it
     }
-    ++idle_;
     return true;
   }
 
-  // Wakes one polling thread to take a waiting call.
-  void signal_work() {
+  // Hands `task` to a waiting worker, or to a new one. False when no thread is to be had:
+  // the caller refuses what the task was for.
+  bool post_locked(Task&& task) {
+    tasks_.push_back(std::move(task));
+    if (tasks_.size() <= idle_workers_) {
+      work_cv_.notify_one();
+      return true;
+    }
+    if (start_thread_locked([this] { work_loop(); })) {
+      ++idle_workers_;
+      return true;
+    }
+    task = std::move(tasks_.back());
+    tasks_.pop_back();
+    return false;
+  }
+
+  // A worker thread: reads a connection for as long as it is that connection's reader, or
+  // runs a call that could not run on its reader's thread; then waits for the next task.
+  void work_loop() {
+    // The requests one read brought, kept from read to read so that reading allocates
+    // nothing once warm.
+    std::vector<Call> calls;
+    std::unique_lock<std::mutex> lk(m_);
+    for (;;) {
+      work_cv_.wait(lk, [&] { return stopping_ || !tasks_.empty(); });
+      if (stopping_) return;
+      Task task = std::move(tasks_.front());
+      tasks_.pop_front();
+      --idle_workers_;
+      RpcDispatch* dispatch = dispatch_;
+      DiagnosticsDispatch* diagnostics = diag_dispatch_;
+      lk.unlock();
+      if (task.call.conn) {
+        run_call(task.call, dispatch, diagnostics);
+        end_call();
+      } else {
+        read_loop(task.conn, task.reader, calls);
+      }
+      task = Task{};  // may be the last reference: runs the connection's contexts down
+      lk.lock();
+      ++idle_workers_;
+    }
+  }
+
+  // The reader of one connection: it waits in the socket itself (a request wakes this very
+  // thread, as in a bare exchange), takes the requests, and runs the first on this thread
+  // and any others read with it on workers. While it runs a call the poll thread watches
+  // the connection, and gives it another reader should the call last while the client sends
+  // more; the old reader then leaves when its call ends.
+  void read_loop(const std::shared_ptr<Connection>& conn, uint64_t reader,
+                 std::vector<Call>& calls) {
+    const uint64_t reading = 2 * reader;
+    for (;;) {
+      if (stop_seen_.load(std::memory_order_relaxed)) return;
+      bool open = false;
+      {
+        std::lock_guard<std::mutex> g(conn->read_m);
+        open = read_once(*conn, conn, calls);
+      }
+      if (!open) break;
+      if (calls.empty()) continue;
+      RpcDispatch* dispatch = nullptr;
+      DiagnosticsDispatch* diagnostics = nullptr;
+      {
+        std::unique_lock<std::mutex> lk(m_);
+        for (size_t i = 1; i < calls.size(); ++i) submit_locked(std::move(calls[i]), lk);
+        if (!start_call_locked()) {
+          // The calls that may run at once are running: this one waits its turn, oldest
+          // first, and this thread reads on.
+          queue_.push_back(std::move(calls[0]));
+          calls.clear();
+          continue;
+        }
+        dispatch = dispatch_;
+        diagnostics = diag_dispatch_;
+        conn->reader.store(reading | kInCall, std::memory_order_relaxed);
+      }
+      Call call = std::move(calls[0]);
+      calls.clear();
+      conn->reader_calls.fetch_add(1, std::memory_order_relaxed);
+      watch_calls();
+      run_call(call, dispatch, diagnostics);
+      inline_calls_.fetch_sub(1, std::memory_order_seq_cst);
+      if (!end_call(conn.get(), reading)) return;  // another thread reads the connection now
+    }
+    conn->remove();
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      if (auto it = conns_.find(conn->fd); it != conns_.end() && it->second == conn) {
+        conns_.erase(it);
+      }
+    }
+    wake_listener();  // a descriptor and a connection slot may be free again
+  }
+
+  // Reads what comes next (waiting for it) and takes every complete request. The requests
+  // of one read are taken straight from the stack buffer; only the start of a request that
+  // has not come whole is kept in the connection's buffer. False when the connection ends.
+  bool read_once(Connection& c, const std::shared_ptr<Connection>& ref, std::vector<Call>& calls) {
+    uint8_t buf[4096];
+    ssize_t n = 0;
+    do {
+      n = ::recv(c.fd, buf, sizeof buf, 0);
+    } while (n < 0 && errno == EINTR);
+    if (n <= 0) return false;
+    bool ok = false;
+    if (c.inbuf.empty()) {
+      const size_t used = take_frames(c, buf, static_cast<size_t>(n), ref, calls, ok);
+      if (ok) c.inbuf.assign(buf + used, buf + n);
+    } else {
+      c.inbuf.insert(c.inbuf.end(), buf, buf + n);
+      const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), ref, calls, ok);
+      if (ok) c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(used));
+    }
+    return ok;
+  }
+
+  // A call may start (m_ held): fewer than max_calls run and none waits before it.
+  bool start_call_locked() {
+    if (running_ >= max_calls_ || !queue_.empty()) return false;
+    ++running_;
+    return true;
+  }
+
+  // Starts `call` on a worker, or queues it when max_calls run (m_ held by `lk`). Refused
+  // when no thread is to be had.
+  void submit_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    if (!start_call_locked()) {
+      queue_.push_back(std::move(call));
+      return;
+    }
+    run_on_worker_locked(std::move(call), lk);
+  }
+
+  // Runs `call`, which has its room under max_calls, on a worker (m_ held by `lk`).
+  void run_on_worker_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    Task task;
+    task.call = std::move(call);
+    if (post_locked(std::move(task))) return;
+    --running_;
+    lk.unlock();
+    refuse_call(task.call, kRpcServerTooBusy);
+    lk.lock();
+  }
+
+  // A call ended: the oldest waiting ones start on workers as room allows. For a call that
+  // ran on its reader's thread (`conn` set): whether that thread is still the reader.
+  bool end_call(Connection* conn = nullptr, uint64_t reading = 0) {
+    std::unique_lock<std::mutex> lk(m_);
+    --running_;
+    bool still_reader = false;
+    if (conn != nullptr && conn->reader.load(std::memory_order_relaxed) == (reading | kInCall)) {
+      conn->reader.store(reading, std::memory_order_relaxed);
+      still_reader = true;
+    }
+    while (!stopping_ && !queue_.empty() && running_ < max_calls_) {
+      Call call = std::move(queue_.front());
+      queue_.pop_front();
+      ++running_;
+      run_on_worker_locked(std::move(call), lk);
+    }
+    return still_reader;
+  }
+
+  // A reader starts a call on its own thread: the poll thread must be watching. It keeps
+  // watching while calls start, so that a steady client costs it one wake-up per tick and
+  // its calls none.
+  void watch_calls() {
+    inline_calls_.fetch_add(1, std::memory_order_seq_cst);
+    started_calls_.fetch_add(1, std::memory_order_relaxed);
+    if (!watcher_asleep_.load(std::memory_order_seq_cst)) return;
+    if (!watcher_asleep_.exchange(false, std::memory_order_seq_cst)) return;
     const uint64_t one = 1;
-    [[maybe_unused]] ssize_t w = ::write(work_fd_, &one, sizeof one);
+    [[maybe_unused]] ssize_t w = ::write(tick_fd_, &one, sizeof one);
   }
 
-  void rearm(int fd, uint32_t events) {
-    epoll_event ev{};
-    ev.events = events | EPOLLONESHOT;
-    ev.data.fd = fd;
-    ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
+  // The poll thread: takes connections, sends replies that waited for their sockets, rests
+  // the listener when descriptors run out, and watches the calls that run on their readers'
+  // threads.
+  void poll_loop() {
+    uint64_t last_started = 0;
+    bool watching = false;
+    auto last_look = std::chrono::steady_clock::now();
+    for (;;) {
+      epoll_event event{};
+      const int n = ::epoll_wait(epoll_fd_, &event, 1, watching ? kTakeoverTickMs : -1);
+      if (n < 0 && errno != EINTR) return;
+      if (n == 1) {
+        if (event.data.fd == wake_fd_) return;  // stopping
+        handle_event(event);
+      }
+      // Watching goes on while calls run or start; the watcher sleeps only once a tick went
+      // by without either, and a reader that then starts a call wakes it. The flag goes up
+      // before the last look, so that a call starting meanwhile either is seen or sees it.
+      const uint64_t started = started_calls_.load(std::memory_order_relaxed);
+      if (inline_calls_.load(std::memory_order_seq_cst) > 0 || started != last_started) {
+        watching = true;
+        last_started = started;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - last_look >= std::chrono::milliseconds(kTakeoverTickMs)) {
+          last_look = now;
+          take_over_stuck_readers();
+        }
+        continue;
+      }
+      watcher_asleep_.store(true, std::memory_order_seq_cst);
+      if (inline_calls_.load(std::memory_order_seq_cst) > 0) {
+        watcher_asleep_.store(false, std::memory_order_seq_cst);
+        watching = true;
+      } else {
+        watching = false;
+      }
+    }
   }
 
-  // Waits for one event and handles it; the complete requests it read go to `calls` for
-  // serve_loop.
-  void poll_once(std::vector<Call>& calls) {
-    epoll_event event{};
-    if (::epoll_wait(epoll_fd_, &event, 1, -1) != 1) return;  // interrupted
+  void handle_event(const epoll_event& event) {
     const int fd = event.data.fd;
-    if (fd == wake_fd_) return;  // stopping_ is already set
-    if (fd == work_fd_) {
+    if (fd == tick_fd_) {
       uint64_t count = 0;
-      [[maybe_unused]] ssize_t r = ::read(work_fd_, &count, sizeof count);
+      [[maybe_unused]] ssize_t r = ::read(tick_fd_, &count, sizeof count);
+      rearm(tick_fd_, EPOLLIN);
       return;
     }
     if (fd == rest_fd_) {
@@ -502,47 +650,55 @@ class SocketRpcRuntime final : public RpcRuntime {
       std::lock_guard<std::mutex> g(conns_m_);
       if (auto it = conns_.find(fd); it != conns_.end()) conn = it->second;
     }
-    if (!conn) return;
-    if ((event.events & EPOLLOUT) != 0) conn->flush();
-    if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) == 0) return;  // nothing to read
-    std::atomic<uint32_t>& word = conn->read_claims;
-    // An end the client announced is noted before the claim: after a short read the reader
-    // still reads on to see it (the edge it raised may already have been taken).
-    if ((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
-      word.fetch_or(kPeerGone, std::memory_order_relaxed);
-    }
-    // Another thread reads this connection now: it sees the claim and reads again.
-    uint32_t seen = word.fetch_add(1, std::memory_order_relaxed) + 1;
-    if ((seen & kClaimCount) != 1) return;
-    ReadEnd end = ReadEnd::kDrained;
-    for (;;) {
-      {
-        std::lock_guard<std::mutex> g(conn->read_m);
-        end = read_connection(*conn, conn, calls, (seen & kPeerGone) != 0);
+    if (conn) conn->flush();  // a write event: the socket takes replies again
+  }
+
+  // A connection whose reader has been in the same call since the last tick, and whose
+  // client has sent more (or left), gets a new reader: a call that blocks holds up neither
+  // the next calls of its connection nor the news that the client went.
+  void take_over_stuck_readers() {
+    std::vector<std::shared_ptr<Connection>>& stuck = stuck_;  // the poll thread's own
+    stuck.clear();
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      for (auto& [fd, conn] : conns_) {
+        const uint64_t calls = conn->reader_calls.load(std::memory_order_relaxed);
+        const bool in_call = (conn->reader.load(std::memory_order_relaxed) & kInCall) != 0;
+        if (in_call && calls == conn->seen_calls) stuck.push_back(conn);
+        conn->seen_calls = calls;
       }
-      if (end == ReadEnd::kEnded) break;  // the claim is never given back: nobody reads it
-      if (end == ReadEnd::kMore) {
-        // Its share read: the others get a turn, and the re-armed registration reports what
-        // is left (along with anything that came meanwhile).
-        word.fetch_and(kPeerGone, std::memory_order_relaxed);
-        conn->rearm();
-        break;
-      }
-      const uint32_t claims = seen & kClaimCount;
-      const uint32_t before = word.fetch_sub(claims, std::memory_order_relaxed);
-      if ((before & kClaimCount) == claims) break;  // no event came while reading
-      seen = before - claims;
     }
-    if (end == ReadEnd::kEnded) {
-      conn->remove();
-      {
-        std::lock_guard<std::mutex> g(conns_m_);
-        conns_.erase(fd);
-      }
-      wake_listener();  // a descriptor and a connection slot may be free again
+    if (stuck.empty()) return;
+    std::vector<pollfd>& fds = stuck_fds_;
+    fds.clear();
+    for (auto& conn : stuck) fds.push_back(pollfd{conn->fd, POLLIN, 0});
+    if (::poll(fds.data(), fds.size(), 0) <= 0) {
+      stuck.clear();
+      return;
     }
-    // The last reference to a connection that ended may go here, outside every lock: its
-    // contexts are run down.
+    for (size_t i = 0; i < stuck.size(); ++i) {
+      if (fds[i].revents == 0) continue;
+      // Under the lock under which a reader ends its call: either the call ended and its
+      // reader reads on, or the new reader has the connection and the old one will leave.
+      std::lock_guard<std::mutex> g(m_);
+      const uint64_t state = stuck[i]->reader.load(std::memory_order_relaxed);
+      if ((state & kInCall) == 0) continue;
+      Task task;
+      task.conn = stuck[i];
+      task.reader = state / 2 + 1;
+      // Without a thread the old reader keeps the connection; a later tick tries again.
+      if (post_locked(std::move(task))) {
+        stuck[i]->reader.store(2 * (state / 2 + 1), std::memory_order_relaxed);
+      }
+    }
+    stuck.clear();
+  }
+
+  void rearm(int fd, uint32_t events) {
+    epoll_event ev{};
+    ev.events = events | EPOLLONESHOT;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
   }
 
   // The connections the runtime takes at most: the configured bound, and never more than half
@@ -572,7 +728,8 @@ class SocketRpcRuntime final : public RpcRuntime {
   bool accept_all() {
     const size_t bound = connection_bound();
     for (int i = 0; i < kAcceptsPerEvent; ++i) {
-      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      // Blocking: the connection's reader waits in it. Replies are sent without waiting.
+      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) {
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
@@ -593,10 +750,22 @@ class SocketRpcRuntime final : public RpcRuntime {
         refuse_connection(fd);
         continue;
       }
-      epoll_event ev{};
-      ev.events = kReadEvents;
-      ev.data.fd = fd;
-      ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &ev);
+      bool reader = false;
+      {
+        std::lock_guard<std::mutex> g(m_);
+        Task task;
+        task.conn = conn;
+        reader = post_locked(std::move(task));
+      }
+      if (!reader) {
+        // No thread to read it: refused as a whole.
+        wire::FrameWriter frame;
+        write_fault(frame, 0, kRpcServerTooBusy);
+        [[maybe_unused]] ssize_t n =
+            ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        std::lock_guard<std::mutex> g(conns_m_);
+        conns_.erase(fd);  // the last reference: the socket is closed
+      }
     }
     return true;
   }
@@ -630,39 +799,6 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (spare_fd_ < 0) spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
     rearm(listen_fd_, EPOLLIN);
-  }
-
-  // Reads what is there (a bounded amount, so that one busy client cannot keep a thread
-  // from the others) and takes every complete request. The requests of one read are taken
-  // straight from the stack buffer; only the start of a request that has not come whole is
-  // kept in the connection's buffer.
-  ReadEnd read_connection(Connection& c, const std::shared_ptr<Connection>& ref,
-                          std::vector<Call>& calls, bool peer_gone) {
-    uint8_t buf[4096];
-    for (int reads = 0; reads < kReadsPerEvent; ++reads) {
-      const ssize_t n = ::recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
-      if (n == 0) return ReadEnd::kEnded;
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        if (errno == EAGAIN || errno == EWOULDBLOCK) return ReadEnd::kDrained;
-        return ReadEnd::kEnded;
-      }
-      bool ok = false;
-      if (c.inbuf.empty()) {
-        const size_t used = take_frames(c, buf, static_cast<size_t>(n), ref, calls, ok);
-        if (ok) c.inbuf.assign(buf + used, buf + n);
-      } else {
-        c.inbuf.insert(c.inbuf.end(), buf, buf + n);
-        const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), ref, calls, ok);
-        if (ok) c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(used));
-      }
-      if (!ok) return ReadEnd::kEnded;
-      // A short read emptied the socket (a stream socket reads all it holds): with the
-      // edge-triggered registration, what comes later raises a new event. An end already
-      // announced raises none: it is read.
-      if (static_cast<size_t>(n) < sizeof buf && !peer_gone) return ReadEnd::kDrained;
-    }
-    return ReadEnd::kMore;
   }
 
   // Takes the complete requests in [p, p + n); answers how many bytes they took. `ok` is
@@ -898,22 +1034,33 @@ class SocketRpcRuntime final : public RpcRuntime {
   uint32_t max_calls_;  // calls that run at once (limits_.max_calls)
   bool serving_ = false;
   bool stopping_ = false;
+  std::atomic<bool> stop_seen_{false};  // stopping_, for readers between two reads
   bool stopped_ = false;
   bool listening_call_ = false;
   int epoll_fd_ = -1;
   int wake_fd_ = -1;
-  int work_fd_ = -1;
+  int tick_fd_ = -1;  // wakes the poll thread to watch the calls that run on their readers
   int rest_fd_ = -1;  // timer that ends a rest of the listener
   std::mutex spare_m_;
   int spare_fd_ = -1;  // under spare_m_ (while serving): see refuse_with_spare
   std::atomic<bool> listener_resting_{false};
   std::atomic<size_t> live_connections_{0};
-  // Under m_: calls read but not started, the runtime's threads, those not in a call (they
-  // poll or are about to) and the calls running.
+  // Under m_: calls read but not started (they wait for room under max_calls), work for the
+  // workers, the runtime's threads, the workers waiting for work and the calls running.
   std::deque<Call> queue_;
+  std::deque<Task> tasks_;
+  std::condition_variable work_cv_;
   std::vector<std::thread> threads_;
-  size_t idle_ = 0;
+  size_t idle_workers_ = 0;
   size_t running_ = 0;
+  // Calls running on their readers' threads, those started so far, and whether the poll
+  // thread sleeps without watching them (see watch_calls and poll_loop).
+  std::atomic<int> inline_calls_{0};
+  std::atomic<uint64_t> started_calls_{0};
+  std::atomic<bool> watcher_asleep_{true};
+  // The poll thread's own, kept from tick to tick.
+  std::vector<std::shared_ptr<Connection>> stuck_;
+  std::vector<pollfd> stuck_fds_;
   std::mutex conns_m_;
   std::unordered_map<int, std::shared_ptr<Connection>> conns_;
   std::mt19937_64 rng_;
