@@ -47,7 +47,8 @@ using Uuid = std::array<uint8_t, 16>;
 
 // Who reads a connection (Connection::reader): the number of the reader it is on (each
 // new reader takes the next), times two, plus 1 while that reader runs a call it read
-// (nobody reads the connection until the call ends). Changed only under the runtime's lock.
+// (nobody reads the connection until the call ends). The end of that call and a hand-over
+// to a new reader race for it by compare-and-swap: exactly one wins.
 constexpr uint64_t kInCall = 1;
 
 struct Connection {
@@ -436,12 +437,11 @@ class SocketRpcRuntime final : public RpcRuntime {
       Task task = std::move(tasks_.front());
       tasks_.pop_front();
       --idle_workers_;
-      RpcDispatch* dispatch = dispatch_;
-      DiagnosticsDispatch* diagnostics = diag_dispatch_;
       lk.unlock();
       if (task.call.conn) {
-        run_call(task.call, dispatch, diagnostics);
-        end_call();
+        run_call(task.call, dispatch_.load(std::memory_order_acquire),
+                 diag_dispatch_.load(std::memory_order_acquire));
+        release_room();
       } else {
         read_loop(task.conn, task.reader, calls);
       }
@@ -468,29 +468,33 @@ class SocketRpcRuntime final : public RpcRuntime {
       }
       if (!open) break;
       if (calls.empty()) continue;
-      RpcDispatch* dispatch = nullptr;
-      DiagnosticsDispatch* diagnostics = nullptr;
-      {
+      const bool room = take_room(true);
+      if (calls.size() > 1 || !room) {
         std::unique_lock<std::mutex> lk(m_);
+        // Requests read together run side by side, on workers.
         for (size_t i = 1; i < calls.size(); ++i) submit_locked(std::move(calls[i]), lk);
-        if (!start_call_locked()) {
-          // The calls that may run at once are running: this one waits its turn, oldest
-          // first, and this thread reads on.
-          queue_.push_back(std::move(calls[0]));
-          calls.clear();
-          continue;
-        }
-        dispatch = dispatch_;
-        diagnostics = diag_dispatch_;
-        conn->reader.store(reading | kInCall, std::memory_order_relaxed);
+        // With no room under max_calls the first waits its turn, oldest first, and this
+        // thread reads on.
+        if (!room) wait_for_room_locked(std::move(calls[0]), lk);
+      }
+      if (!room) {
+        calls.clear();
+        continue;
       }
       Call call = std::move(calls[0]);
       calls.clear();
+      conn->reader.store(reading | kInCall, std::memory_order_relaxed);
       conn->reader_calls.fetch_add(1, std::memory_order_relaxed);
       watch_calls();
-      run_call(call, dispatch, diagnostics);
+      run_call(call, dispatch_.load(std::memory_order_acquire),
+               diag_dispatch_.load(std::memory_order_acquire));
       inline_calls_.fetch_sub(1, std::memory_order_seq_cst);
-      if (!end_call(conn.get(), reading)) return;  // another thread reads the connection now
+      release_room();
+      // Unless the poll thread gave the connection another reader during the call.
+      uint64_t in_call = reading | kInCall;
+      if (!conn->reader.compare_exchange_strong(in_call, reading, std::memory_order_relaxed)) {
+        return;
+      }
     }
     conn->remove();
     {
@@ -524,51 +528,62 @@ class SocketRpcRuntime final : public RpcRuntime {
     return ok;
   }
 
-  // A call may start (m_ held): fewer than max_calls run and none waits before it.
-  bool start_call_locked() {
-    if (running_ >= max_calls_ || !queue_.empty()) return false;
-    ++running_;
-    return true;
-  }
-
-  // Starts `call` on a worker, or queues it when max_calls run (m_ held by `lk`). Refused
-  // when no thread is to be had.
-  void submit_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
-    if (!start_call_locked()) {
-      queue_.push_back(std::move(call));
-      return;
+  // Takes room for a call under max_calls, without a lock; with `in_turn`, only when no call
+  // waits before it.
+  bool take_room(bool in_turn) {
+    if (in_turn && waiting_.load(std::memory_order_seq_cst) != 0) return false;
+    uint32_t r = running_.load(std::memory_order_relaxed);
+    while (r < max_calls_) {
+      if (running_.compare_exchange_weak(r, r + 1, std::memory_order_seq_cst)) return true;
     }
-    run_on_worker_locked(std::move(call), lk);
+    return false;
   }
 
-  // Runs `call`, which has its room under max_calls, on a worker (m_ held by `lk`).
+  // A call ended: its room goes to the oldest waiting call, if any. The count drops before
+  // the look at the waiting calls, and a call that starts to wait looks at the count after
+  // it is counted (wait_for_room_locked): one of the two sees the other.
+  void release_room() {
+    running_.fetch_sub(1, std::memory_order_seq_cst);
+    if (waiting_.load(std::memory_order_seq_cst) == 0) return;
+    std::unique_lock<std::mutex> lk(m_);
+    start_waiting_locked(lk);
+  }
+
+  // Starts `call` on a worker, or has it wait when max_calls run (m_ held by `lk`).
+  void submit_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    if (take_room(true)) {
+      run_on_worker_locked(std::move(call), lk);
+    } else {
+      wait_for_room_locked(std::move(call), lk);
+    }
+  }
+
+  void wait_for_room_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    queue_.push_back(std::move(call));
+    waiting_.fetch_add(1, std::memory_order_seq_cst);
+    start_waiting_locked(lk);  // room may have come free meanwhile
+  }
+
+  // Starts the oldest waiting calls on workers while there is room (m_ held by `lk`).
+  void start_waiting_locked(std::unique_lock<std::mutex>& lk) {
+    while (!stopping_ && !queue_.empty() && take_room(false)) {
+      Call call = std::move(queue_.front());
+      queue_.pop_front();
+      waiting_.fetch_sub(1, std::memory_order_seq_cst);
+      run_on_worker_locked(std::move(call), lk);
+    }
+  }
+
+  // Runs `call`, which has its room under max_calls, on a worker (m_ held by `lk`); refused
+  // when no thread is to be had.
   void run_on_worker_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
     Task task;
     task.call = std::move(call);
     if (post_locked(std::move(task))) return;
-    --running_;
+    running_.fetch_sub(1, std::memory_order_seq_cst);
     lk.unlock();
     refuse_call(task.call, kRpcServerTooBusy);
     lk.lock();
-  }
-
-  // A call ended: the oldest waiting ones start on workers as room allows. For a call that
-  // ran on its reader's thread (`conn` set): whether that thread is still the reader.
-  bool end_call(Connection* conn = nullptr, uint64_t reading = 0) {
-    std::unique_lock<std::mutex> lk(m_);
-    --running_;
-    bool still_reader = false;
-    if (conn != nullptr && conn->reader.load(std::memory_order_relaxed) == (reading | kInCall)) {
-      conn->reader.store(reading, std::memory_order_relaxed);
-      still_reader = true;
-    }
-    while (!stopping_ && !queue_.empty() && running_ < max_calls_) {
-      Call call = std::move(queue_.front());
-      queue_.pop_front();
-      ++running_;
-      run_on_worker_locked(std::move(call), lk);
-    }
-    return still_reader;
   }
 
   // A reader starts a call on its own thread: the poll thread must be watching. It keeps
@@ -680,15 +695,19 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (fds[i].revents == 0) continue;
       // Under the lock under which a reader ends its call: either the call ended and its
       // reader reads on, or the new reader has the connection and the old one will leave.
-      std::lock_guard<std::mutex> g(m_);
-      const uint64_t state = stuck[i]->reader.load(std::memory_order_relaxed);
+      uint64_t state = stuck[i]->reader.load(std::memory_order_relaxed);
       if ((state & kInCall) == 0) continue;
+      // The new reader's thread is had first: without one the old reader keeps the
+      // connection, and a later tick tries again. The connection is then handed over only if
+      // the call has not ended meanwhile (else its reader reads on and the task goes).
+      std::lock_guard<std::mutex> g(m_);
       Task task;
       task.conn = stuck[i];
       task.reader = state / 2 + 1;
-      // Without a thread the old reader keeps the connection; a later tick tries again.
-      if (post_locked(std::move(task))) {
-        stuck[i]->reader.store(2 * (state / 2 + 1), std::memory_order_relaxed);
+      if (!post_locked(std::move(task))) continue;
+      if (!stuck[i]->reader.compare_exchange_strong(state, 2 * (state / 2 + 1),
+                                                    std::memory_order_relaxed)) {
+        tasks_.pop_back();  // still ours: no worker takes a task while m_ is held
       }
     }
     stuck.clear();
@@ -1028,8 +1047,9 @@ class SocketRpcRuntime final : public RpcRuntime {
   std::condition_variable state_cv_;
   int listen_fd_ = -1;
   std::string endpoint_;
-  RpcDispatch* dispatch_ = nullptr;
-  DiagnosticsDispatch* diag_dispatch_ = nullptr;  // non-null while registered
+  // Set under m_, read by calls without it (acquire: what they point to is complete).
+  std::atomic<RpcDispatch*> dispatch_{nullptr};
+  std::atomic<DiagnosticsDispatch*> diag_dispatch_{nullptr};  // non-null while registered
   bool published_ = false;
   uint32_t max_calls_;  // calls that run at once (limits_.max_calls)
   bool serving_ = false;
@@ -1052,7 +1072,9 @@ class SocketRpcRuntime final : public RpcRuntime {
   std::condition_variable work_cv_;
   std::vector<std::thread> threads_;
   size_t idle_workers_ = 0;
-  size_t running_ = 0;
+  // Calls running (each took room under max_calls) and calls waiting in queue_.
+  std::atomic<uint32_t> running_{0};
+  std::atomic<size_t> waiting_{0};
   // Calls running on their readers' threads, those started so far, and whether the poll
   // thread sleeps without watching them (see watch_calls and poll_loop).
   std::atomic<int> inline_calls_{0};
