@@ -483,12 +483,9 @@ class SocketRpcRuntime final : public RpcRuntime {
       }
       Call call = std::move(calls[0]);
       calls.clear();
-      conn->reader.store(reading | kInCall, std::memory_order_relaxed);
-      conn->reader_calls.fetch_add(1, std::memory_order_relaxed);
-      watch_calls();
+      watch_call(*conn, reading | kInCall);
       run_call(call, dispatch_.load(std::memory_order_acquire),
                diag_dispatch_.load(std::memory_order_acquire));
-      inline_calls_.fetch_sub(1, std::memory_order_seq_cst);
       release_room();
       // Unless the poll thread gave the connection another reader during the call.
       uint64_t in_call = reading | kInCall;
@@ -587,11 +584,13 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
   // A reader starts a call on its own thread: the poll thread must be watching. It keeps
-  // watching while calls start, so that a steady client costs it one wake-up per tick and
-  // its calls none.
-  void watch_calls() {
-    inline_calls_.fetch_add(1, std::memory_order_seq_cst);
-    started_calls_.fetch_add(1, std::memory_order_relaxed);
+  // watching while calls run or start, so that a steady client costs it one wake-up per
+  // tick and its calls none. The call is marked before the look at the flag, and the poll
+  // thread raises the flag before its last look at the calls: one of the two sees the
+  // other (both sequentially consistent).
+  void watch_call(Connection& conn, uint64_t in_call) {
+    conn.reader.store(in_call, std::memory_order_seq_cst);
+    conn.reader_calls.fetch_add(1, std::memory_order_relaxed);
     if (!watcher_asleep_.load(std::memory_order_seq_cst)) return;
     if (!watcher_asleep_.exchange(false, std::memory_order_seq_cst)) return;
     const uint64_t one = 1;
@@ -602,7 +601,6 @@ class SocketRpcRuntime final : public RpcRuntime {
   // the listener when descriptors run out, and watches the calls that run on their readers'
   // threads.
   void poll_loop() {
-    uint64_t last_started = 0;
     bool watching = false;
     auto last_look = std::chrono::steady_clock::now();
     for (;;) {
@@ -613,28 +611,34 @@ class SocketRpcRuntime final : public RpcRuntime {
         if (event.data.fd == wake_fd_) return;  // stopping
         handle_event(event);
       }
-      // Watching goes on while calls run or start; the watcher sleeps only once a tick went
-      // by without either, and a reader that then starts a call wakes it. The flag goes up
-      // before the last look, so that a call starting meanwhile either is seen or sees it.
-      const uint64_t started = started_calls_.load(std::memory_order_relaxed);
-      if (inline_calls_.load(std::memory_order_seq_cst) > 0 || started != last_started) {
+      if (!watching) {
+        // Asleep, woken by something else than a call: sleep on.
+        if (watcher_asleep_.load(std::memory_order_seq_cst)) continue;
         watching = true;
-        last_started = started;
-        const auto now = std::chrono::steady_clock::now();
-        if (now - last_look >= std::chrono::milliseconds(kTakeoverTickMs)) {
-          last_look = now;
-          take_over_stuck_readers();
-        }
+        last_look = std::chrono::steady_clock::now();
         continue;
       }
+      const auto now = std::chrono::steady_clock::now();
+      if (now - last_look < std::chrono::milliseconds(kTakeoverTickMs)) continue;
+      last_look = now;
+      if (look_at_calls()) continue;
+      // A whole tick without a call: sleep, unless one started meanwhile.
       watcher_asleep_.store(true, std::memory_order_seq_cst);
-      if (inline_calls_.load(std::memory_order_seq_cst) > 0) {
+      if (any_call_running()) {
         watcher_asleep_.store(false, std::memory_order_seq_cst);
-        watching = true;
       } else {
         watching = false;
       }
     }
+  }
+
+  // Whether a reader runs a call now.
+  bool any_call_running() {
+    std::lock_guard<std::mutex> g(conns_m_);
+    for (auto& [fd, conn] : conns_) {
+      if ((conn->reader.load(std::memory_order_seq_cst) & kInCall) != 0) return true;
+    }
+    return false;
   }
 
   void handle_event(const epoll_event& event) {
@@ -671,25 +675,28 @@ class SocketRpcRuntime final : public RpcRuntime {
   // A connection whose reader has been in the same call since the last tick, and whose
   // client has sent more (or left), gets a new reader: a call that blocks holds up neither
   // the next calls of its connection nor the news that the client went.
-  void take_over_stuck_readers() {
+  // Answers whether calls ran or started since the last look.
+  bool look_at_calls() {
     std::vector<std::shared_ptr<Connection>>& stuck = stuck_;  // the poll thread's own
     stuck.clear();
+    bool active = false;
     {
       std::lock_guard<std::mutex> g(conns_m_);
       for (auto& [fd, conn] : conns_) {
         const uint64_t calls = conn->reader_calls.load(std::memory_order_relaxed);
         const bool in_call = (conn->reader.load(std::memory_order_relaxed) & kInCall) != 0;
         if (in_call && calls == conn->seen_calls) stuck.push_back(conn);
+        active = active || in_call || calls != conn->seen_calls;
         conn->seen_calls = calls;
       }
     }
-    if (stuck.empty()) return;
+    if (stuck.empty()) return active;
     std::vector<pollfd>& fds = stuck_fds_;
     fds.clear();
     for (auto& conn : stuck) fds.push_back(pollfd{conn->fd, POLLIN, 0});
     if (::poll(fds.data(), fds.size(), 0) <= 0) {
       stuck.clear();
-      return;
+      return active;
     }
     for (size_t i = 0; i < stuck.size(); ++i) {
       if (fds[i].revents == 0) continue;
@@ -711,6 +718,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       }
     }
     stuck.clear();
+    return active;
   }
 
   void rearm(int fd, uint32_t events) {
@@ -1072,13 +1080,12 @@ class SocketRpcRuntime final : public RpcRuntime {
   std::condition_variable work_cv_;
   std::vector<std::thread> threads_;
   size_t idle_workers_ = 0;
-  // Calls running (each took room under max_calls) and calls waiting in queue_.
-  std::atomic<uint32_t> running_{0};
-  std::atomic<size_t> waiting_{0};
-  // Calls running on their readers' threads, those started so far, and whether the poll
-  // thread sleeps without watching them (see watch_calls and poll_loop).
-  std::atomic<int> inline_calls_{0};
-  std::atomic<uint64_t> started_calls_{0};
+  // Calls running (each took room under max_calls) and calls waiting in queue_; apart from
+  // the other fields, since every call changes the first.
+  alignas(64) std::atomic<uint32_t> running_{0};
+  alignas(64) std::atomic<size_t> waiting_{0};
+  // Whether the poll thread sleeps without watching the calls (see watch_call and
+  // poll_loop).
   std::atomic<bool> watcher_asleep_{true};
   // The poll thread's own, kept from tick to tick.
   std::vector<std::shared_ptr<Connection>> stuck_;
