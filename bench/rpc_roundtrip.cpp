@@ -287,6 +287,10 @@ class SummaryReporter final : public benchmark::ConsoleReporter {
     double per_second = 0;
   };
 
+  // Colours only on a terminal, so that a saved run reads plainly.
+  SummaryReporter()
+      : ConsoleReporter(::isatty(STDOUT_FILENO) != 0 ? OO_ColorTabular : OO_Tabular) {}
+
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (run.error_occurred) continue;
