@@ -439,7 +439,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       --idle_workers_;
       lk.unlock();
       if (task.call.conn) {
-        run_call(task.call, dispatch_.load(std::memory_order_acquire),
+        run_call(*task.call.conn, task.call, dispatch_.load(std::memory_order_acquire),
                  diag_dispatch_.load(std::memory_order_acquire));
         release_room();
       } else {
@@ -464,7 +464,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       bool open = false;
       {
         std::lock_guard<std::mutex> g(conn->read_m);
-        open = read_once(*conn, conn, calls);
+        open = read_once(*conn, calls);
       }
       if (!open) break;
       if (calls.empty()) continue;
@@ -472,19 +472,26 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (calls.size() > 1 || !room) {
         std::unique_lock<std::mutex> lk(m_);
         // Requests read together run side by side, on workers.
-        for (size_t i = 1; i < calls.size(); ++i) submit_locked(std::move(calls[i]), lk);
+        for (size_t i = 1; i < calls.size(); ++i) {
+          calls[i].conn = conn;
+          submit_locked(std::move(calls[i]), lk);
+        }
         // With no room under max_calls the first waits its turn, oldest first, and this
         // thread reads on.
-        if (!room) wait_for_room_locked(std::move(calls[0]), lk);
+        if (!room) {
+          calls[0].conn = conn;
+          wait_for_room_locked(std::move(calls[0]), lk);
+        }
       }
       if (!room) {
         calls.clear();
         continue;
       }
+      // The call runs here, on the connection this thread holds: it takes no reference.
       Call call = std::move(calls[0]);
       calls.clear();
       watch_call(*conn, reading | kInCall);
-      run_call(call, dispatch_.load(std::memory_order_acquire),
+      run_call(*conn, call, dispatch_.load(std::memory_order_acquire),
                diag_dispatch_.load(std::memory_order_acquire));
       release_room();
       // Unless the poll thread gave the connection another reader during the call.
@@ -506,7 +513,7 @@ class SocketRpcRuntime final : public RpcRuntime {
   // Reads what comes next (waiting for it) and takes every complete request. The requests
   // of one read are taken straight from the stack buffer; only the start of a request that
   // has not come whole is kept in the connection's buffer. False when the connection ends.
-  bool read_once(Connection& c, const std::shared_ptr<Connection>& ref, std::vector<Call>& calls) {
+  bool read_once(Connection& c, std::vector<Call>& calls) {
     uint8_t buf[4096];
     ssize_t n = 0;
     do {
@@ -515,11 +522,11 @@ class SocketRpcRuntime final : public RpcRuntime {
     if (n <= 0) return false;
     bool ok = false;
     if (c.inbuf.empty()) {
-      const size_t used = take_frames(c, buf, static_cast<size_t>(n), ref, calls, ok);
+      const size_t used = take_frames(c, buf, static_cast<size_t>(n), calls, ok);
       if (ok) c.inbuf.assign(buf + used, buf + n);
     } else {
       c.inbuf.insert(c.inbuf.end(), buf, buf + n);
-      const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), ref, calls, ok);
+      const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), calls, ok);
       if (ok) c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(used));
     }
     return ok;
@@ -590,7 +597,9 @@ class SocketRpcRuntime final : public RpcRuntime {
   // other (both sequentially consistent).
   void watch_call(Connection& conn, uint64_t in_call) {
     conn.reader.store(in_call, std::memory_order_seq_cst);
-    conn.reader_calls.fetch_add(1, std::memory_order_relaxed);
+    // Only the reader writes the count: no read-modify-write needed.
+    conn.reader_calls.store(conn.reader_calls.load(std::memory_order_relaxed) + 1,
+                            std::memory_order_relaxed);
     if (!watcher_asleep_.load(std::memory_order_seq_cst)) return;
     if (!watcher_asleep_.exchange(false, std::memory_order_seq_cst)) return;
     const uint64_t one = 1;
@@ -830,8 +839,8 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   // Takes the complete requests in [p, p + n); answers how many bytes they took. `ok` is
   // false when the stream broke.
-  size_t take_frames(Connection& c, const uint8_t* p, size_t n,
-                     const std::shared_ptr<Connection>& ref, std::vector<Call>& calls, bool& ok) {
+  size_t take_frames(Connection& c, const uint8_t* p, size_t n, std::vector<Call>& calls,
+                     bool& ok) {
     size_t off = 0;
     ok = true;
     while (n - off >= wire::kLengthBytes) {
@@ -854,21 +863,22 @@ class SocketRpcRuntime final : public RpcRuntime {
         continue;
       }
       c.in_flight.fetch_add(1, std::memory_order_relaxed);
+      // The connection is named (a reference taken) only for a call that leaves its reader.
       Call& call = calls.emplace_back();
-      call.conn = ref;
       call.size = len;
       std::memcpy(call.body.data(), body, len);
     }
     return off;
   }
 
-  void run_call(Call& call, RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
+  void run_call(Connection& conn, Call& call, RpcDispatch* dispatch,
+                DiagnosticsDispatch* diagnostics) {
     wire::FrameWriter reply(reply_body_bytes(call));
-    handle(*call.conn, call.body.data(), call.size, dispatch, diagnostics, reply);
+    handle(conn, call.body.data(), call.size, dispatch, diagnostics, reply);
     // Counted out before the reply goes: a client that has its reply may send the next
     // call at once, and that one must find the room.
-    call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
-    call.conn->send_reply(reply);
+    conn.in_flight.fetch_sub(1, std::memory_order_relaxed);
+    conn.send_reply(reply);
     call.conn.reset();  // may be the last reference: runs the connection's contexts down
   }
 
