@@ -1,16 +1,30 @@
 // The control interface's cost: one QueryValue round trip through the local socket runtime,
 // next to a bare socket ping-pong of the same frame sizes (the floor), and the calls per
-// second that 64 concurrent clients get.
+// second that 64 concurrent clients get, next to 64 clients of a bare server that gives each
+// connection a thread of its own (the floor for many clients). After the run a summary
+// prints each figure with its ratio to its floor (medians when repeated).
+//
+//   build/bin/rpc_roundtrip --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
+//   taskset -c 0 build/bin/rpc_roundtrip --benchmark_repetitions=3
+//       --benchmark_report_aggregates_only=true --benchmark_filter='round_trip|ping'
+//   (one command line)
+//
+// The second command is the same round trip with every thread on one CPU: no cross-CPU
+// wake-ups, so it shows the runtime's own cost most plainly.
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/control_client.h"
@@ -109,14 +123,91 @@ void bm_query_value_round_trip(benchmark::State& state) {
 }
 BENCHMARK(bm_query_value_round_trip)->UseRealTime();
 
-// The floor: a QueryValue-sized request (36 bytes with its length) and reply (20 bytes)
-// over a bare abstract socket, echoed by a plain thread.
+// A QueryValue's frames: the request (36 bytes with its length) and the reply (20 bytes).
+constexpr size_t kRequestBytes = 36;
+constexpr size_t kReplyBytes = 20;
+
+// The abstract socket address of `name`.
+socklen_t abstract_address(const std::string& name, sockaddr_un& addr) {
+  addr = sockaddr_un{};
+  addr.sun_family = AF_UNIX;
+  std::memcpy(addr.sun_path + 1, name.data(), name.size());
+  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+// Reads exactly n bytes; false at the end of the stream.
+bool recv_all(int fd, uint8_t* p, size_t n) {
+  size_t got = 0;
+  while (got < n) {
+    const ssize_t k = ::recv(fd, p + got, n - got, 0);
+    if (k <= 0) return false;
+    got += static_cast<size_t>(k);
+  }
+  return true;
+}
+
+// Answers every request-sized frame on `fd` with a reply-sized one until the client goes.
+void echo_connection(int fd) {
+  uint8_t in[kRequestBytes];
+  uint8_t out[kReplyBytes] = {kReplyBytes - 4};
+  while (recv_all(fd, in, sizeof in)) {
+    if (::send(fd, out, sizeof out, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof out)) break;
+  }
+  ::close(fd);
+}
+
+// The floor for many clients: a bare server that gives each connection a thread of its own,
+// for the whole run.
+struct BareServer {
+  BareServer() : name("ZaltorRpcBenchBareMany-" + std::to_string(::getpid())) {
+    sockaddr_un addr{};
+    const socklen_t len = abstract_address(name, addr);
+    listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&addr), len) != 0 ||
+        ::listen(listener, SOMAXCONN) != 0) {
+      ::close(listener);
+      listener = -1;
+      return;
+    }
+    acceptor = std::thread([this] {
+      for (;;) {
+        const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) return;  // the listener was shut at the end of the run
+        std::thread(echo_connection, fd).detach();
+      }
+    });
+  }
+  ~BareServer() {
+    if (listener < 0) return;
+    ::shutdown(listener, SHUT_RDWR);
+    acceptor.join();
+    ::close(listener);
+  }
+  // A new connection to the server, or -1.
+  int connect() const {
+    sockaddr_un addr{};
+    const socklen_t len = abstract_address(name, addr);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len) == 0) return fd;
+    if (fd >= 0) ::close(fd);
+    return -1;
+  }
+  std::string name;
+  int listener = -1;
+  std::thread acceptor;
+};
+
+BareServer& bare_server() {
+  static BareServer s;
+  return s;
+}
+
+// The floor: a QueryValue-sized request and reply over a bare abstract socket, echoed by a
+// plain thread.
 void bm_bare_socket_ping_pong(benchmark::State& state) {
   const std::string name = "ZaltorRpcBenchBare-" + std::to_string(::getpid());
   sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, name.data(), name.size());
-  const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const socklen_t len = abstract_address(name, addr);
   const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (::bind(listener, reinterpret_cast<sockaddr*>(&addr), len) != 0 ||
       ::listen(listener, 1) != 0) {
@@ -124,34 +215,16 @@ void bm_bare_socket_ping_pong(benchmark::State& state) {
     ::close(listener);
     return;
   }
-  std::thread echo([listener] {
-    const int fd = ::accept(listener, nullptr, nullptr);
-    uint8_t in[36];
-    uint8_t out[20] = {16};
-    for (;;) {
-      size_t got = 0;
-      while (got < sizeof in) {
-        const ssize_t n = ::recv(fd, in + got, sizeof in - got, 0);
-        if (n <= 0) {
-          ::close(fd);
-          return;
-        }
-        got += static_cast<size_t>(n);
-      }
-      ::send(fd, out, sizeof out, MSG_NOSIGNAL);
-    }
-  });
+  std::thread echo([listener] { echo_connection(::accept(listener, nullptr, nullptr)); });
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len);
-  uint8_t req[36] = {32};
-  uint8_t rep[20];
+  uint8_t req[kRequestBytes] = {kRequestBytes - 4};
+  uint8_t rep[kReplyBytes];
   for (auto _ : state) {
     ::send(fd, req, sizeof req, MSG_NOSIGNAL);
-    size_t got = 0;
-    while (got < sizeof rep) {
-      const ssize_t n = ::recv(fd, rep + got, sizeof rep - got, 0);
-      if (n <= 0) break;
-      got += static_cast<size_t>(n);
+    if (!recv_all(fd, rep, sizeof rep)) {
+      state.SkipWithError("echo failed");
+      break;
     }
     benchmark::DoNotOptimize(rep);
   }
@@ -183,6 +256,106 @@ void bm_concurrent_clients(benchmark::State& state) {
 }
 BENCHMARK(bm_concurrent_clients)->Threads(64)->UseRealTime();
 
+// The floor for 64 clients: the same frames against the bare thread-per-connection server.
+void bm_bare_concurrent_clients(benchmark::State& state) {
+  const int fd = bare_server().connect();
+  if (fd < 0) {
+    state.SkipWithError("no bare server");
+    return;
+  }
+  uint8_t req[kRequestBytes] = {kRequestBytes - 4};
+  uint8_t rep[kReplyBytes];
+  for (auto _ : state) {
+    if (::send(fd, req, sizeof req, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof req) ||
+        !recv_all(fd, rep, sizeof rep)) {
+      state.SkipWithError("echo failed");
+      break;
+    }
+    benchmark::DoNotOptimize(rep);
+  }
+  ::close(fd);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(bm_bare_concurrent_clients)->Threads(64)->UseRealTime();
+
+// Prints the runs as the console does and keeps, per benchmark, the time per iteration and
+// the items per second (the median when repeated), for the summary.
+class SummaryReporter final : public benchmark::ConsoleReporter {
+ public:
+  struct Figure {
+    double ns = 0;
+    double per_second = 0;
+  };
+
+  // Colours only on a terminal, so that a saved run reads plainly.
+  SummaryReporter()
+      : ConsoleReporter(::isatty(STDOUT_FILENO) != 0 ? OO_ColorTabular : OO_Tabular) {}
+
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.error_occurred) continue;
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if (run.run_type == Run::RT_Aggregate && !median) continue;
+      const std::string name = run.run_name.function_name;
+      // A median replaces the single runs; without repetitions the single run stands.
+      if (!median && medians_.count(name) != 0) continue;
+      if (median) medians_[name] = true;
+      Figure f;
+      f.ns = run.GetAdjustedRealTime() * to_ns(run.time_unit);
+      if (auto it = run.counters.find("items_per_second"); it != run.counters.end()) {
+        f.per_second = it->second.value;
+      }
+      figures_[name] = f;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+  void print_summary() const {
+    const Figure* rpc = find("bm_query_value_round_trip");
+    const Figure* bare = find("bm_bare_socket_ping_pong");
+    if (rpc != nullptr && bare != nullptr && bare->ns > 0) {
+      std::printf("control round trip / bare ping-pong: %.2f / %.2f us = %.2f\n", rpc->ns / 1000,
+                  bare->ns / 1000, rpc->ns / bare->ns);
+    }
+    const Figure* many = find("bm_concurrent_clients");
+    const Figure* bare_many = find("bm_bare_concurrent_clients");
+    if (many != nullptr) std::printf("64 clients: %.1f k calls/s\n", many->per_second / 1000);
+    if (many != nullptr && bare_many != nullptr && bare_many->per_second > 0) {
+      std::printf("64 clients / bare thread-per-connection server: %.1f / %.1f k calls/s = %.2f\n",
+                  many->per_second / 1000, bare_many->per_second / 1000,
+                  many->per_second / bare_many->per_second);
+    }
+  }
+
+ private:
+  static double to_ns(benchmark::TimeUnit unit) {
+    switch (unit) {
+      case benchmark::kSecond:
+        return 1e9;
+      case benchmark::kMillisecond:
+        return 1e6;
+      case benchmark::kMicrosecond:
+        return 1e3;
+      default:
+        return 1;
+    }
+  }
+  const Figure* find(const std::string& name) const {
+    auto it = figures_.find(name);
+    return it == figures_.end() ? nullptr : &it->second;
+  }
+  std::map<std::string, Figure> figures_;
+  std::map<std::string, bool> medians_;
+};
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  SummaryReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.print_summary();
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,5 +1,7 @@
 #include "platform/posix/control_wire.h"
 
+#include <cstring>
+
 namespace zaltor::platform::wire {
 
 void Writer::u32(uint32_t v) {
@@ -16,6 +18,44 @@ std::vector<uint8_t> Writer::frame() const {
   w.u32(static_cast<uint32_t>(b_.size()));
   w.b_.insert(w.b_.end(), b_.begin(), b_.end());
   return std::move(w.b_);
+}
+
+void FrameWriter::reset(size_t body_bytes) {
+  n_ = kLengthBytes;
+  if (body_bytes <= kInlineBody) {
+    p_ = inline_;
+    cap_ = sizeof inline_;
+  } else {
+    heap_.resize(kLengthBytes + body_bytes);
+    p_ = heap_.data();
+    cap_ = heap_.size();
+  }
+}
+
+void FrameWriter::u32(uint32_t v) {
+  if (cap_ - n_ < 4) return;
+  store_u32(p_ + n_, v);
+  n_ += 4;
+}
+
+void FrameWriter::context(const ContextHandleWire& c) {
+  u32(c.attributes);
+  bytes(c.uuid.data(), c.uuid.size());
+}
+
+void FrameWriter::bytes(const void* data, size_t n) {
+  if (cap_ - n_ < n) return;
+  if (n != 0) std::memcpy(p_ + n_, data, n);
+  n_ += n;
+}
+
+const uint8_t* FrameWriter::data() {
+  store_u32(p_, static_cast<uint32_t>(n_ - kLengthBytes));
+  return p_;
+}
+
+void store_u32(uint8_t* p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
 uint32_t load_u32(const uint8_t* p) {
@@ -58,21 +98,26 @@ size_t request_body_size(uint32_t procedure) {
   return kHead + (takes_context(procedure) ? kContextBytes : 0) + 4 * static_cast<size_t>(longs);
 }
 
-std::vector<uint8_t> encode_request(const Request& r) {
-  Writer w;
+void encode_request(const Request& r, FrameWriter& w) {
   w.u32(r.call_id);
   w.u32(r.procedure);
   if ((r.procedure & kDiagnosticsInterfaceBit) != 0) {
     if (diagnostics_long_arguments(r.procedure & ~kDiagnosticsInterfaceBit) == 2) w.i32(r.a);
     w.i32(r.b);
-    return w.frame();
+    return;
   }
   if (takes_context(r.procedure)) w.context(r.context);
   const int longs = long_arguments(r.procedure);
   if (longs >= 1) w.i32(r.command);
   if (longs >= 2) w.i32(r.a);
   if (longs >= 3) w.i32(r.b);
-  return w.frame();
+}
+
+std::vector<uint8_t> encode_request(const Request& r) {
+  FrameWriter w;
+  encode_request(r, w);
+  const uint8_t* p = w.data();
+  return std::vector<uint8_t>(p, p + w.size());
 }
 
 }  // namespace zaltor::platform::wire

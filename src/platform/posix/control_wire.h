@@ -39,6 +39,35 @@ class Writer {
   std::vector<uint8_t> b_;
 };
 
+// Writes one frame, the body's length first, into room of its own: a small frame (every
+// request, and every reply but QueryArray's and the diagnostics texts) stays inside the
+// object, so that a call's path needs no heap; a larger one is sized once on the heap.
+// Not copyable: the frame points into the object.
+class FrameWriter {
+ public:
+  static constexpr size_t kInlineBody = kMaxRequestBody;
+  // Room for a body of `body_bytes` (a larger body would be cut short: size callers exactly).
+  explicit FrameWriter(size_t body_bytes = kInlineBody) { reset(body_bytes); }
+  FrameWriter(const FrameWriter&) = delete;
+  FrameWriter& operator=(const FrameWriter&) = delete;
+  // Starts again, empty, with room for a body of `body_bytes`.
+  void reset(size_t body_bytes = kInlineBody);
+  void u32(uint32_t v);
+  void i32(int32_t v) { u32(static_cast<uint32_t>(v)); }
+  void context(const ContextHandleWire& c);
+  void bytes(const void* data, size_t n);
+  // The frame as written so far, its length in front.
+  const uint8_t* data();
+  size_t size() const { return n_; }
+
+ private:
+  uint8_t inline_[kLengthBytes + kInlineBody];
+  std::vector<uint8_t> heap_;
+  uint8_t* p_;
+  size_t cap_;
+  size_t n_ = kLengthBytes;
+};
+
 class Reader {
  public:
   Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
@@ -47,6 +76,7 @@ class Reader {
   bool context(ContextHandleWire& c);
   bool at_end() const { return p_ == end_; }
   size_t left() const { return static_cast<size_t>(end_ - p_); }
+  const uint8_t* position() const { return p_; }
 
  private:
   const uint8_t* p_;
@@ -54,6 +84,7 @@ class Reader {
 };
 
 uint32_t load_u32(const uint8_t* p);
+void store_u32(uint8_t* p, uint32_t v);
 
 // The exact request body size of a procedure (call id and procedure number included), or 0
 // for an unknown procedure.
@@ -69,6 +100,8 @@ struct Request {
   int32_t b = 0;  // second argument (diagnostics: the capacity)
 };
 
+// Writes the request's frame into `out` (which starts empty).
+void encode_request(const Request& r, FrameWriter& out);
 std::vector<uint8_t> encode_request(const Request& r);
 
 }  // namespace zaltor::platform::wire

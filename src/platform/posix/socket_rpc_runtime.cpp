@@ -1,6 +1,7 @@
 #include "platform/posix/socket_rpc_runtime.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -32,18 +34,22 @@ namespace {
 constexpr uint32_t kNoProtseqsRegistered = 1714;   // RPC_S_NO_PROTSEQS_REGISTERED
 constexpr uint32_t kInvalidEndpointFormat = 1706;  // RPC_S_INVALID_ENDPOINT_FORMAT
 constexpr uint32_t kCantCreateEndpoint = 1720;     // RPC_S_CANT_CREATE_ENDPOINT
-// Reads of one connection per poll event (of 4096 bytes each) before the others get a turn.
-constexpr int kReadsPerEvent = 16;
 // Connections taken per event of the listening socket before the others get a turn.
 constexpr int kAcceptsPerEvent = 64;
 // How long the listener rests when no descriptor is left even to refuse a connection.
 constexpr long kListenerRestNs = 100'000'000;
+// While calls run on their readers' threads, the poll thread looks every tick for a
+// connection whose reader has been in one call for a whole tick while the client sent more,
+// and gives that connection another reader.
+constexpr int kTakeoverTickMs = 1;
 
 using Uuid = std::array<uint8_t, 16>;
 
-// The poll registration of a connection: reading is one-shot (one thread at a time reads),
-// and writing is asked for only while replies wait for the socket.
-constexpr uint32_t kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+// Who reads a connection (Connection::reader): the number of the reader it is on (each
+// new reader takes the next), times two, plus 1 while that reader runs a call it read
+// (nobody reads the connection until the call ends). The end of that call and a hand-over
+// to a new reader race for it by compare-and-swap: exactly one wins.
+constexpr uint64_t kInCall = 1;
 
 struct Connection {
   Connection(int f, int epoll, size_t max_pending, std::atomic<size_t>& live_count)
@@ -60,19 +66,22 @@ struct Connection {
   Connection& operator=(const Connection&) = delete;
 
   // Queues a reply without ever blocking: what the socket does not take now waits in the
-  // connection's buffer, which the poll threads send as the socket drains. A client that lets
+  // connection's buffer, which the poll thread sends as the socket drains. A client that lets
   // more than max_out bytes pile up is dropped.
-  void send_reply(const std::vector<uint8_t>& frame) {
+  void send_reply(wire::FrameWriter& reply) {
+    const uint8_t* frame = reply.data();
+    const size_t size = reply.size();
     std::lock_guard<std::mutex> g(write_m);
     if (dropped) return;
     size_t off = 0;
     if (outbuf.empty()) {
-      if (!send_some(frame.data(), frame.size(), off)) return drop_locked();
+      if (!send_some(frame, size, off)) return drop_locked();
     }
-    if (off == frame.size()) return;
-    if (outbuf.size() + (frame.size() - off) > max_out) return drop_locked();
-    outbuf.insert(outbuf.end(), frame.begin() + static_cast<std::ptrdiff_t>(off), frame.end());
-    arm_locked();
+    if (off == size) return;
+    if (outbuf.size() + (size - off) > max_out) return drop_locked();
+    const bool was_empty = outbuf.empty();
+    outbuf.insert(outbuf.end(), frame + off, frame + size);
+    if (was_empty) arm_locked();
   }
 
   // Sends what waits in the buffer (on a write event); drops the connection when it broke.
@@ -82,21 +91,21 @@ struct Connection {
     size_t off = 0;
     if (!send_some(outbuf.data(), outbuf.size(), off)) return drop_locked();
     outbuf.erase(outbuf.begin(), outbuf.begin() + static_cast<std::ptrdiff_t>(off));
+    if (!outbuf.empty()) arm_locked();
   }
 
-  // Re-arms the one-shot registration after a poll thread handled its event.
-  void rearm() {
-    std::lock_guard<std::mutex> g(write_m);
-    if (!dropped) arm_locked();
-  }
-
-  // The connection leaves the poll set; replies of calls still running are dropped.
+  // The connection is done: it leaves the poll set; replies of calls still running are
+  // dropped.
   void remove() {
     std::lock_guard<std::mutex> g(write_m);
     dropped = true;
     outbuf.clear();
-    ::epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+    if (registered) ::epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+    registered = false;
   }
+
+  // Ends the connection from outside (the runtime stops): its reader sees the end.
+  void shut() { ::shutdown(fd, SHUT_RDWR); }
 
   const int fd;
   const int epoll_fd;
@@ -106,15 +115,20 @@ struct Connection {
   std::atomic<size_t>& live;
   std::mutex write_m;
   std::vector<uint8_t> outbuf;  // under write_m: reply bytes the socket has not taken yet
-  bool dropped = false;         // under write_m: removed from the poll set, or being dropped
+  bool dropped = false;         // under write_m: done, or being dropped
+  bool registered = false;      // under write_m: in the poll set (only to send what waits)
   std::mutex ctx_m;
   std::map<Uuid, std::pair<ContextObject, RpcDispatch*>> contexts;
   size_t contexts_opening = 0;  // under ctx_m: opens that passed the bound and are running
   std::atomic<int> in_flight{0};
-  // The connection's poll event is one-shot, so one thread reads at a time; the lock makes
-  // the hand-over between threads visible.
+  // Who reads it (kInCall), and the number of calls its readers have started, which the poll thread
+  // compares from tick to tick to see a call that does not end.
+  std::atomic<uint64_t> reader{0};
+  std::atomic<uint64_t> reader_calls{0};
+  uint64_t seen_calls = ~uint64_t{0};  // the poll thread's own: reader_calls at the last tick
+  // Held while reading, for the hand-over of inbuf from one reader to the next.
   std::mutex read_m;
-  std::vector<uint8_t> inbuf;  // under read_m
+  std::vector<uint8_t> inbuf;  // under read_m: the start of a request not read whole yet
 
  private:
   // Writes as much as the socket takes now; false when the connection broke.
@@ -133,31 +147,46 @@ struct Connection {
     }
     return true;
   }
+  // Asks the poll thread for one write event (replies wait for the socket).
   void arm_locked() {
     epoll_event ev{};
-    ev.events = kReadEvents | (outbuf.empty() ? 0u : uint32_t{EPOLLOUT});
+    ev.events = EPOLLOUT | EPOLLONESHOT;
     ev.data.fd = fd;
-    ::epoll_ctl(epoll_fd, EPOLL_CTL_MOD, fd, &ev);
+    ::epoll_ctl(epoll_fd, registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, fd, &ev);
+    registered = true;
   }
-  // Gone or not reading: shut the socket so that a poll thread sees the end (at once: the
-  // shut socket reads as ended) and drops the connection.
+  // Gone or not reading: shut the socket, so that its reader sees the end (at once: the shut
+  // socket reads as ended) and drops the connection.
   void drop_locked() {
     outbuf.clear();
     ::shutdown(fd, SHUT_RDWR);
-    arm_locked();
   }
 };
 
+// A request read whole and not yet answered; its body is kept inline (requests are small).
 struct Call {
   std::shared_ptr<Connection> conn;
-  std::vector<uint8_t> body;
+  uint32_t size = 0;
+  std::array<uint8_t, wire::kMaxRequestBody> body{};
 };
 
-std::vector<uint8_t> fault_frame(uint32_t call_id, uint32_t fault) {
-  wire::Writer w;
+// Work for a worker thread: read a connection (conn set, no call) or run a call.
+struct Task {
+  std::shared_ptr<Connection> conn;  // to read, as its reader number `reader`
+  uint64_t reader = 0;
+  Call call;  // to run, when call.conn is set
+};
+
+// Writes the frame of a call that failed as a whole.
+void write_fault(wire::FrameWriter& w, uint32_t call_id, uint32_t fault) {
   w.u32(call_id);
   w.u32(fault);
-  return w.frame();
+}
+
+// The same, in place of whatever the reply held.
+void fail_call(wire::FrameWriter& w, uint32_t call_id, uint32_t fault) {
+  w.reset();
+  write_fault(w, call_id, fault);
 }
 
 class SocketRpcRuntime final : public RpcRuntime {
@@ -274,26 +303,37 @@ class SocketRpcRuntime final : public RpcRuntime {
       stopping_ = true;
       threads.swap(threads_);
     }
-    // The stop event stays readable: every thread that polls sees it and ends; a thread in a
-    // call finishes the call first.
+    stop_seen_.store(true, std::memory_order_relaxed);
+    work_cv_.notify_all();
+    // The stop event stays readable: the poll thread (the first one) sees it and ends.
     const uint64_t one = 1;
     [[maybe_unused]] ssize_t w = ::write(wake_fd_, &one, sizeof one);
-    for (std::thread& t : threads) t.join();
+    if (!threads.empty()) threads.front().join();
+    // No connection is taken any more: the readers waiting in their sockets see the end.
+    // Threads in calls finish them first.
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      for (auto& [fd, conn] : conns_) conn->shut();
+    }
+    for (size_t i = 1; i < threads.size(); ++i) threads[i].join();
     std::deque<Call> dropped;
+    std::deque<Task> tasks;
     std::unordered_map<int, std::shared_ptr<Connection>> conns;
     {
       std::lock_guard<std::mutex> g(m_);
       dropped.swap(queue_);
+      tasks.swap(tasks_);
     }
     {
       std::lock_guard<std::mutex> g(conns_m_);
       conns.swap(conns_);
     }
     dropped.clear();  // releases the last connections: their contexts are run down
+    tasks.clear();
     conns.clear();
     ::close(epoll_fd_);
     ::close(wake_fd_);
-    ::close(work_fd_);
+    ::close(tick_fd_);
     ::close(rest_fd_);
     if (spare_fd_ >= 0) ::close(spare_fd_);
     spare_fd_ = -1;
@@ -322,113 +362,300 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
  private:
-  // False when the first thread could not be started (nothing is left serving).
+  // False when the poll thread could not be started (nothing is left serving).
   bool start_serving_locked() {
     epoll_fd_ = ::epoll_create1(EPOLL_CLOEXEC);
     wake_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    work_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    tick_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     rest_fd_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     // Held back for the moment the process runs out of descriptors (see accept_all).
     spare_fd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    // The stop and work events are level-triggered: every poller may see them. The listening
-    // socket, the rest timer and the connections are one-shot: one thread at a time takes
-    // each of them.
+    // The stop event is level-triggered; the tick event, the listening socket and the rest
+    // timer are one-shot, re-armed once handled.
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.fd = wake_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, wake_fd_, &ev);
-    ev.data.fd = work_fd_;
-    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, work_fd_, &ev);
     ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.fd = tick_fd_;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, tick_fd_, &ev);
     ev.data.fd = rest_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, rest_fd_, &ev);
     ev.data.fd = listen_fd_;
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, listen_fd_, &ev);
     serving_ = true;
-    if (start_thread_locked()) return true;
+    if (start_thread_locked([this] { poll_loop(); })) return true;
     serving_ = false;
-    for (int* fd : {&epoll_fd_, &wake_fd_, &work_fd_, &rest_fd_, &spare_fd_}) {
+    for (int* fd : {&epoll_fd_, &wake_fd_, &tick_fd_, &rest_fd_, &spare_fd_}) {
       if (*fd >= 0) ::close(*fd);
       *fd = -1;
     }
     return false;
   }
 
-  // Every runtime thread runs this loop (see "Threads" in socket_rpc_runtime.h): it runs a
-  // waiting call when one may start, else it polls the sockets, and a request it reads it
-  // then runs itself.
-  void serve_loop() {
-    std::unique_lock<std::mutex> lk(m_);
-    for (;;) {
-      if (stopping_) return;
-      if (!queue_.empty() && running_ < max_calls_) {
-        Call call = std::move(queue_.front());
-        queue_.pop_front();
-        // Someone must keep polling while this thread is in the call. Without a thread for
-        // that the call is refused: this thread goes on polling.
-        if (idle_ == 1 && !start_thread_locked()) {
-          lk.unlock();
-          refuse_call(call, kRpcServerTooBusy);
-          lk.lock();
-          continue;
-        }
-        --idle_;
-        ++running_;
-        // The next waiting call goes to another thread.
-        if (!queue_.empty() && running_ < max_calls_) signal_work();
-        RpcDispatch* dispatch = dispatch_;
-        DiagnosticsDispatch* diagnostics = diag_dispatch_;
-        lk.unlock();
-        run_call(call, dispatch, diagnostics);
-        lk.lock();
-        --running_;
-        ++idle_;
-        continue;
-      }
-      lk.unlock();
-      poll_once();
-      lk.lock();
-    }
-  }
-
-  // False when a thread was needed and none could be started.
-  bool start_thread_locked() {
-    // One thread more than the calls that may run, so that one always polls.
-    if (stopping_ || threads_.size() > max_calls_) return true;
+  // False when the thread could not be started (or the runtime stops).
+  bool start_thread_locked(std::function<void()> body) {
+    if (stopping_) return false;
     try {
       // Room first: a started thread must never be dropped while it runs (that ends the
       // process), and the push of a moved thread into reserved room cannot throw.
       if (threads_.size() == threads_.capacity()) threads_.reserve(2 * threads_.size() + 16);
-      threads_.push_back(limits_.start_thread([this] { serve_loop(); }));
+      threads_.push_back(limits_.start_thread(std::move(body)));
     } catch (...) {
       return false;  // out of threads (or of memory): the caller refuses what needed it
     }
-    ++idle_;
     return true;
   }
 
-  // Wakes one polling thread to take a waiting call.
-  void signal_work() {
+  // Hands `task` to a waiting worker, or to a new one. False when no thread is to be had:
+  // the caller refuses what the task was for.
+  bool post_locked(Task&& task) {
+    tasks_.push_back(std::move(task));
+    if (tasks_.size() <= idle_workers_) {
+      work_cv_.notify_one();
+      return true;
+    }
+    if (start_thread_locked([this] { work_loop(); })) {
+      ++idle_workers_;
+      return true;
+    }
+    task = std::move(tasks_.back());
+    tasks_.pop_back();
+    return false;
+  }
+
+  // A worker thread: reads a connection for as long as it is that connection's reader, or
+  // runs a call that could not run on its reader's thread; then waits for the next task.
+  void work_loop() {
+    // The requests one read brought, kept from read to read so that reading allocates
+    // nothing once warm.
+    std::vector<Call> calls;
+    std::unique_lock<std::mutex> lk(m_);
+    for (;;) {
+      work_cv_.wait(lk, [&] { return stopping_ || !tasks_.empty(); });
+      if (stopping_) return;
+      Task task = std::move(tasks_.front());
+      tasks_.pop_front();
+      --idle_workers_;
+      lk.unlock();
+      if (task.call.conn) {
+        run_call(*task.call.conn, task.call, dispatch_.load(std::memory_order_acquire),
+                 diag_dispatch_.load(std::memory_order_acquire));
+        release_room();
+      } else {
+        read_loop(task.conn, task.reader, calls);
+      }
+      task = Task{};  // may be the last reference: runs the connection's contexts down
+      lk.lock();
+      ++idle_workers_;
+    }
+  }
+
+  // The reader of one connection: it waits in the socket itself (a request wakes this very
+  // thread, as in a bare exchange), takes the requests, and runs the first on this thread
+  // and any others read with it on workers. While it runs a call the poll thread watches
+  // the connection, and gives it another reader should the call last while the client sends
+  // more; the old reader then leaves when its call ends.
+  void read_loop(const std::shared_ptr<Connection>& conn, uint64_t reader,
+                 std::vector<Call>& calls) {
+    const uint64_t reading = 2 * reader;
+    for (;;) {
+      if (stop_seen_.load(std::memory_order_relaxed)) return;
+      bool open = false;
+      {
+        std::lock_guard<std::mutex> g(conn->read_m);
+        open = read_once(*conn, calls);
+      }
+      if (!open) break;
+      if (calls.empty()) continue;
+      const bool room = take_room(true);
+      if (calls.size() > 1 || !room) {
+        std::unique_lock<std::mutex> lk(m_);
+        // Requests read together run side by side, on workers.
+        for (size_t i = 1; i < calls.size(); ++i) {
+          calls[i].conn = conn;
+          submit_locked(std::move(calls[i]), lk);
+        }
+        // With no room under max_calls the first waits its turn, oldest first, and this
+        // thread reads on.
+        if (!room) {
+          calls[0].conn = conn;
+          wait_for_room_locked(std::move(calls[0]), lk);
+        }
+      }
+      if (!room) {
+        calls.clear();
+        continue;
+      }
+      // The call runs here, on the connection this thread holds: it takes no reference.
+      Call call = std::move(calls[0]);
+      calls.clear();
+      watch_call(*conn, reading | kInCall);
+      run_call(*conn, call, dispatch_.load(std::memory_order_acquire),
+               diag_dispatch_.load(std::memory_order_acquire));
+      release_room();
+      // Unless the poll thread gave the connection another reader during the call.
+      uint64_t in_call = reading | kInCall;
+      if (!conn->reader.compare_exchange_strong(in_call, reading, std::memory_order_relaxed)) {
+        return;
+      }
+    }
+    conn->remove();
+    {
+      std::lock_guard<std::mutex> g(conns_m_);
+      if (auto it = conns_.find(conn->fd); it != conns_.end() && it->second == conn) {
+        conns_.erase(it);
+      }
+    }
+    wake_listener();  // a descriptor and a connection slot may be free again
+  }
+
+  // Reads what comes next (waiting for it) and takes every complete request. The requests
+  // of one read are taken straight from the stack buffer; only the start of a request that
+  // has not come whole is kept in the connection's buffer. False when the connection ends.
+  bool read_once(Connection& c, std::vector<Call>& calls) {
+    uint8_t buf[4096];
+    ssize_t n = 0;
+    do {
+      n = ::recv(c.fd, buf, sizeof buf, 0);
+    } while (n < 0 && errno == EINTR);
+    if (n <= 0) return false;
+    bool ok = false;
+    if (c.inbuf.empty()) {
+      const size_t used = take_frames(c, buf, static_cast<size_t>(n), calls, ok);
+      if (ok) c.inbuf.assign(buf + used, buf + n);
+    } else {
+      c.inbuf.insert(c.inbuf.end(), buf, buf + n);
+      const size_t used = take_frames(c, c.inbuf.data(), c.inbuf.size(), calls, ok);
+      if (ok) c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(used));
+    }
+    return ok;
+  }
+
+  // Takes room for a call under max_calls, without a lock; with `in_turn`, only when no call
+  // waits before it.
+  bool take_room(bool in_turn) {
+    if (in_turn && waiting_.load(std::memory_order_seq_cst) != 0) return false;
+    uint32_t r = running_.load(std::memory_order_relaxed);
+    while (r < max_calls_) {
+      if (running_.compare_exchange_weak(r, r + 1, std::memory_order_seq_cst)) return true;
+    }
+    return false;
+  }
+
+  // A call ended: its room goes to the oldest waiting call, if any. The count drops before
+  // the look at the waiting calls, and a call that starts to wait looks at the count after
+  // it is counted (wait_for_room_locked): one of the two sees the other.
+  void release_room() {
+    running_.fetch_sub(1, std::memory_order_seq_cst);
+    if (waiting_.load(std::memory_order_seq_cst) == 0) return;
+    std::unique_lock<std::mutex> lk(m_);
+    start_waiting_locked(lk);
+  }
+
+  // Starts `call` on a worker, or has it wait when max_calls run (m_ held by `lk`).
+  void submit_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    if (take_room(true)) {
+      run_on_worker_locked(std::move(call), lk);
+    } else {
+      wait_for_room_locked(std::move(call), lk);
+    }
+  }
+
+  void wait_for_room_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    queue_.push_back(std::move(call));
+    waiting_.fetch_add(1, std::memory_order_seq_cst);
+    start_waiting_locked(lk);  // room may have come free meanwhile
+  }
+
+  // Starts the oldest waiting calls on workers while there is room (m_ held by `lk`).
+  void start_waiting_locked(std::unique_lock<std::mutex>& lk) {
+    while (!stopping_ && !queue_.empty() && take_room(false)) {
+      Call call = std::move(queue_.front());
+      queue_.pop_front();
+      waiting_.fetch_sub(1, std::memory_order_seq_cst);
+      run_on_worker_locked(std::move(call), lk);
+    }
+  }
+
+  // Runs `call`, which has its room under max_calls, on a worker (m_ held by `lk`); refused
+  // when no thread is to be had.
+  void run_on_worker_locked(Call&& call, std::unique_lock<std::mutex>& lk) {
+    Task task;
+    task.call = std::move(call);
+    if (post_locked(std::move(task))) return;
+    running_.fetch_sub(1, std::memory_order_seq_cst);
+    lk.unlock();
+    refuse_call(task.call, kRpcServerTooBusy);
+    lk.lock();
+  }
+
+  // A reader starts a call on its own thread: the poll thread must be watching. It keeps
+  // watching while calls run or start, so that a steady client costs it one wake-up per
+  // tick and its calls none. The call is marked before the look at the flag, and the poll
+  // thread raises the flag before its last look at the calls: one of the two sees the
+  // other (both sequentially consistent).
+  void watch_call(Connection& conn, uint64_t in_call) {
+    conn.reader.store(in_call, std::memory_order_seq_cst);
+    // Only the reader writes the count: no read-modify-write needed.
+    conn.reader_calls.store(conn.reader_calls.load(std::memory_order_relaxed) + 1,
+                            std::memory_order_relaxed);
+    if (!watcher_asleep_.load(std::memory_order_seq_cst)) return;
+    if (!watcher_asleep_.exchange(false, std::memory_order_seq_cst)) return;
     const uint64_t one = 1;
-    [[maybe_unused]] ssize_t w = ::write(work_fd_, &one, sizeof one);
+    [[maybe_unused]] ssize_t w = ::write(tick_fd_, &one, sizeof one);
   }
 
-  void rearm(int fd, uint32_t events) {
-    epoll_event ev{};
-    ev.events = events | EPOLLONESHOT;
-    ev.data.fd = fd;
-    ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
+  // The poll thread: takes connections, sends replies that waited for their sockets, rests
+  // the listener when descriptors run out, and watches the calls that run on their readers'
+  // threads.
+  void poll_loop() {
+    bool watching = false;
+    auto last_look = std::chrono::steady_clock::now();
+    for (;;) {
+      epoll_event event{};
+      const int n = ::epoll_wait(epoll_fd_, &event, 1, watching ? kTakeoverTickMs : -1);
+      if (n < 0 && errno != EINTR) return;
+      if (n == 1) {
+        if (event.data.fd == wake_fd_) return;  // stopping
+        handle_event(event);
+      }
+      if (!watching) {
+        // Asleep, woken by something else than a call: sleep on.
+        if (watcher_asleep_.load(std::memory_order_seq_cst)) continue;
+        watching = true;
+        last_look = std::chrono::steady_clock::now();
+        continue;
+      }
+      const auto now = std::chrono::steady_clock::now();
+      if (now - last_look < std::chrono::milliseconds(kTakeoverTickMs)) continue;
+      last_look = now;
+      if (look_at_calls()) continue;
+      // A whole tick without a call: sleep, unless one started meanwhile.
+      watcher_asleep_.store(true, std::memory_order_seq_cst);
+      if (any_call_running()) {
+        watcher_asleep_.store(false, std::memory_order_seq_cst);
+      } else {
+        watching = false;
+      }
+    }
   }
 
-  // Waits for one event and handles it; complete requests are queued for serve_loop.
-  void poll_once() {
-    epoll_event event{};
-    if (::epoll_wait(epoll_fd_, &event, 1, -1) != 1) return;  // interrupted
+  // Whether a reader runs a call now.
+  bool any_call_running() {
+    std::lock_guard<std::mutex> g(conns_m_);
+    for (auto& [fd, conn] : conns_) {
+      if ((conn->reader.load(std::memory_order_seq_cst) & kInCall) != 0) return true;
+    }
+    return false;
+  }
+
+  void handle_event(const epoll_event& event) {
     const int fd = event.data.fd;
-    if (fd == wake_fd_) return;  // stopping_ is already set
-    if (fd == work_fd_) {
+    if (fd == tick_fd_) {
       uint64_t count = 0;
-      [[maybe_unused]] ssize_t r = ::read(work_fd_, &count, sizeof count);
+      [[maybe_unused]] ssize_t r = ::read(tick_fd_, &count, sizeof count);
+      rearm(tick_fd_, EPOLLIN);
       return;
     }
     if (fd == rest_fd_) {
@@ -451,30 +678,63 @@ class SocketRpcRuntime final : public RpcRuntime {
       std::lock_guard<std::mutex> g(conns_m_);
       if (auto it = conns_.find(fd); it != conns_.end()) conn = it->second;
     }
-    if (!conn) return;
-    if ((event.events & EPOLLOUT) != 0) conn->flush();
-    std::vector<Call> calls;
-    bool open = false;
+    if (conn) conn->flush();  // a write event: the socket takes replies again
+  }
+
+  // A connection whose reader has been in the same call since the last tick, and whose
+  // client has sent more (or left), gets a new reader: a call that blocks holds up neither
+  // the next calls of its connection nor the news that the client went.
+  // Answers whether calls ran or started since the last look.
+  bool look_at_calls() {
+    std::vector<std::shared_ptr<Connection>>& stuck = stuck_;  // the poll thread's own
+    stuck.clear();
+    bool active = false;
     {
-      std::lock_guard<std::mutex> g(conn->read_m);
-      open = read_connection(*conn, conn, calls);
-    }
-    if (open) {
-      conn->rearm();
-    } else {
-      conn->remove();
-      {
-        std::lock_guard<std::mutex> g(conns_m_);
-        conns_.erase(fd);
+      std::lock_guard<std::mutex> g(conns_m_);
+      for (auto& [fd, conn] : conns_) {
+        const uint64_t calls = conn->reader_calls.load(std::memory_order_relaxed);
+        const bool in_call = (conn->reader.load(std::memory_order_relaxed) & kInCall) != 0;
+        if (in_call && calls == conn->seen_calls) stuck.push_back(conn);
+        active = active || in_call || calls != conn->seen_calls;
+        conn->seen_calls = calls;
       }
-      wake_listener();  // a descriptor and a connection slot may be free again
     }
-    if (!calls.empty()) {
+    if (stuck.empty()) return active;
+    std::vector<pollfd>& fds = stuck_fds_;
+    fds.clear();
+    for (auto& conn : stuck) fds.push_back(pollfd{conn->fd, POLLIN, 0});
+    if (::poll(fds.data(), fds.size(), 0) <= 0) {
+      stuck.clear();
+      return active;
+    }
+    for (size_t i = 0; i < stuck.size(); ++i) {
+      if (fds[i].revents == 0) continue;
+      // Under the lock under which a reader ends its call: either the call ended and its
+      // reader reads on, or the new reader has the connection and the old one will leave.
+      uint64_t state = stuck[i]->reader.load(std::memory_order_relaxed);
+      if ((state & kInCall) == 0) continue;
+      // The new reader's thread is had first: without one the old reader keeps the
+      // connection, and a later tick tries again. The connection is then handed over only if
+      // the call has not ended meanwhile (else its reader reads on and the task goes).
       std::lock_guard<std::mutex> g(m_);
-      for (Call& c : calls) queue_.push_back(std::move(c));
+      Task task;
+      task.conn = stuck[i];
+      task.reader = state / 2 + 1;
+      if (!post_locked(std::move(task))) continue;
+      if (!stuck[i]->reader.compare_exchange_strong(state, 2 * (state / 2 + 1),
+                                                    std::memory_order_relaxed)) {
+        tasks_.pop_back();  // still ours: no worker takes a task while m_ is held
+      }
     }
-    // The last reference to a connection that ended may go here, outside every lock: its
-    // contexts are run down.
+    stuck.clear();
+    return active;
+  }
+
+  void rearm(int fd, uint32_t events) {
+    epoll_event ev{};
+    ev.events = events | EPOLLONESHOT;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, fd, &ev);
   }
 
   // The connections the runtime takes at most: the configured bound, and never more than half
@@ -491,7 +751,8 @@ class SocketRpcRuntime final : public RpcRuntime {
   // A connection that is refused as a whole: the refusal (call id 0) fits in the new socket's
   // empty buffer, so it is sent without waiting, and the connection is closed.
   static void refuse_connection(int fd) {
-    const std::vector<uint8_t> frame = fault_frame(0, kRpcServerTooBusy);
+    wire::FrameWriter frame;
+    write_fault(frame, 0, kRpcServerTooBusy);
     [[maybe_unused]] ssize_t n =
         ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     ::close(fd);
@@ -503,7 +764,8 @@ class SocketRpcRuntime final : public RpcRuntime {
   bool accept_all() {
     const size_t bound = connection_bound();
     for (int i = 0; i < kAcceptsPerEvent; ++i) {
-      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      // Blocking: the connection's reader waits in it. Replies are sent without waiting.
+      const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) {
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
@@ -524,10 +786,22 @@ class SocketRpcRuntime final : public RpcRuntime {
         refuse_connection(fd);
         continue;
       }
-      epoll_event ev{};
-      ev.events = kReadEvents;
-      ev.data.fd = fd;
-      ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &ev);
+      bool reader = false;
+      {
+        std::lock_guard<std::mutex> g(m_);
+        Task task;
+        task.conn = conn;
+        reader = post_locked(std::move(task));
+      }
+      if (!reader) {
+        // No thread to read it: refused as a whole.
+        wire::FrameWriter frame;
+        write_fault(frame, 0, kRpcServerTooBusy);
+        [[maybe_unused]] ssize_t n =
+            ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        std::lock_guard<std::mutex> g(conns_m_);
+        conns_.erase(fd);  // the last reference: the socket is closed
+      }
     }
     return true;
   }
@@ -563,65 +837,70 @@ class SocketRpcRuntime final : public RpcRuntime {
     rearm(listen_fd_, EPOLLIN);
   }
 
-  // Reads what is there (a bounded amount, so that one busy client cannot keep a thread
-  // from the others) and takes every complete request. False when the connection ends.
-  bool read_connection(Connection& c, const std::shared_ptr<Connection>& ref,
-                       std::vector<Call>& calls) {
-    uint8_t buf[4096];
-    for (int reads = 0; reads < kReadsPerEvent; ++reads) {
-      const ssize_t n = ::recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
-      if (n == 0) return false;
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        if (errno == EAGAIN || errno == EWOULDBLOCK) break;
-        return false;
-      }
-      c.inbuf.insert(c.inbuf.end(), buf, buf + n);
-      if (!take_frames(c, ref, calls)) return false;
-      // A short read emptied the socket; what comes later fires the re-armed event.
-      if (static_cast<size_t>(n) < sizeof buf) break;
-    }
-    return true;
-  }
-
-  bool take_frames(Connection& c, const std::shared_ptr<Connection>& ref,
-                   std::vector<Call>& calls) {
+  // Takes the complete requests in [p, p + n); answers how many bytes they took. `ok` is
+  // false when the stream broke.
+  size_t take_frames(Connection& c, const uint8_t* p, size_t n, std::vector<Call>& calls,
+                     bool& ok) {
     size_t off = 0;
-    while (c.inbuf.size() - off >= wire::kLengthBytes) {
-      const uint32_t len = wire::load_u32(c.inbuf.data() + off);
+    ok = true;
+    while (n - off >= wire::kLengthBytes) {
+      const uint32_t len = wire::load_u32(p + off);
       if (len < 8 || len > wire::kMaxRequestBody) {
         // The stream cannot be followed past a bad length: refuse and hang up.
-        c.send_reply(fault_frame(0, kRpcProtocolError));
-        return false;
+        wire::FrameWriter refusal;
+        write_fault(refusal, 0, kRpcProtocolError);
+        c.send_reply(refusal);
+        ok = false;
+        return off;
       }
-      if (c.inbuf.size() - off - wire::kLengthBytes < len) break;
-      const uint8_t* body = c.inbuf.data() + off + wire::kLengthBytes;
+      if (n - off - wire::kLengthBytes < len) break;
+      const uint8_t* body = p + off + wire::kLengthBytes;
       off += wire::kLengthBytes + len;
       if (c.in_flight.load(std::memory_order_relaxed) >= limits_.max_calls_per_connection) {
-        c.send_reply(fault_frame(wire::load_u32(body), kRpcServerTooBusy));
+        wire::FrameWriter refusal;
+        write_fault(refusal, wire::load_u32(body), kRpcServerTooBusy);
+        c.send_reply(refusal);
         continue;
       }
       c.in_flight.fetch_add(1, std::memory_order_relaxed);
-      calls.push_back(Call{ref, std::vector<uint8_t>(body, body + len)});
+      // The connection is named (a reference taken) only for a call that leaves its reader.
+      Call& call = calls.emplace_back();
+      call.size = len;
+      std::memcpy(call.body.data(), body, len);
     }
-    c.inbuf.erase(c.inbuf.begin(), c.inbuf.begin() + static_cast<std::ptrdiff_t>(off));
-    return true;
+    return off;
   }
 
-  void run_call(Call& call, RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
-    const std::vector<uint8_t> reply = handle(*call.conn, call.body, dispatch, diagnostics);
+  void run_call(Connection& conn, Call& call, RpcDispatch* dispatch,
+                DiagnosticsDispatch* diagnostics) {
+    wire::FrameWriter reply(reply_body_bytes(call));
+    handle(conn, call.body.data(), call.size, dispatch, diagnostics, reply);
     // Counted out before the reply goes: a client that has its reply may send the next
     // call at once, and that one must find the room.
-    call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
-    call.conn->send_reply(reply);
-    call = Call{};  // may be the last reference: runs the connection's contexts down
+    conn.in_flight.fetch_sub(1, std::memory_order_relaxed);
+    conn.send_reply(reply);
+    call.conn.reset();  // may be the last reference: runs the connection's contexts down
+  }
+
+  // The largest reply body a call can have, so that its frame is sized once: only a
+  // QueryArray's reply (and a diagnostics text, which is sized when known) may not fit inline.
+  static size_t reply_body_bytes(const Call& call) {
+    if (call.size < 8 || wire::load_u32(call.body.data() + 4) != kQueryArray ||
+        call.size != wire::request_body_size(kQueryArray)) {
+      return wire::FrameWriter::kInlineBody;
+    }
+    const auto count = static_cast<int32_t>(wire::load_u32(call.body.data() + call.size - 4));
+    if (count < 0 || count > kMaxArrayCount) return wire::FrameWriter::kInlineBody;
+    return 16 + 4 * static_cast<size_t>(count);
   }
 
   // A call that never reaches the procedures: it is answered with `fault`.
   void refuse_call(Call& call, uint32_t fault) {
     call.conn->in_flight.fetch_sub(1, std::memory_order_relaxed);
-    call.conn->send_reply(fault_frame(wire::load_u32(call.body.data()), fault));
-    call = Call{};
+    wire::FrameWriter refusal;
+    write_fault(refusal, wire::load_u32(call.body.data()), fault);
+    call.conn->send_reply(refusal);
+    call.conn.reset();
   }
 
   Uuid new_context_uuid() {
@@ -639,15 +918,15 @@ class SocketRpcRuntime final : public RpcRuntime {
   }
 
   // A call of the diagnostics interface: no context, the text sized to the caller's room.
-  std::vector<uint8_t> handle_diagnostics(uint32_t call_id, uint32_t proc, wire::Reader& in,
-                                          DiagnosticsDispatch* dispatch) {
-    if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
+  void handle_diagnostics(uint32_t call_id, uint32_t proc, wire::Reader& in,
+                          DiagnosticsDispatch* dispatch, wire::FrameWriter& out) {
+    if (dispatch == nullptr) return fail_call(out, call_id, kRpcUnknownIf);
     int32_t count = 0, capacity = 0;
     const uint32_t op = proc & ~kDiagnosticsInterfaceBit;
     if (op == kReadHistory) in.i32(count);
     in.i32(capacity);
     if (capacity < 0 || capacity > kMaxDiagnosticsBytes) {
-      return fault_frame(call_id, kRpcInvalidBound);
+      return fail_call(out, call_id, kRpcInvalidBound);
     }
     int32_t status = 0, length = 0;
     std::string text;
@@ -655,36 +934,35 @@ class SocketRpcRuntime final : public RpcRuntime {
       ClockAttachment attach(clock_);
       run_diagnostics(*dispatch, op, count, capacity, status, length, text);
     } catch (const RpcFault& f) {
-      return fault_frame(call_id, f.code());
+      return fail_call(out, call_id, f.code());
     } catch (...) {
-      return fault_frame(call_id, kRpcCallFailed);
+      return fail_call(out, call_id, kRpcCallFailed);
     }
-    wire::Writer out;
+    out.reset(20 + text.size());
     out.u32(call_id);
     out.u32(0);
     out.i32(status);
     out.i32(length);
     out.u32(static_cast<uint32_t>(text.size()));
-    out.bytes().insert(out.bytes().end(), text.begin(), text.end());
-    return out.frame();
+    out.bytes(text.data(), text.size());
   }
 
-  std::vector<uint8_t> handle(Connection& c, const std::vector<uint8_t>& body,
-                              RpcDispatch* dispatch, DiagnosticsDispatch* diagnostics) {
-    wire::Reader in(body.data(), body.size());
+  // Runs one request and writes its reply (sized for it by the caller) to `out`.
+  void handle(Connection& c, const uint8_t* body, size_t size, RpcDispatch* dispatch,
+              DiagnosticsDispatch* diagnostics, wire::FrameWriter& out) {
+    wire::Reader in(body, size);
     uint32_t call_id = 0;
     uint32_t proc = 0;
     in.u32(call_id);
     in.u32(proc);
     const size_t expected = wire::request_body_size(proc);
-    if (expected == 0) return fault_frame(call_id, kRpcProcnumOutOfRange);
-    if (body.size() != expected) return fault_frame(call_id, kRpcProtocolError);
+    if (expected == 0) return fail_call(out, call_id, kRpcProcnumOutOfRange);
+    if (size != expected) return fail_call(out, call_id, kRpcProtocolError);
     if ((proc & kDiagnosticsInterfaceBit) != 0) {
-      return handle_diagnostics(call_id, proc, in, diagnostics);
+      return handle_diagnostics(call_id, proc, in, diagnostics, out);
     }
-    if (dispatch == nullptr) return fault_frame(call_id, kRpcUnknownIf);
+    if (dispatch == nullptr) return fail_call(out, call_id, kRpcUnknownIf);
 
-    wire::Writer out;
     out.u32(call_id);
     out.u32(0);
     try {
@@ -694,7 +972,7 @@ class SocketRpcRuntime final : public RpcRuntime {
           // pass the bound together.
           std::lock_guard<std::mutex> g(c.ctx_m);
           if (c.contexts.size() + c.contexts_opening >= limits_.max_contexts_per_connection) {
-            return fault_frame(call_id, kRpcOutOfResources);
+            return fail_call(out, call_id, kRpcOutOfResources);
           }
           ++c.contexts_opening;
         }
@@ -715,17 +993,17 @@ class SocketRpcRuntime final : public RpcRuntime {
           c.contexts[handle.uuid] = {object, dispatch};
         }
         out.context(handle);
-        return out.frame();
+        return;
       }
       ContextHandleWire handle;
       in.context(handle);
-      if (handle.is_null()) return fault_frame(call_id, kRpcNullContext);
+      if (handle.is_null()) return fail_call(out, call_id, kRpcNullContext);
       std::pair<ContextObject, RpcDispatch*> entry{nullptr, nullptr};
       {
         std::lock_guard<std::mutex> g(c.ctx_m);
         auto it = c.contexts.find(handle.uuid);
         if (it == c.contexts.end() || handle.attributes != 0) {
-          return fault_frame(call_id, kErrorInvalidHandle);
+          return fail_call(out, call_id, kErrorInvalidHandle);
         }
         entry = it->second;
         if (proc == kCloseControlContext) c.contexts.erase(it);
@@ -736,7 +1014,7 @@ class SocketRpcRuntime final : public RpcRuntime {
           entry.second->close_context(entry.first);
         }
         out.context(ContextHandleWire{});
-        return out.frame();
+        return;
       }
       int32_t command = 0, a = 0, b = 0, status = 0, value = 0;
       const int longs = long_arguments(proc);
@@ -744,7 +1022,7 @@ class SocketRpcRuntime final : public RpcRuntime {
       if (longs >= 2) in.i32(a);
       if (longs >= 3) in.i32(b);
       if (proc == kQueryArray && (a < 0 || a > kMaxArrayCount)) {
-        return fault_frame(call_id, kRpcInvalidBound);
+        return fail_call(out, call_id, kRpcInvalidBound);
       }
       std::vector<int32_t> values(proc == kQueryArray ? static_cast<size_t>(a) : 0, 0);
       {
@@ -773,11 +1051,10 @@ class SocketRpcRuntime final : public RpcRuntime {
         out.u32(static_cast<uint32_t>(values.size()));
         for (int32_t v : values) out.i32(v);
       }
-      return out.frame();
     } catch (const RpcFault& f) {
-      return fault_frame(call_id, f.code());
+      return fail_call(out, call_id, f.code());
     } catch (...) {
-      return fault_frame(call_id, kRpcCallFailed);
+      return fail_call(out, call_id, kRpcCallFailed);
     }
   }
 
@@ -788,28 +1065,41 @@ class SocketRpcRuntime final : public RpcRuntime {
   std::condition_variable state_cv_;
   int listen_fd_ = -1;
   std::string endpoint_;
-  RpcDispatch* dispatch_ = nullptr;
-  DiagnosticsDispatch* diag_dispatch_ = nullptr;  // non-null while registered
+  // Set under m_, read by calls without it (acquire: what they point to is complete).
+  std::atomic<RpcDispatch*> dispatch_{nullptr};
+  std::atomic<DiagnosticsDispatch*> diag_dispatch_{nullptr};  // non-null while registered
   bool published_ = false;
   uint32_t max_calls_;  // calls that run at once (limits_.max_calls)
   bool serving_ = false;
   bool stopping_ = false;
+  std::atomic<bool> stop_seen_{false};  // stopping_, for readers between two reads
   bool stopped_ = false;
   bool listening_call_ = false;
   int epoll_fd_ = -1;
   int wake_fd_ = -1;
-  int work_fd_ = -1;
+  int tick_fd_ = -1;  // wakes the poll thread to watch the calls that run on their readers
   int rest_fd_ = -1;  // timer that ends a rest of the listener
   std::mutex spare_m_;
   int spare_fd_ = -1;  // under spare_m_ (while serving): see refuse_with_spare
   std::atomic<bool> listener_resting_{false};
   std::atomic<size_t> live_connections_{0};
-  // Under m_: calls read but not started, the runtime's threads, those not in a call (they
-  // poll or are about to) and the calls running.
+  // Under m_: calls read but not started (they wait for room under max_calls), work for the
+  // workers, the runtime's threads, the workers waiting for work and the calls running.
   std::deque<Call> queue_;
+  std::deque<Task> tasks_;
+  std::condition_variable work_cv_;
   std::vector<std::thread> threads_;
-  size_t idle_ = 0;
-  size_t running_ = 0;
+  size_t idle_workers_ = 0;
+  // Calls running (each took room under max_calls) and calls waiting in queue_; apart from
+  // the other fields, since every call changes the first.
+  alignas(64) std::atomic<uint32_t> running_{0};
+  alignas(64) std::atomic<size_t> waiting_{0};
+  // Whether the poll thread sleeps without watching the calls (see watch_call and
+  // poll_loop).
+  std::atomic<bool> watcher_asleep_{true};
+  // The poll thread's own, kept from tick to tick.
+  std::vector<std::shared_ptr<Connection>> stuck_;
+  std::vector<pollfd> stuck_fds_;
   std::mutex conns_m_;
   std::unordered_map<int, std::shared_ptr<Connection>> conns_;
   std::mt19937_64 rng_;

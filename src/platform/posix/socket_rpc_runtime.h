@@ -2,33 +2,37 @@
 // The control interface's runtime on Linux: a local stream socket in the abstract namespace
 // named after the endpoint, serving the frames of docs/control-wire-format.md.
 //
-// Threads. The runtime's threads share one epoll set and each runs the same loop: take a
-// waiting call if one may start, else wait for one socket event. The thread that reads a
-// complete request runs it itself and sends the reply, so a lone call costs one wake-up
-// (the reading thread's), as a bare socket exchange does; there is no hand-off from a
-// reading thread to a call thread and back.
-// - Each connection (and the listening socket) is armed one-shot: one thread at a time reads
-//   it, and re-arms it before it runs the call, so the next request of the same connection
-//   (an overlapping call) is read and run by another thread.
-// - A thread that starts a call first makes sure another thread is left to poll (it starts
-//   one when none is idle), so a call that blocks (SetUserMode waits for the loop mutex; a
-//   call on a virtual clock waits for its turn) holds only its own thread: the other
-//   connections, and the other calls of its connection, go on.
-// - Several requests read at once are queued; the reading thread runs the first waiting one
-//   and wakes a polling thread (through an event in the same epoll set) for the next.
-// - Up to max_calls calls run at once (one thread more polls); further calls wait in the
-//   queue, oldest first, and a thread that finishes a call takes the next one before it
-//   polls again.
-// - A connection's event reads at most 64 KiB before the connection is re-armed, so one
-//   busy client cannot keep a thread from the others.
-// Stopping sets a level-triggered event that every polling thread sees; threads in calls
-// finish them, waiting calls are dropped and every open context is run down.
+// Threads. Each connection has a reader thread that waits in the connection's socket (a
+// blocking receive), so that a request wakes the very thread that runs it and sends the
+// reply: one receive and one send per call, as in a bare exchange, with no hand-off and no
+// poll set in between. Beside the readers, one poll thread takes connections (and rests the
+// listener), sends the replies that waited for a full socket, and watches the calls.
+// - A reader runs the first request of a read on its own thread; requests read together
+//   with it run on workers at once, side by side.
+// - While a reader runs a call nobody reads its connection. The poll thread looks every
+//   tick (1 ms) for a reader that has been in the same call for a whole tick while its
+//   client sent more or left, and gives the connection a new reader; the old one leaves
+//   once its call ends. A call that blocks (SetUserMode waits for the loop mutex; a call on
+//   a virtual clock waits for its turn) so holds up neither the other connections nor, for
+//   more than a tick, the other calls of its own connection. The poll thread watches only
+//   while calls run or start, so an idle service never wakes for it, and a steady client's
+//   calls never have to wake it.
+// - Up to max_calls calls run at once; further calls wait, oldest first, and a call that
+//   ends starts the oldest waiting one on a worker. Room is taken and given back without a
+//   lock; the runtime's lock is taken only when calls wait or several came in one read.
+// - Threads are kept: a reader whose connection ends, or a worker whose call ends, waits
+//   for the next connection or call.
+// Stopping ends the poll thread, then shuts every connection, so that each reader sees the
+// end; threads in calls finish them, waiting calls are dropped and every open context is
+// run down.
 //
-// Abuse. No thread ever blocks on a client: replies and refusals are written without
-// blocking, what the socket does not take waits in a bounded per-connection buffer that is
-// sent as the socket drains, and a connection whose buffer would overflow is dropped. The
-// connections, the calls and contexts of one connection and the runtime's threads are all
-// bounded (SocketRuntimeLimits); what lies beyond a bound is refused at once, never queued.
+// Abuse. No thread ever blocks on a client but that connection's own reader: replies and
+// refusals are written without blocking, what the socket does not take waits in a bounded
+// per-connection buffer that is sent as the socket drains, and a connection whose buffer
+// would overflow is dropped. The connections, the calls and contexts of one connection and
+// the runtime's threads (a reader per connection, one more per call that outlasts a tick,
+// a worker per call that runs beside its reader's) are all bounded (SocketRuntimeLimits);
+// what lies beyond a bound is refused at once, never queued.
 // When the process runs out of descriptors the listener does not spin: a spare descriptor
 // is given up to accept and refuse the waiting connection, and failing that the listener
 // rests until a connection ends or a short timer fires.

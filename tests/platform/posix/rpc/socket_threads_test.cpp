@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -113,6 +114,35 @@ TEST(RpcSocketThreads, RequestsReadTogetherRunOnSeparateThreads) {
     EXPECT_EQ(r->fault, 0u);
   }
   EXPECT_EQ(gate.most(), static_cast<int>(kBatch));
+}
+
+// A connection's calls are read and run by its own reader thread, which waits in the socket
+// itself: no call is handed to another thread, and two connections never share one.
+TEST(RpcSocketThreads, EachConnectionsCallsRunOnItsOwnReaderThread) {
+  TestServer server("threads-reader");
+  std::mutex m;
+  std::map<std::thread::id, int> calls_per_thread;
+  server.target.set_on_call([&] {
+    std::lock_guard<std::mutex> g(m);
+    ++calls_per_thread[std::this_thread::get_id()];
+  });
+  auto first = server.connect();
+  auto second = server.connect();
+  ASSERT_TRUE(first && second);
+  ContextHandleWire first_ctx, second_ctx;
+  ASSERT_EQ(first->open_context(first_ctx), 0u);
+  ASSERT_EQ(second->open_context(second_ctx), 0u);
+  constexpr int kCalls = 50;
+  for (int i = 0; i < kCalls; ++i) {
+    for (auto* c : {&first, &second}) {
+      int32_t status = -1, position = -1;
+      const ContextHandleWire& ctx = c == &first ? first_ctx : second_ctx;
+      ASSERT_EQ((*c)->query_indexed_value(ctx, kGetSwitchPosition, 0, status, position), 0u);
+    }
+  }
+  std::lock_guard<std::mutex> g(m);
+  ASSERT_EQ(calls_per_thread.size(), 2u);
+  for (const auto& [id, calls] : calls_per_thread) EXPECT_EQ(calls, kCalls);
 }
 
 // Procedures that hold every query at the gate.
