@@ -27,14 +27,17 @@ const SimInterface* find_interface(const std::vector<SimInterface>& list, const 
 
 }  // namespace
 
+char counter_instance_char(char c) {
+  if (c == '(') return '[';
+  if (c == ')') return ']';
+  // Windows publishes these as "_" in a network interface's instance name.
+  if (c == '#' || c == '/' || c == '\\') return '_';
+  return c;
+}
+
 std::string counter_instance_name(const std::string& description) {
   std::string name = description;
-  for (char& c : name) {
-    if (c == '(') c = '[';
-    if (c == ')') c = ']';
-    // Windows publishes these as "_" in a network interface's instance name.
-    if (c == '#' || c == '/' || c == '\\') c = '_';
-  }
+  for (char& c : name) c = counter_instance_char(c);
   return name;
 }
 

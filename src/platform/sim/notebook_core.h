@@ -101,5 +101,7 @@ class NotebookCore {
 
 // The counter instance name of a WLAN interface description.
 std::string counter_instance_name(const std::string& description);
+// The character that stands for `c` of a description in its counter instance name.
+char counter_instance_char(char c);
 
 }  // namespace zaltor::platform::sim

@@ -14,17 +14,29 @@
 namespace zaltor::platform::sim {
 namespace {
 
+char lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 std::string lower(std::string s) {
-  for (char& c : s) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : s) c = lower(c);
   return s;
+}
+
+// Whether the counter instance name of `description` is `instance` (lower case), whatever
+// the case; compared in place, as every collection looks the interface up again.
+bool instance_is(const std::string& description, const std::string& instance) {
+  if (description.size() != instance.size()) return false;
+  for (size_t i = 0; i < instance.size(); ++i) {
+    if (lower(counter_instance_char(description[i])) != instance[i]) return false;
+  }
+  return true;
 }
 
 struct SimCounter {
   enum Kind { kRssi, kBandwidth, kBytesTotal } kind = kRssi;
   char letter = 0;       // kRssi
-  std::string instance;  // the network interface counters
+  std::string instance;  // the network interface counters, in lower case
   bool valid = false;    // the last sample holds a value
   int64_t value = 0;
 };
@@ -71,7 +83,7 @@ class SimCounterQuery final : public CounterQuery {
       } else {
         return kPdhNoCounter;
       }
-      c.instance = instance;
+      c.instance = lower(instance);
     } else {
       return kPdhNoObject;
     }
@@ -100,7 +112,7 @@ class SimCounterQuery final : public CounterQuery {
  private:
   const SimInterface* interface_locked(const std::string& instance) const {
     for (const auto& i : core_.scenario.interfaces) {
-      if (lower(counter_instance_name(i.description)) == lower(instance)) return &i;
+      if (instance_is(i.description, instance)) return &i;
     }
     return nullptr;
   }
