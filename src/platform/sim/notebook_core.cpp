@@ -62,7 +62,6 @@ uint32_t NotebookCore::status_word_locked() const {
 
 void NotebookCore::set_lines_locked(uint32_t lines) {
   scenario.firmware.lines = lines & 0xFFu;
-  doc["firmware"]["lines"] = scenario.firmware.lines;
   publish_lines_locked();
 }
 
@@ -118,6 +117,8 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
     }
   }
   std::lock_guard<std::mutex> g(mutex);
+  doc["firmware"]["lines"] =
+      scenario.firmware.lines;  // the live lines, as set_lines_locked left them
   json next = doc;
   next.merge_patch(patch);
   Scenario ns;
@@ -127,6 +128,7 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
   const json old_doc = std::move(doc);
   doc = std::move(next);
   scenario = std::move(ns);
+  ++generation;
   if (scenario.seed != old.seed) rng_.seed(scenario.seed);
 
   if (scenario.lid_open != old.lid_open) {
