@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "log/printf_format.h"
 #include "log/text_limits.h"
 #include "platform/log.h"
 
@@ -18,7 +19,7 @@ void LineBuffer::assemble(uint8_t level, const char* fmt, va_list ap, LogEntryWr
     const size_t room = kCapacity - length;  // the text and its terminator
     va_list again;
     va_copy(again, ap);
-    const int n = std::vsnprintf(buffer_ + length, room, fmt, ap);
+    const int n = format_into(buffer_ + length, room, fmt, ap);
     if (n < 0) {
       buffer_[length] = '\0';  // a format error adds nothing
       if (call_text != nullptr) call_text->length_ = 0;
