@@ -131,15 +131,6 @@ bool parse_spec(const char* p, Spec& s) {
   }
 }
 
-// Whether every conversion of `fmt` is formatted here.
-bool all_supported(const char* fmt) {
-  Spec s;
-  for (const char* p = std::strchr(fmt, '%'); p != nullptr; p = std::strchr(s.end, '%')) {
-    if (!parse_spec(p, s)) return false;
-  }
-  return true;
-}
-
 // The text so far, cut to the buffer as vsnprintf cuts it; `length` counts it all.
 class Output {
  public:
@@ -219,9 +210,8 @@ unsigned long long magnitude_of(Signed v) {
 }  // namespace
 
 int format_into(char* out, size_t capacity, const char* fmt, va_list ap) {
-  if (!all_supported(fmt)) return std::vsnprintf(out, capacity, fmt, ap);
-  // The arguments are read from a copy: a case left to the C library then formats the
-  // whole call again from `ap`, which is still untouched.
+  // The arguments are read from a copy: a case left to the C library, found on the way,
+  // then formats the whole call again from `ap`, which is still untouched.
   va_list args;
   va_copy(args, ap);
   bool to_c_library = false;
@@ -235,7 +225,10 @@ int format_into(char* out, size_t capacity, const char* fmt, va_list ap) {
       break;
     }
     o.put(p, static_cast<size_t>(next - p));
-    parse_spec(next, s);
+    if (!parse_spec(next, s)) {
+      to_c_library = true;
+      break;
+    }
     p = s.end;
     int width = s.width;
     if (s.width_arg) {

@@ -8,10 +8,10 @@
 // "-+ 0", a width and a precision (numbers or "*") and the length modifiers hh h l ll z j t.
 // Fixed-point numbers go through std::to_chars, which rounds exactly as printf does (the
 // exact binary value, ties to even). Whatever else a format holds (e g a p n, "#", "L",
-// wide characters) sends the whole call to vsnprintf before any argument is read; so do
-// the arguments whose text is the C library's own choice (a null string, an infinite or
-// NaN number) and widths or precisions beyond the buffers here, found while formatting:
-// the arguments are read from a copy, and vsnprintf then formats the call from the start.
+// wide characters), the arguments whose text is the C library's own choice (a null
+// string, an infinite or NaN number) and widths or precisions beyond the buffers here send
+// the whole call to vsnprintf when they are met: the arguments are read from a copy, and
+// vsnprintf formats the call again from the start.
 
 #include <cstdarg>
 #include <cstddef>
