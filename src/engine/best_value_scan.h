@@ -14,9 +14,6 @@ constexpr double kScanStart = -2147483648.0;
 // There are at most kMaxModes modes, so at most kMaxModes - 1 ties.
 class ModeIndexList {
  public:
-  using value_type = int;
-  using const_iterator = const int*;
-
   void push_back(int index) {
     if (size_ < indices_.size()) indices_[size_++] = index;
   }

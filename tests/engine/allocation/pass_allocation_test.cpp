@@ -93,8 +93,8 @@ RigOptions four_switch_notebook() {
   nlohmann::json rates = nlohmann::json::array();
   for (int m = 0; m < 16; ++m) rates.push_back(300.0 + 37.5 * m);
   nlohmann::json rssi = nlohmann::json::array();
-  const int kMain[4] = {-55, -70, -66, -60};
-  const int kDiv[4] = {-62, -58, -61, -64};
+  static constexpr int kMain[4] = {-55, -70, -66, -60};
+  static constexpr int kDiv[4] = {-62, -58, -61, -64};
   for (int p = 0; p < 4; ++p) rssi.push_back({{"Main", kMain[p]}, {"Div", kDiv[p]}});
   const nlohmann::json patch = {
       {"firmware", {{"switchCount", 4}, {"lines", 255}}},
