@@ -17,10 +17,8 @@ constexpr int kMaxField = 4096;
 
 enum class Length { kNone, kHh, kH, kL, kLl, kZ, kJ, kT };
 
-// One conversion of a format: the text from "%" to the conversion character, and what it
-// says.
+// One conversion of a format, from "%" to the conversion character: what it says.
 struct Spec {
-  const char* begin = nullptr;
   const char* end = nullptr;  // one past the conversion character
   bool left = false;
   bool plus = false;
@@ -52,7 +50,7 @@ bool parse_number(const char*& p, int& value) {
 // Parses the conversion that begins at `p` ("%"); false for one that is not formatted here.
 bool parse_spec(const char* p, Spec& s) {
   s = Spec{};
-  s.begin = p++;
+  ++p;  // the "%"
   for (;; ++p) {
     if (*p == '-') {
       s.left = true;
