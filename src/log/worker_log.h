@@ -10,10 +10,10 @@
 //        |  (platform::Log&, held from the worker's construction)
 //        v
 //   WorkerLog::vwrite  -- detached (before Init, after the service object goes): dropped
-//        |-- LineBuffer::assemble (line_buffer.h): the call is formatted once, straight
-//        |        into the line buffer after the pending text; each complete line (at "\n",
-//        |        or at the length limit) is copied to the stack and goes on, with its
-//        |        level, to
+//        |-- LineBuffer::assemble (line_buffer.h): the call is formatted once
+//        |        (format_into, printf_format.h), straight into the line buffer after the
+//        |        pending text; each complete line (at "\n", or at the length limit) is
+//        |        copied to the stack and goes on, with its level, to
 //        |   LogEntryWriter::WriteLogEntry (log_entry_writer.h; the service object's
 //        |        log-entry operation): the console echo when the service runs in a
 //        |        console, then write_log_event (log_event.h), which asks the trace
