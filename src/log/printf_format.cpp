@@ -198,6 +198,53 @@ void put_integer(Output& out, const Spec& s, int width, int precision, bool nega
   put_padded(out, s, width, sign, body, n, s.zero && !s.left && precision < 0);
 }
 
+// `v` (finite, not negative) with `places` decimals, as printf rounds it (the exact binary
+// value, ties to even), into `out`: the length, or 0 when left to std::to_chars. The log's
+// numbers ("%.1lf" of a rate) take this way: below 2^53 with at most three decimals the
+// exact value times 10^places is a 64-bit integer times a power of two, so that the rounding
+// is integer arithmetic.
+size_t fixed_few_places(double v, int places, char* out) {
+  static constexpr uint64_t kPow10[] = {1, 10, 100, 1000};
+  if (places > 3) return 0;
+  uint64_t bits = 0;
+  std::memcpy(&bits, &v, sizeof bits);
+  const int exponent_bits = static_cast<int>(bits >> 52);
+  const uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
+  // v = mantissa * 2^exponent exactly.
+  const uint64_t mantissa = exponent_bits == 0 ? fraction : (fraction | (uint64_t{1} << 52));
+  const int exponent = (exponent_bits == 0 ? 1 : exponent_bits) - 1075;
+  if (exponent >= 0) return 0;  // 2^53 and beyond
+  const uint64_t pow10 = kPow10[places];
+  const uint64_t scaled = mantissa * pow10;  // below 2^63
+  const int shift = -exponent;
+  uint64_t q = 0;
+  if (shift < 64) {
+    q = scaled >> shift;
+    const uint64_t rest = scaled & ((uint64_t{1} << shift) - 1);
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+  }  // else below a half of the last place: 0
+  char whole[24];
+  char* w = whole + sizeof whole;
+  uint64_t integer = q / pow10;
+  do {
+    *--w = static_cast<char>('0' + integer % 10);
+    integer /= 10;
+  } while (integer != 0);
+  size_t n = static_cast<size_t>(whole + sizeof whole - w);
+  std::memcpy(out, w, n);
+  if (places > 0) {
+    out[n++] = '.';
+    uint64_t part = q % pow10;
+    for (int i = places - 1; i >= 0; --i) {
+      out[n + static_cast<size_t>(i)] = static_cast<char>('0' + part % 10);
+      part /= 10;
+    }
+    n += static_cast<size_t>(places);
+  }
+  return n;
+}
+
 template <typename Signed>
 unsigned long long magnitude_of(Signed v) {
   using Unsigned = std::make_unsigned_t<Signed>;
@@ -347,11 +394,16 @@ int format_into(char* out, size_t capacity, const char* fmt, va_list ap) {
         }
         // printf's rounding: the exact binary value, ties to even.
         char digits[kMaxField + 400];
-        const auto r = std::to_chars(digits, digits + sizeof digits, std::fabs(v),
-                                     std::chars_format::fixed, precision < 0 ? 6 : precision);
-        if (r.ec != std::errc{}) {
-          to_c_library = true;
-          break;
+        const int places = precision < 0 ? 6 : precision;
+        size_t n = fixed_few_places(std::fabs(v), places, digits);
+        if (n == 0) {
+          const auto r = std::to_chars(digits, digits + sizeof digits, std::fabs(v),
+                                       std::chars_format::fixed, places);
+          if (r.ec != std::errc{}) {
+            to_c_library = true;
+            break;
+          }
+          n = static_cast<size_t>(r.ptr - digits);
         }
         char sign = 0;
         if (std::signbit(v)) {
@@ -361,8 +413,7 @@ int format_into(char* out, size_t capacity, const char* fmt, va_list ap) {
         } else if (s.space) {
           sign = ' ';
         }
-        put_padded(o, s, width, sign, digits, static_cast<size_t>(r.ptr - digits),
-                   s.zero && !s.left);
+        put_padded(o, s, width, sign, digits, n, s.zero && !s.left);
         break;
       }
       default:
