@@ -110,6 +110,15 @@ void one_pass(NotebookRig& rig) {
   ASSERT_TRUE(rig.run_until_sleep_lines(rig.sleep_lines() + 1, kDayMs));
 }
 
+// The count is only worth something if the replacement is the operator new in use (a
+// statically linked runtime might bring its own).
+TEST(PassAllocation, TheCounterSeesAnAllocation) {
+  const uint64_t before = allocations.load(std::memory_order_relaxed);
+  int* volatile escaped = new int(1);
+  delete escaped;
+  EXPECT_EQ(allocations.load(std::memory_order_relaxed) - before, 1u);
+}
+
 TEST(PassAllocation, ASteadyStateDecisionPassAllocatesNothing) {
   NotebookRig rig(four_switch_notebook());
   ASSERT_EQ(rig.Init(), 0);
