@@ -46,13 +46,13 @@ struct Rec {
 };
 
 // How long a thread whose turn ended watches for the next one before it sleeps: first
-// spinning, then yielding its core to the thread that runs. Most turns are a few
-// microseconds (a monitor round, a step of the auto loop), which twenty yields cover; a
-// waiter that kept yielding through a long turn would only burn its core (and, on a busy
-// machine, other processes' time slices) for what one wake-up costs. On the decision-pass
-// benchmark twenty yields take a tenth less CPU than two hundred, and no more wall time.
+// spinning, then yielding its core to the thread that runs. On a busy machine fewer yields
+// take less CPU (twenty took a tenth less on the decision-pass benchmark), but where the
+// clock's threads have the cores to themselves a waiter that sleeps this early is woken for
+// nearly every turn: the same benchmark under SCHED_FIFO took twelve times the CPU with
+// twenty yields. Two hundred cover the turns of the auto loop and the monitor.
 constexpr int kSpinRounds = 0;
-constexpr int kYieldRounds = 20;
+constexpr int kYieldRounds = 200;
 
 inline void cpu_relax() {
 #if defined(__x86_64__) || defined(__i386__)
