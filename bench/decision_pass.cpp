@@ -6,9 +6,17 @@
 //   thread hand-overs). The passes follow each other on the loop's own timer, one second
 //   apart, and the benchmark's thread sleeps until each pass's last line, so that it adds
 //   no turns of its own; "allocs/pass" counts the operator new calls of the process.
+//   one_cpu:1 (the figure of the pass) runs the rig's threads on one CPU: in virtual time
+//   exactly one of them runs at a time, and on two cores a thread waiting for its turn
+//   spins on the other core through every turn of the others, which doubles the CPU time
+//   of a pass on an idle machine. That spinning belongs to the simulation: the service's
+//   threads sleep with the system. one_cpu:0 lets them run on any CPU, for comparison.
 // - bm_simulated_day_of_auto: the wall time of one simulated day of Auto mode while the radio
 //   changes every three minutes.
 #include <benchmark/benchmark.h>
+#if defined(__linux__)
+#include <sched.h>
+#endif
 
 #include <atomic>
 #include <cstdint>
@@ -120,7 +128,43 @@ RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_inte
   return o;
 }
 
+#if defined(__linux__)
+// The CPUs the process may use when it starts.
+const cpu_set_t& start_cpus() {
+  static const cpu_set_t kStart = [] {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof set, &set) != 0) CPU_SET(0, &set);
+    return set;
+  }();
+  return kStart;
+}
+#endif
+
+// Puts the calling thread, and the threads it starts from now on, on one CPU (the first the
+// process may use) or back on all of them. False where that cannot be done.
+bool use_one_cpu(bool one) {
+#if defined(__linux__)
+  cpu_set_t set = start_cpus();
+  if (one) {
+    int first = 0;
+    while (first < CPU_SETSIZE && !CPU_ISSET(first, &set)) ++first;
+    CPU_ZERO(&set);
+    CPU_SET(first, &set);
+  }
+  return sched_setaffinity(0, sizeof set, &set) == 0;
+#else
+  return !one;
+#endif
+}
+
+// Arg 1: the rig's threads share one CPU; 0: they may run on any.
 void bm_decision_pass_four_switches(benchmark::State& state) {
+  const bool one_cpu = state.range(0) == 1;
+  if (!use_one_cpu(one_cpu)) {
+    state.SkipWithError("the threads could not be put on one CPU");
+    return;
+  }
   NotebookRig h(four_switch_notebook(false, "1000", false));
   const int32_t init = h.Init();
   h.take_start_request();
@@ -142,9 +186,15 @@ void bm_decision_pass_four_switches(benchmark::State& state) {
         static_cast<double>(allocation_count() - allocations_before) / static_cast<double>(passes);
   }
 }
-BENCHMARK(bm_decision_pass_four_switches)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_decision_pass_four_switches)
+    ->ArgName("one_cpu")
+    ->Arg(1)
+    ->Arg(0)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
 
 void bm_simulated_day_of_auto(benchmark::State& state) {
+  use_one_cpu(false);
   for (auto _ : state) {
     NotebookRig h(four_switch_notebook(true));
     const int32_t init = h.Init();
