@@ -2,16 +2,83 @@
 // takes no real time:
 // - bm_decision_pass_four_switches: one full decision pass over four switches (sixteen modes,
 //   three samples each); the process CPU time per pass is what the loop costs beyond its
-//   waits (measuring, switching, deciding, logging and the clock's thread hand-overs).
+//   waits (measuring, switching, deciding, logging, the monitor's rounds and the clock's
+//   thread hand-overs). The passes follow each other on the loop's own timer, one second
+//   apart, and the benchmark's thread sleeps until each pass's last line, so that it adds
+//   no turns of its own; "allocs/pass" counts the operator new calls of the process.
+//   one_cpu:1 (the figure of the pass) runs the rig's threads on one CPU: in virtual time
+//   exactly one of them runs at a time, and on two cores a thread waiting for its turn
+//   spins on the other core through every turn of the others, which doubles the CPU time
+//   of a pass on an idle machine. That spinning belongs to the simulation: the service's
+//   threads sleep with the system. one_cpu:0 lets them run on any CPU, for comparison.
 // - bm_simulated_day_of_auto: the wall time of one simulated day of Auto mode while the radio
 //   changes every three minutes.
 #include <benchmark/benchmark.h>
+#if defined(__linux__)
+#include <sched.h>
+#endif
 
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 #include "rig/notebook_rig.h"
+
+// Every operator new of the process is counted: the replacements pair it with free(), which
+// GCC takes for a mismatch where it inlines the standard containers.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
+namespace {
+std::atomic<uint64_t> allocations{0};
+
+uint64_t allocation_count() {
+  return allocations.load(std::memory_order_relaxed);
+}
+
+void* counted_allocation(std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return std::malloc(size == 0 ? 1 : size);
+}
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (void* p = counted_allocation(size)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) {
+  if (void* p = counted_allocation(size)) return p;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return counted_allocation(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return counted_allocation(size);
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete[](void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, const std::nothrow_t&) noexcept {
+  std::free(p);
+}
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
+  std::free(p);
+}
 
 namespace zaltor::rig {
 namespace {
@@ -29,11 +96,14 @@ nlohmann::json radio(int variant) {
   return rssi;
 }
 
-// `eval_interval_ms`: the wait between two decision passes.
-RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_interval_ms = "30000") {
+// `eval_interval_ms`: the wait between two decision passes; `growth`: whether it grows while
+// the choice stays the same.
+RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_interval_ms = "30000",
+                                bool growth = true) {
   RigOptions o;
   o.keep_log = false;
   Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", eval_interval_ms}};
+  if (!growth) keys["DeterminatorStableTimesForExp"] = "0";
   for (int m = 5; m <= 16; ++m) {
     keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
     keys["DisableMode_" + std::to_string(m)] = "0";
@@ -58,9 +128,44 @@ RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_inte
   return o;
 }
 
+#if defined(__linux__)
+// The CPUs the process may use when it starts.
+const cpu_set_t& start_cpus() {
+  static const cpu_set_t kStart = [] {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof set, &set) != 0) CPU_SET(0, &set);
+    return set;
+  }();
+  return kStart;
+}
+#endif
+
+// Puts the calling thread, and the threads it starts from now on, on one CPU (the first the
+// process may use) or back on all of them. False where that cannot be done.
+bool use_one_cpu(bool one) {
+#if defined(__linux__)
+  cpu_set_t set = start_cpus();
+  if (one) {
+    int first = 0;
+    while (first < CPU_SETSIZE && !CPU_ISSET(first, &set)) ++first;
+    CPU_ZERO(&set);
+    CPU_SET(first, &set);
+  }
+  return sched_setaffinity(0, sizeof set, &set) == 0;
+#else
+  return !one;
+#endif
+}
+
+// Arg 1: the rig's threads share one CPU; 0: they may run on any.
 void bm_decision_pass_four_switches(benchmark::State& state) {
-  // Idle between the measured passes.
-  NotebookRig h(four_switch_notebook(false, "3600000"));
+  const bool one_cpu = state.range(0) == 1;
+  if (!use_one_cpu(one_cpu)) {
+    state.SkipWithError("the threads could not be put on one CPU");
+    return;
+  }
+  NotebookRig h(four_switch_notebook(false, "1000", false));
   const int32_t init = h.Init();
   h.take_start_request();
   if (init != 0 || h.worker().mode_count() != 16) {
@@ -68,17 +173,28 @@ void bm_decision_pass_four_switches(benchmark::State& state) {
     return;
   }
   h.worker().SetUserMode(0);
-  h.run_until([&] { return h.sleep_lines() >= 1; }, kDayMs);
+  h.run_until_sleep_lines(1, kDayMs);
+  const uint64_t allocations_before = allocation_count();
+  int64_t passes = 0;
   for (auto _ : state) {
-    const int before = h.sleep_lines();
-    h.worker().raise_reevaluation(engine::Trigger::kMonitor);
-    h.run_until([&] { return h.sleep_lines() > before; }, kDayMs);
+    h.run_until_sleep_lines(h.sleep_lines() + 1, kDayMs);
+    ++passes;
   }
   state.counters["modes"] = h.worker().mode_count();
+  if (passes > 0) {
+    state.counters["allocs/pass"] =
+        static_cast<double>(allocation_count() - allocations_before) / static_cast<double>(passes);
+  }
 }
-BENCHMARK(bm_decision_pass_four_switches)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bm_decision_pass_four_switches)
+    ->ArgName("one_cpu")
+    ->Arg(1)
+    ->Arg(0)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
 
 void bm_simulated_day_of_auto(benchmark::State& state) {
+  use_one_cpu(false);
   for (auto _ : state) {
     NotebookRig h(four_switch_notebook(true));
     const int32_t init = h.Init();

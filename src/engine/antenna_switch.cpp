@@ -15,15 +15,15 @@ using platform::Mutex;
 using platform::MutexHold;
 namespace {
 
-void put_u32(std::vector<uint8_t>& out, uint32_t v) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+void put_u32(uint8_t* out, uint32_t v) {
+  for (int i = 0; i < 4; ++i) out[i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
-std::vector<uint8_t> request(const char (&method)[5], uint32_t arg_length) {
-  std::vector<uint8_t> out(method, method + 4);
-  put_u32(out, arg_length);
-  put_u32(out, kSwitchDeviceId);
-  return out;
+// Method, argument length and device ID: the head every request begins with.
+void put_head(uint8_t* out, const char (&method)[5], uint32_t arg_length) {
+  for (int i = 0; i < 4; ++i) out[i] = static_cast<uint8_t>(method[i]);
+  put_u32(out + 4, arg_length);
+  put_u32(out + 8, kSwitchDeviceId);
 }
 
 // Bit of line `id` + `offset`, taken mod 32 without a negative shift.
@@ -56,13 +56,16 @@ AntennaSwitch::AntennaSwitch(DeviceState& state, Log& log, std::unique_ptr<Mutex
       device_lock_(device_lock ? std::move(device_lock) : std::make_unique<PlainRecursiveMutex>()) {
 }
 
-std::vector<uint8_t> encode_status_request() {
-  return request("DSTS", 4);
+StatusRequest encode_status_request() {
+  StatusRequest out;
+  put_head(out.data(), "DSTS", 4);
+  return out;
 }
 
-std::vector<uint8_t> encode_control_request(uint32_t value) {
-  std::vector<uint8_t> out = request("DEVS", 8);
-  put_u32(out, value);
+ControlRequest encode_control_request(uint32_t value) {
+  ControlRequest out;
+  put_head(out.data(), "DEVS", 8);
+  put_u32(out.data() + 12, value);
   return out;
 }
 
@@ -76,14 +79,16 @@ Status open_control_device(ControlDevice& devices, DeviceState& state, Log& log)
   return SWITCH_OK;
 }
 
-bool AntennaSwitch::transact(const std::vector<uint8_t>& request, uint32_t& result) {
+bool AntennaSwitch::transact(const uint8_t* request, uint32_t length, uint32_t& result) {
   result = 0;
   if (state_.control_device() == nullptr) return false;
-  std::vector<uint8_t> reply(kReplyCapacity, 0);
+  // The device is offered the full reply capacity, but only the result word is read, so
+  // only that is cleared: the rest of the buffer is never looked at.
+  uint8_t reply[kReplyCapacity];
+  std::fill_n(reply, 4, uint8_t{0});
   uint32_t returned = 0;
-  if (!state_.control_device()->io_control(kControlCode, request.data(),
-                                           static_cast<uint32_t>(request.size()), reply.data(),
-                                           kReplyCapacity, returned)) {
+  if (!state_.control_device()->io_control(kControlCode, request, length, reply, kReplyCapacity,
+                                           returned)) {
     return false;
   }
   // Only min(returned, 4) bytes count; a shorter reply is result 0.
@@ -94,7 +99,10 @@ bool AntennaSwitch::transact(const std::vector<uint8_t>& request, uint32_t& resu
 }
 
 Status AntennaSwitch::read_status_word(uint32_t& word) {
-  return transact(encode_status_request(), word) ? SWITCH_OK : SWITCH_ERR_STATUS_IO;
+  const StatusRequest request = encode_status_request();
+  return transact(request.data(), static_cast<uint32_t>(request.size()), word)
+             ? SWITCH_OK
+             : SWITCH_ERR_STATUS_IO;
 }
 
 Status AntennaSwitch::GetSwitchNumber(int32_t& count) {
@@ -129,7 +137,10 @@ Status AntennaSwitch::set_control_bit_locked(int32_t id, int32_t level, int32_t 
   uint32_t value = word & kOwnedStatusBits;
   value = level != 0 ? (value | mask) : (value & ~mask);
   uint32_t answer = 0;
-  if (!transact(encode_control_request(value), answer)) return SWITCH_ERR_CTRL_IO;
+  const ControlRequest request = encode_control_request(value);
+  if (!transact(request.data(), static_cast<uint32_t>(request.size()), answer)) {
+    return SWITCH_ERR_CTRL_IO;
+  }
   if (answer != 1) return SWITCH_ERR_CTRL_REJECTED;
   uint32_t after = 0;
   if (read_status_word(after) != SWITCH_OK) return SWITCH_ERR_STATUS_IO;

@@ -40,7 +40,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <vector>
 
 #include "engine/shared_state.h"
 #include "platform/clock.h"
@@ -58,9 +57,12 @@ constexpr uint32_t kOwnedStatusBits = 0x0001FFFF;  // bits 0-16: lines, count, p
 constexpr int32_t kLineX = 0;                      // offset of the X line
 constexpr int32_t kLineY = 4;                      // offset of the Y line
 
-// The request buffers, byte-exact.
-std::vector<uint8_t> encode_status_request();
-std::vector<uint8_t> encode_control_request(uint32_t value);
+// The request buffers, byte-exact. Fixed arrays: a decision pass sends several hundred
+// requests, and none of them allocates.
+using StatusRequest = std::array<uint8_t, 12>;
+using ControlRequest = std::array<uint8_t, 16>;
+StatusRequest encode_status_request();
+ControlRequest encode_control_request(uint32_t value);
 
 // Opens the control device into `state.device`. 0, or 3 after "InitializeZLTACPIDevice
 // Failed!\n" (level 1).
@@ -110,7 +112,7 @@ class AntennaSwitch {
 
  private:
   // One request; false when the device is not open or the request failed.
-  bool transact(const std::vector<uint8_t>& request, uint32_t& result);
+  bool transact(const uint8_t* request, uint32_t length, uint32_t& result);
   int32_t switch_limit() const;
   Status set_control_bit_locked(int32_t id, int32_t level, int32_t offset);
   Status set_switch_position_locked(int32_t sw, int32_t position);

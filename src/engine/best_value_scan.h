@@ -2,7 +2,7 @@
 // The best-value scans every determinator starts from.
 
 #include <algorithm>
-#include <vector>
+#include <array>
 
 #include "engine/mode_results.h"
 
@@ -10,9 +10,28 @@ namespace zaltor::engine {
 
 constexpr double kScanStart = -2147483648.0;
 
+// Mode indices in a fixed array: a scan runs in every decision pass and allocates nothing.
+// There are at most kMaxModes modes, so at most kMaxModes - 1 ties.
+class ModeIndexList {
+ public:
+  void push_back(int index) {
+    if (size_ < indices_.size()) indices_[size_++] = index;
+  }
+  void clear() { size_ = 0; }
+  bool empty() const { return size_ == 0; }
+  size_t size() const { return size_; }
+  int back() const { return indices_[size_ - 1]; }
+  const int* begin() const { return indices_.data(); }
+  const int* end() const { return indices_.data() + size_; }
+
+ private:
+  std::array<int, kMaxModes> indices_{};
+  size_t size_ = 0;
+};
+
 struct ScanResult {
-  int best_index = -1;    // -1: no mode qualified
-  std::vector<int> ties;  // later indices equal to the best, in index order
+  int best_index = -1;  // -1: no mode qualified
+  ModeIndexList ties;   // later indices equal to the best, in index order
 
   bool found() const { return best_index >= 0; }
   // The last tied index: the preferred mode of the tie resolution.

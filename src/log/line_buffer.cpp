@@ -1,12 +1,45 @@
 #include "log/line_buffer.h"
 
+#include <cstdio>
+#include <cstring>
+
+#include "log/printf_format.h"
 #include "log/text_limits.h"
 #include "platform/log.h"
 
 namespace zaltor::log {
 
-void LineBuffer::assemble(uint8_t level, const char* fmt, va_list ap, LogEntryWriter& writer) {
-  assemble_text(level, vformat(fmt, ap), writer);
+void LineBuffer::assemble(uint8_t level, const char* fmt, va_list ap, LogEntryWriter& writer,
+                          CallText* call_text) {
+  char line[kCapacity];
+  size_t emit = 0;
+  {
+    std::lock_guard<std::mutex> hold(lock_);
+    const size_t length = static_cast<size_t>(pending_length_);
+    const size_t room = kCapacity - length;  // the text and its terminator
+    va_list again;
+    va_copy(again, ap);
+    const int n = format_into(buffer_ + length, room, fmt, ap);
+    if (n < 0) {
+      buffer_[length] = '\0';  // a format error adds nothing
+      if (call_text != nullptr) call_text->length_ = 0;
+    } else if (static_cast<size_t>(n) < room) {
+      pending_length_ = length + static_cast<size_t>(n);
+      if (call_text != nullptr) {
+        std::memcpy(call_text->text_, buffer_ + length, static_cast<size_t>(n));
+        call_text->length_ = static_cast<size_t>(n);
+      }
+    } else {
+      // Longer than the room left: formatted whole, then cut to fit.
+      buffer_[length] = '\0';
+      std::string text = vformat(fmt, again);
+      append_bounded(text);
+      if (call_text != nullptr) call_text->heap_ = std::move(text);
+    }
+    va_end(again);
+    emit = take_line_locked(level, line);
+  }
+  if (emit > 0) writer.WriteLogEntry(std::string_view(line, emit), level);
 }
 
 void LineBuffer::append_bounded(std::string_view text) {
@@ -42,23 +75,29 @@ void LineBuffer::append_bounded(std::string_view text) {
   pending_length_ = length;
 }
 
+size_t LineBuffer::take_line_locked(uint8_t level, char* line) {
+  const size_t length = static_cast<size_t>(pending_length_);
+  if (length == 0 || buffer_[length - 1] != '\n') return 0;  // waits for the rest
+  size_t emit = length;
+  if (level == kLogDetail) {
+    if (length < 2 || buffer_[length - 2] != '\n') return 0;  // detail waits for an empty line
+    emit = length - 1;                                        // one of the two line ends goes
+  }
+  std::memcpy(line, buffer_, emit);
+  pending_length_ = 0;
+  buffer_[0] = '\0';
+  return emit;
+}
+
 void LineBuffer::assemble_text(uint8_t level, std::string_view text, LogEntryWriter& writer) {
-  std::string line;
+  char line[kCapacity];
+  size_t emit = 0;
   {
     std::lock_guard<std::mutex> hold(lock_);
     append_bounded(text);
-    const size_t length = static_cast<size_t>(pending_length_);
-    if (length == 0 || buffer_[length - 1] != '\n') return;  // waits for the rest
-    size_t emit = length;
-    if (level == kLogDetail) {
-      if (length < 2 || buffer_[length - 2] != '\n') return;  // detail waits for an empty line
-      emit = length - 1;                                      // one of the two line ends goes
-    }
-    line.assign(buffer_, emit);
-    pending_length_ = 0;
-    buffer_[0] = '\0';
+    emit = take_line_locked(level, line);
   }
-  writer.WriteLogEntry(line, level);
+  if (emit > 0) writer.WriteLogEntry(std::string_view(line, emit), level);
 }
 
 std::string LineBuffer::pending() const {

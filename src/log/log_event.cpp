@@ -22,7 +22,10 @@ int32_t write_log_event(platform::EventTrace* trace, platform::EventTrace::Handl
   if (line.size() == 1 && line[0] == '\n') return -1;
   if (handle == 0 || trace == nullptr) return -1;
   if (level > 5) return -1;
-  return static_cast<int32_t>(trace->write(handle, log_event_descriptor(level), line));
+  const platform::EventDescriptor descriptor = log_event_descriptor(level);
+  // EventWrite answers success when no session listens; so does the log without writing.
+  if (!trace->enabled(handle, descriptor)) return 0;
+  return static_cast<int32_t>(trace->write(handle, descriptor, line));
 }
 
 }  // namespace zaltor::log

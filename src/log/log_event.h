@@ -20,6 +20,7 @@ platform::EventDescriptor log_event_descriptor(uint8_t level);
 
 // Writes `line` as one event of `level`. A lone line end, an unregistered provider
 // (handle 0) and a level outside 0..5 (which has no descriptor) write nothing and give -1;
+// a level that no session records writes nothing and gives 0, as the write itself would;
 // otherwise the write's status.
 int32_t write_log_event(platform::EventTrace* trace, platform::EventTrace::Handle handle,
                         std::string_view line, uint8_t level);

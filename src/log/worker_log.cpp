@@ -34,16 +34,22 @@ void WorkerLog::vwrite(uint8_t level, const char* fmt, va_list ap) {
     return;
   }
   if (!attached_) return;
-  va_list again;
-  va_copy(again, ap);
-  context_.lines->assemble(level, fmt, ap, *context_.writer);
-  if (context_.console_mode()) write_file(fmt, again);
-  va_end(again);
+  if (!context_.console_mode()) {
+    context_.lines->assemble(level, fmt, ap, *context_.writer);
+    return;
+  }
+  // The file receives the call's text as it was formatted into the line buffer.
+  CallText text;
+  context_.lines->assemble(level, fmt, ap, *context_.writer, &text);
+  write_file_text(text.view());
 }
 
 uint32_t WorkerLog::write_file(const char* fmt, va_list ap) {
+  return write_file_text(vformat(fmt, ap));
+}
+
+uint32_t WorkerLog::write_file_text(std::string_view text) {
   if (file_.files == nullptr) return kStatusLogFailure;
-  const std::string text = vformat(fmt, ap);
   if (file_.mutex != nullptr) file_.mutex->lock();
   if (file_.files->append_utf8_text(file_.name, text) != 0) {
     return kStatusLogFailure;  // the mutex stays with this thread

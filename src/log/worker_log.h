@@ -10,13 +10,23 @@
 //        |  (platform::Log&, held from the worker's construction)
 //        v
 //   WorkerLog::vwrite  -- detached (before Init, after the service object goes): dropped
-//        |-- LineBuffer::assemble (line_buffer.h): text joins the pending line; each
-//        |        complete line (at "\n", or at the length limit) goes on, with its level, to
+//        |-- LineBuffer::assemble (line_buffer.h): the call is formatted once
+//        |        (format_into, printf_format.h), straight into the line buffer after the
+//        |        pending text; each complete line (at "\n", or at the length limit) is
+//        |        copied to the stack and goes on, with its level, to
 //        |   LogEntryWriter::WriteLogEntry (log_entry_writer.h; the service object's
-//        |        log-entry operation): the event trace, and the console echo when the
-//        |        service runs in a console
-//        `-- console mode only: write_file -> "rflog.txt", the text of the call as it
-//                 came (no level, no assembly), under the log file's mutex
+//        |        log-entry operation): the console echo when the service runs in a
+//        |        console, then write_log_event (log_event.h), which asks the trace
+//        |        (EventTrace::enabled, EventEnabled on Windows) whether any session records
+//        |        the line's level before the backend converts it (UTF-16 on Windows, on
+//        |        the stack) and writes it
+//        `-- console mode only: write_file_text -> "rflog.txt", the text of the call as
+//                 the line buffer received it (no level, no assembly), under the log
+//                 file's mutex
+//
+// So a call whose text fits the line buffer allocates nothing until a sink writes it, and
+// detail text that no session records costs its formatting and a copy: the decision pass
+// makes around two hundred such calls.
 //
 // The device logic holds the worker log from the worker's construction on, before the
 // service object's log context exists: it stays detached until attach, and detach (the
@@ -72,6 +82,8 @@ class WorkerLog final : public Log {
   // thread: that thread can still take it again, every other thread that writes the file
   // afterwards waits for ever.
   uint32_t write_file(const char* fmt, va_list ap);
+  // The same for text formatted already.
+  uint32_t write_file_text(std::string_view text);
 
  private:
   std::shared_mutex lock_;  // shared by log calls, exclusive to attach and detach

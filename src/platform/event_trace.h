@@ -33,6 +33,10 @@ class EventTrace {
   // UTF-16 string on Windows). 0, or the Win32 error code.
   virtual uint32_t write(Handle handle, const EventDescriptor& descriptor,
                          std::string_view line) = 0;
+  // Whether anybody would record an event of `descriptor` (its level and keyword) written
+  // through `handle` (EventEnabled on Windows). The log asks before it writes, so that a
+  // line nobody records is neither converted nor written.
+  virtual bool enabled(Handle handle, const EventDescriptor& descriptor) = 0;
   virtual uint32_t unregister(Handle handle) = 0;
 };
 

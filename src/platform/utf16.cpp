@@ -27,9 +27,11 @@ void append_utf8(std::string& out, char32_t c) {
 
 }  // namespace
 
-std::u16string utf8_to_utf16(std::string_view text) {
-  std::u16string out;
-  out.reserve(text.size());
+namespace {
+
+// Decodes `text` and hands each UTF-16 unit to `put`.
+template <typename Put>
+void decode_utf8(std::string_view text, Put&& put) {
   size_t i = 0;
   while (i < text.size()) {
     const auto b = static_cast<uint8_t>(text[i]);
@@ -49,7 +51,7 @@ std::u16string utf8_to_utf16(std::string_view text) {
     }
     ++i;
     if (b >= 0x80 && need == 0) {
-      out.push_back(static_cast<char16_t>(kReplacement));
+      put(static_cast<char16_t>(kReplacement));
       continue;
     }
     size_t got = 0;
@@ -60,18 +62,34 @@ std::u16string utf8_to_utf16(std::string_view text) {
     }
     const bool overlong = (need == 2 && c < 0x800) || (need == 3 && c < 0x10000);
     if (got < need || overlong || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) {
-      out.push_back(static_cast<char16_t>(kReplacement));
+      put(static_cast<char16_t>(kReplacement));
       continue;
     }
     if (c >= 0x10000) {
       c -= 0x10000;
-      out.push_back(static_cast<char16_t>(0xD800 + (c >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+      put(static_cast<char16_t>(0xD800 + (c >> 10)));
+      put(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
     } else {
-      out.push_back(static_cast<char16_t>(c));
+      put(static_cast<char16_t>(c));
     }
   }
+}
+
+}  // namespace
+
+std::u16string utf8_to_utf16(std::string_view text) {
+  std::u16string out;
+  out.reserve(text.size());
+  decode_utf8(text, [&](char16_t u) { out.push_back(u); });
   return out;
+}
+
+size_t utf8_to_utf16(std::string_view text, char16_t* out, size_t capacity) {
+  size_t n = 0;
+  decode_utf8(text, [&](char16_t u) {
+    if (n < capacity) out[n++] = u;
+  });
+  return n;
 }
 
 std::string utf16_to_utf8(std::u16string_view text) {

@@ -37,7 +37,9 @@ CMultiAntennaSvc::~CMultiAntennaSvc() {
 
 int32_t CMultiAntennaSvc::WriteLogEntry(std::string_view line, uint8_t level) {
   if (console() && platform().console != nullptr) {
-    platform().console->print("%d: %s", static_cast<int>(level), std::string(line).c_str());
+    // "%.*s" stops at an embedded terminator as "%s" would: the echo shows what it always did.
+    platform().console->print("%d: %.*s", static_cast<int>(level), static_cast<int>(line.size()),
+                              line.data());
   }
   return CServiceBase::WriteLogEntry(line, level);
 }

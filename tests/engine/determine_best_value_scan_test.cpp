@@ -1,9 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "engine/best_value_scan.h"
 
 namespace zaltor::engine {
 namespace {
+
+// The tied indices in order.
+std::vector<int> ties(const ScanResult& scan) {
+  return std::vector<int>(scan.ties.begin(), scan.ties.end());
+}
 
 ModeValues values(std::initializer_list<double> v) {
   ModeValues values{};
@@ -16,7 +23,7 @@ ModeValues values(std::initializer_list<double> v) {
 TEST(DetermineBestValueScan, FirstOfEqualValuesIsBestAndLaterOnesTie) {
   const ScanResult scan = best_value_scan(values({-60.0, -55.0, -55.0, -70.0}), 4, 0);
   EXPECT_EQ(scan.best_index, 1);
-  EXPECT_EQ(scan.ties, std::vector<int>{2});
+  EXPECT_EQ(ties(scan), std::vector<int>{2});
   EXPECT_EQ(scan.preferred(), 2);
 }
 
@@ -30,7 +37,18 @@ TEST(DetermineBestValueScan, SkipsDisabledModesAndTheNoValueRssi) {
   const ScanResult scan =
       best_value_scan(values({-200.0, -40.0, -50.0, -50.0}), 4, ModeMask{1} << 1);
   EXPECT_EQ(scan.best_index, 2);
-  EXPECT_EQ(scan.ties, std::vector<int>{3});
+  EXPECT_EQ(ties(scan), std::vector<int>{3});
+}
+
+TEST(DetermineBestValueScan, SixteenEqualModesGiveFifteenTies) {
+  ModeValues equal{};
+  equal.fill(-60.0);
+  const ScanResult scan = best_value_scan(equal, kMaxModes, 0);
+  EXPECT_EQ(scan.best_index, 0);
+  std::vector<int> expected;
+  for (int i = 1; i < kMaxModes; ++i) expected.push_back(i);
+  EXPECT_EQ(ties(scan), expected);
+  EXPECT_EQ(scan.preferred(), 15);
 }
 
 TEST(DetermineBestValueScan, NothingQualifiesWhenEveryModeIsSkipped) {
@@ -54,7 +72,7 @@ TEST(DetermineSecondaryScan, EqualInBothArraysTiesAndASmallerSecondaryIsIgnored)
   const ScanResult scan = secondary_scan(values({100.0, 100.0, 100.0, 100.0}),
                                          values({-50.0, -60.0, -50.0, -50.0}), 4, 0);
   EXPECT_EQ(scan.best_index, 0);
-  EXPECT_EQ(scan.ties, (std::vector<int>{2, 3}));
+  EXPECT_EQ(ties(scan), (std::vector<int>{2, 3}));
 }
 
 TEST(DetermineSecondaryScan, SkipsDisabledModes) {

@@ -18,6 +18,11 @@ using zaltor::testing::FakeDeviceHandle;
 using zaltor::testing::FakeFirmware;
 using zaltor::testing::RecordingLog;
 
+template <size_t N>
+std::vector<uint8_t> bytes(const std::array<uint8_t, N>& request) {
+  return std::vector<uint8_t>(request.begin(), request.end());
+}
+
 // Line bits of the default table: switch ID n has X at bit n and Y at bit 4 + n.
 constexpr int x(int id) {
   return id;
@@ -46,13 +51,13 @@ class SwitchTest : public ::testing::Test {
 };
 
 TEST_F(SwitchTest, StatusRequestIsTwelveBytesLittleEndian) {
-  const std::vector<uint8_t> expected = {'D', 'S', 'T', 'S', 4, 0, 0, 0, 0x31, 0x00, 0x01, 0x00};
+  const StatusRequest expected = {'D', 'S', 'T', 'S', 4, 0, 0, 0, 0x31, 0x00, 0x01, 0x00};
   EXPECT_EQ(encode_status_request(), expected);
 }
 
 TEST_F(SwitchTest, ControlRequestIsSixteenBytesLittleEndian) {
-  const std::vector<uint8_t> expected = {'D',  'E',  'V',  'S',  8,    0,    0,    0,
-                                         0x31, 0x00, 0x01, 0x00, 0x78, 0x56, 0x34, 0x12};
+  const ControlRequest expected = {'D',  'E',  'V',  'S',  8,    0,    0,    0,
+                                   0x31, 0x00, 0x01, 0x00, 0x78, 0x56, 0x34, 0x12};
   EXPECT_EQ(encode_control_request(0x12345678), expected);
 }
 
@@ -63,9 +68,9 @@ TEST_F(SwitchTest, RequestsUseTheControlCodeAndAReplyOf1024Bytes) {
     EXPECT_EQ(fw_.codes[i], 0x0022240Cu);
     EXPECT_EQ(fw_.capacities[i], 1024u);
   }
-  EXPECT_EQ(fw_.requests[0], encode_status_request());
-  EXPECT_EQ(fw_.requests[1], encode_control_request(fw_.written.at(0)));
-  EXPECT_EQ(fw_.requests[2], encode_status_request());
+  EXPECT_EQ(fw_.requests[0], bytes(encode_status_request()));
+  EXPECT_EQ(fw_.requests[1], bytes(encode_control_request(fw_.written.at(0))));
+  EXPECT_EQ(fw_.requests[2], bytes(encode_status_request()));
 }
 
 TEST_F(SwitchTest, GetSwitchNumberReadsBits8To15) {

@@ -173,6 +173,24 @@ TEST(LogEntry, AnswersTheWriteStatus) {
   EXPECT_EQ(svc.WriteLogEntry("\n", 2), -1);
 }
 
+TEST(LogEntry, ALevelThatNoSessionRecordsIsNotWrittenButStillEchoed) {
+  FakePlatform fp;
+  fp.trace.listening_level = 4;  // a session that records up to information
+  CMultiAntennaSvc svc("", "", fp.platform);
+  svc.set_console(true);
+  EXPECT_EQ(svc.WriteLogEntry("detail\n", 5), 0);  // as the write answers with nobody listening
+  EXPECT_EQ(svc.WriteLogEntry("info\n", 4), 0);
+  EXPECT_EQ(fp.trace.enabled_queries(), 2);
+  const auto events = fp.trace.events();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].line, "info\n");
+  EXPECT_EQ(fp.console.text(), "5: detail\n4: info\n");
+
+  fp.trace.listening_level = 0;  // the session ends
+  svc.log().write(4, "gone\n");
+  EXPECT_EQ(fp.trace.events().size(), 1u);
+}
+
 TEST(LogEntry, ConsoleEchoComesFirstWithTheLevel) {
   FakePlatform fp;
   CMultiAntennaSvc svc("", "", fp.platform);

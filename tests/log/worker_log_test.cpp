@@ -47,6 +47,16 @@ TEST_F(WorkerLogTest, ConsoleModeAppendsTheTextOfEveryCallWithoutLevels) {
   EXPECT_EQ(fp.console.text(), "4: abcdef 7\n");
 }
 
+TEST_F(WorkerLogTest, TheFileTakesTheWholeTextOfACallThatTheLineBufferCuts) {
+  svc.set_console(true);
+  const std::string big(5000, 'a');
+  wlog.write(4, "%s\n", big.c_str());
+  EXPECT_EQ(fp.files.content("rflog.txt"), std::string(kBom) + big + "\n");
+  const auto events = fp.trace.events();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].line, std::string(log::LineBuffer::kCapacity - 2, 'a') + "\n");
+}
+
 TEST_F(WorkerLogTest, WithTheProviderUnregisteredLinesAreStillAssembledAndTheFileWritten) {
   FakePlatform fp2;
   fp2.trace.register_status = 1;

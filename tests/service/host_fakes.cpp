@@ -21,6 +21,11 @@ uint32_t RecordingEventTrace::write(Handle handle, const platform::EventDescript
   return write_status;
 }
 
+bool RecordingEventTrace::enabled(Handle, const platform::EventDescriptor& d) {
+  ++enabled_queries_;
+  return d.level <= listening_level.load();
+}
+
 uint32_t RecordingEventTrace::unregister(Handle handle) {
   unregistered.push_back(handle);
   return 0;

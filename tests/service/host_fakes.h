@@ -47,10 +47,14 @@ class RecordingEventTrace final : public platform::EventTrace {
  public:
   uint32_t register_status = 0;
   uint32_t write_status = 0;
+  // The highest event level a session records (0: none listens).
+  std::atomic<int> listening_level{5};
 
   uint32_t register_provider(const platform::Guid& provider, Handle& handle) override;
   uint32_t write(Handle handle, const platform::EventDescriptor& d, std::string_view line) override;
   uint32_t unregister(Handle handle) override;
+  bool enabled(Handle handle, const platform::EventDescriptor& d) override;
+  int enabled_queries() const { return enabled_queries_.load(); }
 
   std::vector<RecordedEvent> events() const;
   std::vector<platform::Guid> registered;
@@ -59,6 +63,7 @@ class RecordingEventTrace final : public platform::EventTrace {
  private:
   mutable std::mutex lock_;
   std::vector<RecordedEvent> events_;
+  std::atomic<int> enabled_queries_{0};
 };
 
 // Sleeps are recorded and advance the clock's time at once; mutexes, events and threads are

@@ -115,7 +115,10 @@ std::string make_temp_dir() {
 }  // namespace
 
 int32_t RecordingWriter::WriteLogEntry(std::string_view line, uint8_t level) {
-  if (line.substr(0, 7) == "Sleep: ") ++sleep_lines_;
+  if (line.substr(0, 7) == "Sleep: ") {
+    ++sleep_lines_;
+    sleep_line_->set();
+  }
   if (!keep_) return 0;
   const int64_t at = clock_.now_ms();
   std::lock_guard<std::mutex> g(lock_);
@@ -271,6 +274,16 @@ void NotebookRig::take_start_request() {
 bool NotebookRig::run_until(const std::function<bool()>& done, int64_t limit_ms, int64_t step_ms) {
   for (int64_t t = 0; t < limit_ms && !done(); t += step_ms) clock().sleep_ms(step_ms);
   return done();
+}
+
+bool NotebookRig::run_until_sleep_lines(int count, int64_t limit_ms) {
+  const int64_t end = clock().now_ms() + limit_ms;
+  while (sleep_lines() < count) {
+    const int64_t left = end - clock().now_ms();
+    if (left <= 0) return false;
+    writer_->sleep_line().wait(left);
+  }
+  return true;
 }
 
 bool NotebookRig::close_event_window() {

@@ -49,14 +49,18 @@ struct LogEntry {
 // the "Sleep: " lines, which mark the end of each decision pass).
 class RecordingWriter final : public log::LogEntryWriter {
  public:
-  RecordingWriter(platform::Clock& clock, bool keep) : clock_(clock), keep_(keep) {}
+  RecordingWriter(platform::Clock& clock, bool keep)
+      : clock_(clock), keep_(keep), sleep_line_(clock.make_event(false)) {}
   int32_t WriteLogEntry(std::string_view line, uint8_t level) override;
   std::vector<LogEntry> entries() const;
   int sleep_lines() const { return sleep_lines_.load(); }
+  // Set at every "Sleep: " line (auto-reset).
+  platform::Event& sleep_line() { return *sleep_line_; }
 
  private:
   platform::Clock& clock_;
   const bool keep_;
+  std::unique_ptr<platform::Event> sleep_line_;
   std::atomic<int> sleep_lines_{0};
   mutable std::mutex lock_;
   std::vector<LogEntry> entries_;
@@ -148,6 +152,11 @@ class NotebookRig {
   // Lets them run in `step_ms` steps until `done` holds or `limit_ms` passed; the result of
   // `done` at the end.
   bool run_until(const std::function<bool()>& done, int64_t limit_ms, int64_t step_ms = 1000);
+  // Lets them run until `count` decision passes have ended ("Sleep: " lines) or `limit_ms`
+  // passed; whether they have. Unlike run_until, this thread sleeps until a pass ends
+  // instead of looking every step, so that it takes no turn of the clock while a pass runs
+  // (what a benchmark of the pass wants).
+  bool run_until_sleep_lines(int count, int64_t limit_ms);
 
   // Ends the event window thread (if it runs) and waits up to ten seconds of virtual time
   // for it; false when it did not end.

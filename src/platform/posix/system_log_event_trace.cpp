@@ -106,6 +106,12 @@ class SystemLogEventTrace final : public EventTrace {
     return errno == EMSGSIZE ? 534u : 8u;
   }
 
+  // The system log keeps every event of a registered provider: the journal, or syslog.
+  bool enabled(Handle handle, const EventDescriptor&) override {
+    std::lock_guard<std::mutex> hold(lock_);
+    return providers_.count(handle) == 1;
+  }
+
   uint32_t unregister(Handle handle) override {
     std::lock_guard<std::mutex> hold(lock_);
     return providers_.erase(handle) == 1 ? 0 : 6;

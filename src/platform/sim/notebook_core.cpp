@@ -27,14 +27,17 @@ const SimInterface* find_interface(const std::vector<SimInterface>& list, const 
 
 }  // namespace
 
+char counter_instance_char(char c) {
+  if (c == '(') return '[';
+  if (c == ')') return ']';
+  // Windows publishes these as "_" in a network interface's instance name.
+  if (c == '#' || c == '/' || c == '\\') return '_';
+  return c;
+}
+
 std::string counter_instance_name(const std::string& description) {
   std::string name = description;
-  for (char& c : name) {
-    if (c == '(') c = '[';
-    if (c == ')') c = ']';
-    // Windows publishes these as "_" in a network interface's instance name.
-    if (c == '#' || c == '/' || c == '\\') c = '_';
-  }
+  for (char& c : name) c = counter_instance_char(c);
   return name;
 }
 
@@ -59,7 +62,6 @@ uint32_t NotebookCore::status_word_locked() const {
 
 void NotebookCore::set_lines_locked(uint32_t lines) {
   scenario.firmware.lines = lines & 0xFFu;
-  doc["firmware"]["lines"] = scenario.firmware.lines;
   publish_lines_locked();
 }
 
@@ -115,6 +117,8 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
     }
   }
   std::lock_guard<std::mutex> g(mutex);
+  doc["firmware"]["lines"] =
+      scenario.firmware.lines;  // the live lines, as set_lines_locked left them
   json next = doc;
   next.merge_patch(patch);
   Scenario ns;
@@ -124,6 +128,7 @@ bool NotebookCore::apply_patch(const nlohmann::json& patch, std::string& error) 
   const json old_doc = std::move(doc);
   doc = std::move(next);
   scenario = std::move(ns);
+  ++generation;
   if (scenario.seed != old.seed) rng_.seed(scenario.seed);
 
   if (scenario.lid_open != old.lid_open) {

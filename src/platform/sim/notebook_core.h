@@ -53,8 +53,13 @@ class NotebookCore {
 
   // Everything below is guarded by `mutex`.
   std::mutex mutex;
-  nlohmann::json doc;  // the scenario as it stands now, live lines included
+  // The scenario as it stands now. Its firmware lines are brought up to date only when a
+  // patch is merged over it: every control write changes them, and only a patch reads them.
+  nlohmann::json doc;
   Scenario scenario;
+  // Counts the patches applied: what a seam looked up in `scenario` stays valid while this
+  // stays the same.
+  uint64_t generation = 0;
   std::vector<std::shared_ptr<WindowQueue>> windows;
   bool windows_closed = false;  // a window made after the close gets its destroy at once
   std::vector<WlanRegistration> wlan_registrations;
@@ -101,5 +106,7 @@ class NotebookCore {
 
 // The counter instance name of a WLAN interface description.
 std::string counter_instance_name(const std::string& description);
+// The character that stands for `c` of a description in its counter instance name.
+char counter_instance_char(char c);
 
 }  // namespace zaltor::platform::sim

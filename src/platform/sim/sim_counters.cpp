@@ -14,19 +14,35 @@
 namespace zaltor::platform::sim {
 namespace {
 
+char lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 std::string lower(std::string s) {
-  for (char& c : s) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : s) c = lower(c);
   return s;
+}
+
+// Whether the counter instance name of `description` is `instance` (lower case), whatever
+// the case; compared in place, as every collection looks the interface up again.
+bool instance_is(const std::string& description, const std::string& instance) {
+  if (description.size() != instance.size()) return false;
+  for (size_t i = 0; i < instance.size(); ++i) {
+    if (lower(counter_instance_char(description[i])) != instance[i]) return false;
+  }
+  return true;
 }
 
 struct SimCounter {
   enum Kind { kRssi, kBandwidth, kBytesTotal } kind = kRssi;
   char letter = 0;       // kRssi
-  std::string instance;  // the network interface counters
+  std::string instance;  // the network interface counters, in lower case
   bool valid = false;    // the last sample holds a value
   int64_t value = 0;
+  // The interface of `instance` as last looked up, and the notebook's generation then
+  // (0: not looked up yet).
+  const SimInterface* interface = nullptr;
+  uint64_t looked_up = 0;
 };
 
 class SimCounterQuery final : public CounterQuery {
@@ -71,7 +87,7 @@ class SimCounterQuery final : public CounterQuery {
       } else {
         return kPdhNoCounter;
       }
-      c.instance = instance;
+      c.instance = lower(instance);
     } else {
       return kPdhNoObject;
     }
@@ -84,7 +100,10 @@ class SimCounterQuery final : public CounterQuery {
     core_.spend_call_time();
     std::lock_guard<std::mutex> g(core_.mutex);
     if (counters_.empty()) return kPdhNoData;
-    for (auto& c : counters_) sample_locked(c);
+    // One moment for every counter of the sample.
+    const double t_s = now_s();
+    const int mode = core_.mode_locked();
+    for (auto& c : counters_) sample_locked(c, t_s, mode);
     return 0;
   }
 
@@ -98,14 +117,22 @@ class SimCounterQuery final : public CounterQuery {
   }
 
  private:
-  const SimInterface* interface_locked(const std::string& instance) const {
-    for (const auto& i : core_.scenario.interfaces) {
-      if (lower(counter_instance_name(i.description)) == lower(instance)) return &i;
+  // Looked up again only after a patch changed the scenario.
+  const SimInterface* interface_locked(SimCounter& c) const {
+    if (c.looked_up != core_.generation + 1) {
+      c.interface = nullptr;
+      for (const auto& i : core_.scenario.interfaces) {
+        if (instance_is(i.description, c.instance)) {
+          c.interface = &i;
+          break;
+        }
+      }
+      c.looked_up = core_.generation + 1;
     }
-    return nullptr;
+    return c.interface;
   }
 
-  void sample_locked(SimCounter& c) {
+  void sample_locked(SimCounter& c, double t_s, int mode) {
     const Scenario& s = core_.scenario;
     c.valid = false;
     if (c.kind == SimCounter::kRssi) {
@@ -114,21 +141,20 @@ class SimCounterQuery final : public CounterQuery {
       const int port = it->second;
       const int position = core_.position_locked(port);
       double dbm = 0;
-      if (!mode_reading(s, core_.mode_locked(), dbm)) {
-        dbm = port_rssi_at(s, static_cast<size_t>(port), position, now_s());
+      if (!mode_reading(s, mode, dbm)) {
+        dbm = port_rssi_at(s, static_cast<size_t>(port), position, t_s);
       }
       if (dbm != kNoSignalDbm && s.noise > 0) dbm += s.noise * core_.gaussian_locked();
       c.value = std::max<int64_t>(0, std::llround(-dbm));
       c.valid = true;
       return;
     }
-    const SimInterface* i = interface_locked(c.instance);
+    const SimInterface* i = interface_locked(c);
     if (i == nullptr) return;
     if (c.kind == SimCounter::kBytesTotal) {
       c.value = i->connected ? s.throughput_bps : 0;
     } else {
-      const int mode = core_.mode_locked();
-      const double mbps = mode_rate_at(s, mode, s.firmware.switch_count, now_s());
+      const double mbps = mode_rate_at(s, mode, s.firmware.switch_count, t_s);
       c.value = i->connected ? std::llround(mbps * 1e6) : 0;
     }
     c.valid = true;

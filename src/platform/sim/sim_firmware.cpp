@@ -32,7 +32,7 @@ class SimControlHandle final : public ControlDeviceHandle {
     returned = 0;
     core_.spend_call_time();
     if (code != kControlCode || in == nullptr || in_len < 12) return false;
-    const std::string method(reinterpret_cast<const char*>(in), 4);
+    const std::string_view method(reinterpret_cast<const char*>(in), 4);
     const uint32_t arg_len = read_u32(in + 4);
     if (read_u32(in + 8) != kSwitchDeviceId) return false;
     uint32_t result = 0;

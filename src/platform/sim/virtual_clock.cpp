@@ -46,7 +46,11 @@ struct Rec {
 };
 
 // How long a thread whose turn ended watches for the next one before it sleeps: first
-// spinning, then yielding its core to the thread that runs.
+// spinning, then yielding its core to the thread that runs. On a busy machine fewer yields
+// take less CPU (twenty took a tenth less on the decision-pass benchmark), but where the
+// clock's threads have the cores to themselves a waiter that sleeps this early is woken for
+// nearly every turn: the same benchmark under SCHED_FIFO took twelve times the CPU with
+// twenty yields. Two hundred cover the turns of the auto loop and the monitor.
 constexpr int kSpinRounds = 0;
 constexpr int kYieldRounds = 200;
 
@@ -60,7 +64,9 @@ using Lock = std::unique_lock<std::mutex>;
 
 struct Core {
   std::mutex m;
-  int64_t now = 0;
+  // Written only under `m`; read without it by now_ms (the thread that reads it holds the
+  // turn, which it took under `m` after the time was last moved).
+  std::atomic<int64_t> now{0};
   uint64_t next_seq = 0;
   // Written only under `m`; read without it by a thread watching for its turn.
   std::atomic<Rec*> current{nullptr};
@@ -95,9 +101,10 @@ struct Core {
         }
       }
       if (earliest < 0) return;  // everybody waits for somebody: time stands still
-      now = std::max(now, earliest);
+      const int64_t moved = std::max(now.load(std::memory_order_relaxed), earliest);
+      now.store(moved, std::memory_order_relaxed);
       for (auto& r : recs) {
-        if (r->state == Rec::kWaiting && r->deadline >= 0 && r->deadline <= now) {
+        if (r->state == Rec::kWaiting && r->deadline >= 0 && r->deadline <= moved) {
           if (r->wait_list != nullptr) {
             auto& wl = *r->wait_list;
             wl.erase(std::remove(wl.begin(), wl.end(), r.get()), wl.end());
@@ -283,7 +290,8 @@ class VirtualEvent final : public Event {
     auto presence = core_->enter(lk);
     bool ok = take();
     if (!ok) {
-      const int64_t deadline = timeout_ms < 0 ? -1 : core_->now + timeout_ms;
+      const int64_t deadline =
+          timeout_ms < 0 ? -1 : core_->now.load(std::memory_order_relaxed) + timeout_ms;
       core_->block(lk, presence.rec, deadline, &waiters_);
       ok = !presence.rec->timed_out;
     }
@@ -341,10 +349,9 @@ class VirtualThread final : public Thread {
 
 class VirtualClock final : public Clock {
  public:
-  int64_t now_ms() override {
-    Lock lk(core_->m);
-    return core_->now;
-  }
+  // Read without the scheduler's lock: the time of the clock is asked for in every
+  // collection of the simulated counters.
+  int64_t now_ms() override { return core_->now.load(std::memory_order_relaxed); }
   void sleep_ms(int64_t ms) override {
     Lock lk(core_->m);
     auto presence = core_->enter(lk);
@@ -356,7 +363,7 @@ class VirtualClock final : public Clock {
       core_->dispatch();
       core_->wait_turn(lk, r);
     } else {
-      core_->block(lk, r, core_->now + ms, nullptr);
+      core_->block(lk, r, core_->now.load(std::memory_order_relaxed) + ms, nullptr);
     }
     core_->leave(presence);
   }

@@ -3,6 +3,7 @@
 // evntprov.h needs windows.h first.
 #include <evntprov.h>
 
+#include "platform/utf16.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/win32_backends.h"
 
@@ -18,6 +19,21 @@ GUID to_guid(const Guid& g) {
   return out;
 }
 
+EVENT_DESCRIPTOR to_descriptor(const EventDescriptor& d) {
+  EVENT_DESCRIPTOR descriptor{};
+  descriptor.Id = d.id;
+  descriptor.Version = d.version;
+  descriptor.Channel = d.channel;
+  descriptor.Level = d.level;
+  descriptor.Opcode = d.opcode;
+  descriptor.Task = d.task;
+  descriptor.Keyword = d.keyword;
+  return descriptor;
+}
+
+// UTF-16 units of a line converted on the stack (the log's line buffer holds fewer bytes).
+constexpr size_t kStackUnits = 4096;
+
 class EtwEventTrace final : public EventTrace {
  public:
   uint32_t register_provider(const Guid& provider, Handle& handle) override {
@@ -29,20 +45,30 @@ class EtwEventTrace final : public EventTrace {
   }
 
   uint32_t write(Handle handle, const EventDescriptor& d, std::string_view line) override {
-    EVENT_DESCRIPTOR descriptor{};
-    descriptor.Id = d.id;
-    descriptor.Version = d.version;
-    descriptor.Channel = d.channel;
-    descriptor.Level = d.level;
-    descriptor.Opcode = d.opcode;
-    descriptor.Task = d.task;
-    descriptor.Keyword = d.keyword;
-    const std::wstring text = win32::wide(line);
+    const EVENT_DESCRIPTOR descriptor = to_descriptor(d);
+    // A UTF-8 line never takes more UTF-16 units than bytes: a log line (at most 4095 bytes)
+    // is converted on the stack; only longer text goes to the heap.
+    wchar_t small[kStackUnits + 1];
+    std::wstring large;
+    const wchar_t* text = small;
+    size_t units = 0;
+    if (line.size() <= kStackUnits) {
+      units = utf8_to_utf16(line, reinterpret_cast<char16_t*>(small), kStackUnits);
+      small[units] = L'\0';
+    } else {
+      large = win32::wide(line);
+      text = large.c_str();
+      units = large.size();
+    }
     EVENT_DATA_DESCRIPTOR data{};
     // The line and its terminator: (length + 1) * 2 bytes.
-    EventDataDescCreate(&data, text.c_str(),
-                        static_cast<ULONG>((text.size() + 1) * sizeof(wchar_t)));
+    EventDataDescCreate(&data, text, static_cast<ULONG>((units + 1) * sizeof(wchar_t)));
     return EventWrite(static_cast<REGHANDLE>(handle), &descriptor, 1, &data);
+  }
+
+  bool enabled(Handle handle, const EventDescriptor& d) override {
+    const EVENT_DESCRIPTOR descriptor = to_descriptor(d);
+    return EventEnabled(static_cast<REGHANDLE>(handle), &descriptor) != FALSE;
   }
 
   uint32_t unregister(Handle handle) override {

@@ -239,6 +239,8 @@ TEST(EtwEventTrace, RegistersWritesAndUnregistersTheServiceProvider) {
   d.level = 4;
   d.keyword = 0x8000000000000000ull;
   EXPECT_EQ(trace->write(handle, d, "MultiAntennaSvc in OnStart"), 0u);
+  // No trace session listens to the provider while the tests run.
+  EXPECT_FALSE(trace->enabled(handle, d));
   EXPECT_EQ(trace->unregister(handle), 0u);
 }
 

@@ -77,6 +77,20 @@ TEST(SystemLogEventTrace, UnknownHandlesAreInvalid) {
   EXPECT_TRUE(journal.drain().empty());
 }
 
+TEST(SystemLogEventTrace, EveryLevelOfARegisteredProviderIsRecorded) {
+  TempDir dir;
+  NotifySocket journal(dir.file("journal"));
+  auto trace = platform::make_system_log_event_trace("test", journal.path());
+  platform::EventTrace::Handle handle = 0;
+  ASSERT_EQ(trace->register_provider(log::kLogProviderId, handle), 0u);
+  for (uint8_t level = 0; level <= 5; ++level) {
+    EXPECT_TRUE(trace->enabled(handle, log::log_event_descriptor(level)));
+  }
+  EXPECT_FALSE(trace->enabled(handle + 1, log::log_event_descriptor(4)));
+  EXPECT_EQ(trace->unregister(handle), 0u);
+  EXPECT_FALSE(trace->enabled(handle, log::log_event_descriptor(4)));
+}
+
 TEST(SystemLogEventTrace, WithoutAJournalEventsGoToSyslog) {
   TempDir dir;
   auto trace = platform::make_system_log_event_trace("test", dir.file("no-journal"));
