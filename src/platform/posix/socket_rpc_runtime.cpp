@@ -466,7 +466,12 @@ class SocketRpcRuntime final : public RpcRuntime {
         std::lock_guard<std::mutex> g(conn->read_m);
         open = read_once(*conn, calls);
       }
-      if (!open) break;
+      if (!open) {
+        // Requests read before the stream broke are not run; this thread's list must not
+        // carry them to the next connection it reads.
+        calls.clear();
+        break;
+      }
       if (calls.empty()) continue;
       const bool room = take_room(true);
       if (calls.size() > 1 || !room) {
