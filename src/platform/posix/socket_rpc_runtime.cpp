@@ -67,19 +67,20 @@ struct Connection {
 
   // Queues a reply without ever blocking: what the socket does not take now waits in the
   // connection's buffer, which the poll thread sends as the socket drains. A client that lets
-  // more than max_out bytes pile up is dropped.
+  // more than max_out bytes pile up behind the reply it is taking is dropped.
   void send_reply(wire::FrameWriter& reply) {
     const uint8_t* frame = reply.data();
     const size_t size = reply.size();
     std::lock_guard<std::mutex> g(write_m);
     if (dropped) return;
     size_t off = 0;
-    if (outbuf.empty()) {
-      if (!send_some(frame, size, off)) return drop_locked();
-    }
-    if (off == size) return;
-    if (outbuf.size() + (size - off) > max_out) return drop_locked();
     const bool was_empty = outbuf.empty();
+    if (was_empty && !send_some(frame, size, off)) return drop_locked();
+    if (off == size) return;
+    // A reply that finds nothing waiting waits whole, however large (a diagnostics text may
+    // be larger than the socket and the bound together, and its client reads it); the bound
+    // is on what piles up behind it.
+    if (!was_empty && outbuf.size() + (size - off) > max_out) return drop_locked();
     outbuf.insert(outbuf.end(), frame + off, frame + size);
     if (was_empty) arm_locked();
   }

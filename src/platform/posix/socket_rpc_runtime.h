@@ -60,8 +60,9 @@ struct SocketRuntimeLimits {
   int max_calls_per_connection = 128;
   // Contexts one connection may hold open; opening another is refused with 1721.
   size_t max_contexts_per_connection = 64;
-  // Reply bytes waiting for a client that does not read; the connection is dropped when more
-  // would have to wait.
+  // Reply bytes waiting for a client that does not read, behind the reply it is taking (a
+  // reply that finds nothing waiting always waits whole: a diagnostics text may be larger
+  // than this); the connection is dropped when more would have to wait.
   size_t max_pending_reply_bytes = 256 * 1024;
   // Starts one of the runtime's threads. It may throw (std::system_error when the system has
   // no thread to give): the call that needed the thread is then refused with 1723. Empty:
