@@ -433,8 +433,13 @@ class SocketRpcRuntime final : public RpcRuntime {
     std::vector<Call> calls;
     std::unique_lock<std::mutex> lk(m_);
     for (;;) {
-      work_cv_.wait(lk, [&] { return stopping_ || !tasks_.empty(); });
+      if (!work_cv_.wait_for(lk, limits_.idle_thread_time,
+                             [&] { return stopping_ || !tasks_.empty(); }) &&
+          retire_locked()) {
+        return;
+      }
       if (stopping_) return;
+      if (tasks_.empty()) continue;
       Task task = std::move(tasks_.front());
       tasks_.pop_front();
       --idle_workers_;
@@ -450,6 +455,23 @@ class SocketRpcRuntime final : public RpcRuntime {
       lk.lock();
       ++idle_workers_;
     }
+  }
+
+  // A worker that waited idle_thread_time for work leaves the runtime's threads (m_ held):
+  // it is let go (no one joins it), having touched the runtime for the last time when its
+  // caller lets go of m_. False when it is not among them (it then waits on).
+  bool retire_locked() {
+    const std::thread::id self = std::this_thread::get_id();
+    // The first thread is the poll thread, which stays.
+    for (size_t i = 1; i < threads_.size(); ++i) {
+      if (threads_[i].get_id() != self) continue;
+      threads_[i].detach();
+      if (i + 1 != threads_.size()) threads_[i] = std::move(threads_.back());
+      threads_.pop_back();
+      --idle_workers_;
+      return true;
+    }
+    return false;
   }
 
   // The reader of one connection: it waits in the socket itself (a request wakes this very
