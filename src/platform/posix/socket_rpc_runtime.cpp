@@ -67,19 +67,20 @@ struct Connection {
 
   // Queues a reply without ever blocking: what the socket does not take now waits in the
   // connection's buffer, which the poll thread sends as the socket drains. A client that lets
-  // more than max_out bytes pile up is dropped.
+  // more than max_out bytes pile up behind the reply it is taking is dropped.
   void send_reply(wire::FrameWriter& reply) {
     const uint8_t* frame = reply.data();
     const size_t size = reply.size();
     std::lock_guard<std::mutex> g(write_m);
     if (dropped) return;
     size_t off = 0;
-    if (outbuf.empty()) {
-      if (!send_some(frame, size, off)) return drop_locked();
-    }
-    if (off == size) return;
-    if (outbuf.size() + (size - off) > max_out) return drop_locked();
     const bool was_empty = outbuf.empty();
+    if (was_empty && !send_some(frame, size, off)) return drop_locked();
+    if (off == size) return;
+    // A reply that finds nothing waiting waits whole, however large (a diagnostics text may
+    // be larger than the socket and the bound together, and its client reads it); the bound
+    // is on what piles up behind it.
+    if (!was_empty && outbuf.size() + (size - off) > max_out) return drop_locked();
     outbuf.insert(outbuf.end(), frame + off, frame + size);
     if (was_empty) arm_locked();
   }
@@ -432,8 +433,13 @@ class SocketRpcRuntime final : public RpcRuntime {
     std::vector<Call> calls;
     std::unique_lock<std::mutex> lk(m_);
     for (;;) {
-      work_cv_.wait(lk, [&] { return stopping_ || !tasks_.empty(); });
+      if (!work_cv_.wait_for(lk, limits_.idle_thread_time,
+                             [&] { return stopping_ || !tasks_.empty(); }) &&
+          retire_locked()) {
+        return;
+      }
       if (stopping_) return;
+      if (tasks_.empty()) continue;
       Task task = std::move(tasks_.front());
       tasks_.pop_front();
       --idle_workers_;
@@ -451,6 +457,23 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
   }
 
+  // A worker that waited idle_thread_time for work leaves the runtime's threads (m_ held):
+  // it is let go (no one joins it), having touched the runtime for the last time when its
+  // caller lets go of m_. False when it is not among them (it then waits on).
+  bool retire_locked() {
+    const std::thread::id self = std::this_thread::get_id();
+    // The first thread is the poll thread, which stays.
+    for (size_t i = 1; i < threads_.size(); ++i) {
+      if (threads_[i].get_id() != self) continue;
+      threads_[i].detach();
+      if (i + 1 != threads_.size()) threads_[i] = std::move(threads_.back());
+      threads_.pop_back();
+      --idle_workers_;
+      return true;
+    }
+    return false;
+  }
+
   // The reader of one connection: it waits in the socket itself (a request wakes this very
   // thread, as in a bare exchange), takes the requests, and runs the first on this thread
   // and any others read with it on workers. While it runs a call the poll thread watches
@@ -466,7 +489,12 @@ class SocketRpcRuntime final : public RpcRuntime {
         std::lock_guard<std::mutex> g(conn->read_m);
         open = read_once(*conn, calls);
       }
-      if (!open) break;
+      if (!open) {
+        // Requests read before the stream broke are not run; this thread's list must not
+        // carry them to the next connection it reads.
+        calls.clear();
+        break;
+      }
       if (calls.empty()) continue;
       const bool room = take_room(true);
       if (calls.size() > 1 || !room) {

@@ -20,8 +20,9 @@
 // - Up to max_calls calls run at once; further calls wait, oldest first, and a call that
 //   ends starts the oldest waiting one on a worker. Room is taken and given back without a
 //   lock; the runtime's lock is taken only when calls wait or several came in one read.
-// - Threads are kept: a reader whose connection ends, or a worker whose call ends, waits
-//   for the next connection or call.
+// - Threads are kept for a while: a reader whose connection ends, or a worker whose call
+//   ends, waits for the next connection or call, and ends after idle_thread_time without
+//   one, so that a burst of clients does not leave its threads (and their stacks) behind.
 // Stopping ends the poll thread, then shuts every connection, so that each reader sees the
 // end; threads in calls finish them, waiting calls are dropped and every open context is
 // run down.
@@ -37,6 +38,7 @@
 // is given up to accept and refuse the waiting connection, and failing that the listener
 // rests until a connection ends or a short timer fires.
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -60,13 +62,17 @@ struct SocketRuntimeLimits {
   int max_calls_per_connection = 128;
   // Contexts one connection may hold open; opening another is refused with 1721.
   size_t max_contexts_per_connection = 64;
-  // Reply bytes waiting for a client that does not read; the connection is dropped when more
-  // would have to wait.
+  // Reply bytes waiting for a client that does not read, behind the reply it is taking (a
+  // reply that finds nothing waiting always waits whole: a diagnostics text may be larger
+  // than this); the connection is dropped when more would have to wait.
   size_t max_pending_reply_bytes = 256 * 1024;
   // Starts one of the runtime's threads. It may throw (std::system_error when the system has
   // no thread to give): the call that needed the thread is then refused with 1723. Empty:
   // std::thread.
   std::function<std::thread(std::function<void()>)> start_thread;
+  // How long a thread with nothing to do waits for the next connection or call before it
+  // ends (the poll thread stays).
+  std::chrono::milliseconds idle_thread_time{10000};
 };
 
 // Calls run on the runtime's own threads, each attached to `clock` for the call's duration.
