@@ -18,67 +18,13 @@
 #include <sched.h>
 #endif
 
-#include <atomic>
 #include <cstdint>
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "allocation_count/allocation_count.h"
 #include "rig/notebook_rig.h"
-
-// Every operator new of the process is counted: the replacements pair it with free(), which
-// GCC takes for a mismatch where it inlines the standard containers.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-
-namespace {
-std::atomic<uint64_t> allocations{0};
-
-uint64_t allocation_count() {
-  return allocations.load(std::memory_order_relaxed);
-}
-
-void* counted_allocation(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  return std::malloc(size == 0 ? 1 : size);
-}
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (void* p = counted_allocation(size)) return p;
-  throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-  if (void* p = counted_allocation(size)) return p;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return counted_allocation(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return counted_allocation(size);
-}
-void operator delete(void* p) noexcept {
-  std::free(p);
-}
-void operator delete[](void* p) noexcept {
-  std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-  std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-  std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-  std::free(p);
-}
 
 namespace zaltor::rig {
 namespace {
@@ -96,35 +42,18 @@ nlohmann::json radio(int variant) {
   return rssi;
 }
 
-// `eval_interval_ms`: the wait between two decision passes; `growth`: whether it grows while
-// the choice stays the same.
-RigOptions four_switch_notebook(bool with_timeline, const std::string& eval_interval_ms = "30000",
-                                bool growth = true) {
-  RigOptions o;
-  o.keep_log = false;
-  Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", eval_interval_ms}};
-  if (!growth) keys["DeterminatorStableTimesForExp"] = "0";
-  for (int m = 5; m <= 16; ++m) {
-    keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
-    keys["DisableMode_" + std::to_string(m)] = "0";
+// The rig's four-switch notebook; `with_timeline`: the radio changes every three minutes.
+RigOptions four_switch_day(bool with_timeline) {
+  RigOptions o = four_switch_notebook("30000", true);
+  if (!with_timeline) return o;
+  nlohmann::json patch = nlohmann::json::parse(o.scenario_patch);
+  nlohmann::json timeline = nlohmann::json::array();
+  for (int at = kChangeEverySeconds, i = 1; at < kDayMs / 1000; at += kChangeEverySeconds, ++i) {
+    timeline.push_back({{"at", at}, {"patch", {{"radio", {{"rssi", radio(i % 3)}}}}}});
   }
-  o.config = conf_ini(keys, "", four_switch_gpio());
-  nlohmann::json rates = nlohmann::json::array();
-  for (int m = 0; m < 16; ++m) rates.push_back(300.0 + 37.5 * m);
-  nlohmann::json patch = {
-      {"firmware", {{"switchCount", 4}, {"lines", 255}}},
-      {"counters", {{"A", 0}, {"B", 1}, {"C", 2}, {"D", 3}}},
-      {"radio", {{"rssi", radio(0)}, {"rateMbps", rates}}},
-  };
-  if (with_timeline) {
-    nlohmann::json timeline = nlohmann::json::array();
-    for (int at = kChangeEverySeconds, i = 1; at < kDayMs / 1000; at += kChangeEverySeconds, ++i) {
-      timeline.push_back({{"at", at}, {"patch", {{"radio", {{"rssi", radio(i % 3)}}}}}});
-    }
-    patch["timeline"] = timeline;
-    o.start_notebook = true;
-  }
+  patch["timeline"] = timeline;
   o.scenario_patch = patch.dump();
+  o.start_notebook = true;
   return o;
 }
 
@@ -165,7 +94,7 @@ void bm_decision_pass_four_switches(benchmark::State& state) {
     state.SkipWithError("the threads could not be put on one CPU");
     return;
   }
-  NotebookRig h(four_switch_notebook(false, "1000", false));
+  NotebookRig h(four_switch_notebook("1000", false));
   const int32_t init = h.Init();
   h.take_start_request();
   if (init != 0 || h.worker().mode_count() != 16) {
@@ -196,7 +125,7 @@ BENCHMARK(bm_decision_pass_four_switches)
 void bm_simulated_day_of_auto(benchmark::State& state) {
   use_one_cpu(false);
   for (auto _ : state) {
-    NotebookRig h(four_switch_notebook(true));
+    NotebookRig h(four_switch_day(true));
     const int32_t init = h.Init();
     h.take_start_request();
     if (init != 0) {

@@ -201,6 +201,31 @@ std::string conf_ini(const Keys& keys, const std::string& extra_sections, const 
   return text;
 }
 
+RigOptions four_switch_notebook(const std::string& eval_interval_ms, bool growth) {
+  RigOptions o;
+  o.keep_log = false;
+  Keys keys = {{"RSSICollectCount", "3"}, {"BaseSleepIntervalBetweenEval", eval_interval_ms}};
+  if (!growth) keys["DeterminatorStableTimesForExp"] = "0";
+  for (int m = 5; m <= 16; ++m) {
+    keys["RSSIWeightForMode_" + std::to_string(m)] = "0.0";
+    keys["DisableMode_" + std::to_string(m)] = "0";
+  }
+  o.config = conf_ini(keys, "", four_switch_gpio());
+  nlohmann::json rates = nlohmann::json::array();
+  for (int m = 0; m < 16; ++m) rates.push_back(300.0 + 37.5 * m);
+  static constexpr int kMain[4] = {-55, -70, -66, -60};
+  static constexpr int kDiv[4] = {-62, -58, -61, -64};
+  nlohmann::json rssi = nlohmann::json::array();
+  for (int p = 0; p < 4; ++p) rssi.push_back({{"Main", kMain[p]}, {"Div", kDiv[p]}});
+  const nlohmann::json patch = {
+      {"firmware", {{"switchCount", 4}, {"lines", 255}}},
+      {"counters", {{"A", 0}, {"B", 1}, {"C", 2}, {"D", 3}}},
+      {"radio", {{"rssi", rssi}, {"rateMbps", rates}}},
+  };
+  o.scenario_patch = patch.dump();
+  return o;
+}
+
 NotebookRig::NotebookRig(RigOptions options) : dir_(make_temp_dir()) {
   files_ = std::make_unique<TempDirFiles>(dir_);
   profiles_ = make_profiles();

@@ -122,6 +122,12 @@ struct RigOptions {
   std::function<void(platform::Platform&, platform::sim::SimNotebook&)> prepare;
 };
 
+// The four-switch notebook of the decision-pass benchmark and the allocation test: sixteen
+// modes, three samples per mode, every mode enabled and unweighted, 300 + 37.5 Mbps per mode
+// number, one radio situation, and `eval_interval_ms` between two passes, which grows while
+// the choice stays the same only with `growth`. The log keeps only the "Sleep: " lines.
+RigOptions four_switch_notebook(const std::string& eval_interval_ms, bool growth);
+
 class NotebookRig {
  public:
   // Throws std::runtime_error when the scenario is refused or no directory can be made.
