@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -49,9 +50,13 @@ class HeldDispatch final : public platform::RpcDispatch {
   Gate& gate_;
 };
 
-std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
+// Opens a context on `raw`: the five words of its handle, or none when the open failed.
+std::optional<std::vector<uint32_t>> open_context(RawConnection& raw) {
+  if (!raw.send(raw_frame(1, 0, {}))) return std::nullopt;
+  auto opened = raw.read_reply();
+  if (!opened || opened->out.size() < 20) return std::nullopt;
   std::vector<uint32_t> words;
-  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened.out[i]));
+  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened->out[i]));
   return words;
 }
 
@@ -67,10 +72,9 @@ TEST(RpcSocketHandover, StopWaitsForCallsHeldOnReadersThatWereReplaced) {
     {
       RawConnection raw(endpoint);
       ASSERT_TRUE(raw.connected());
-      ASSERT_TRUE(raw.send(raw_frame(1, 0, {})));
-      auto opened = raw.read_reply();
-      ASSERT_TRUE(opened);
-      std::vector<uint32_t> set = handle_words(*opened);
+      auto handle = open_context(raw);
+      ASSERT_TRUE(handle);
+      std::vector<uint32_t> set = *handle;
       set.push_back(1);
       set.push_back(1);
       // Each held call is sent alone, so that its connection's reader runs it and the next
@@ -109,10 +113,9 @@ TEST(RpcSocketHandover, RepliesOfTwoReadersOfOneConnectionArriveWhole) {
   ASSERT_TRUE(runtime->serve_control(dispatch).ok());
   RawConnection raw(endpoint);
   ASSERT_TRUE(raw.connected());
-  ASSERT_TRUE(raw.send(raw_frame(1, 0, {})));
-  auto opened = raw.read_reply();
-  ASSERT_TRUE(opened);
-  std::vector<uint32_t> set = handle_words(*opened);
+  auto handle = open_context(raw);
+  ASSERT_TRUE(handle);
+  std::vector<uint32_t> set = *handle;
   set.push_back(1);
   set.push_back(1);
   ASSERT_TRUE(raw.send(raw_frame(2, 4, set)));
@@ -121,7 +124,7 @@ TEST(RpcSocketHandover, RepliesOfTwoReadersOfOneConnectionArriveWhole) {
   // a connection may have pending) while the held call's reply is written beside them.
   constexpr uint32_t kWindows = 64;
   constexpr uint32_t kWindow = 32;
-  std::vector<uint32_t> query = handle_words(*opened);
+  std::vector<uint32_t> query = *handle;
   query.push_back(0);
   bool held_answered = false;
   for (uint32_t w = 0; w < kWindows; ++w) {
