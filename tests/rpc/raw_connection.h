@@ -107,4 +107,21 @@ inline std::vector<uint8_t> raw_frame(uint32_t call_id, uint32_t procedure,
   return w.frame();
 }
 
+// The five words of the context handle that an open's reply carries.
+inline std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
+  std::vector<uint32_t> words;
+  for (size_t i = 0; i + 4 <= opened.out.size() && i < 20; i += 4) {
+    words.push_back(platform::wire::load_u32(&opened.out[i]));
+  }
+  return words;
+}
+
+// Opens a context on a raw connection: the handle's words, or empty when refused.
+inline std::vector<uint32_t> open_raw_context(RawConnection& raw, uint32_t call_id) {
+  if (!raw.send(raw_frame(call_id, 0, {}))) return {};
+  auto opened = raw.read_reply();
+  if (!opened || opened->fault != 0) return {};
+  return handle_words(*opened);
+}
+
 }  // namespace zaltor::rpc::test

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <optional>
 #include <thread>
 #include <vector>
 
@@ -50,16 +49,6 @@ class HeldDispatch final : public platform::RpcDispatch {
   Gate& gate_;
 };
 
-// Opens a context on `raw`: the five words of its handle, or none when the open failed.
-std::optional<std::vector<uint32_t>> open_context(RawConnection& raw) {
-  if (!raw.send(raw_frame(1, 0, {}))) return std::nullopt;
-  auto opened = raw.read_reply();
-  if (!opened || opened->out.size() < 20) return std::nullopt;
-  std::vector<uint32_t> words;
-  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened->out[i]));
-  return words;
-}
-
 TEST(RpcSocketHandover, StopWaitsForCallsHeldOnReadersThatWereReplaced) {
   for (int round = 0; round < 5; ++round) {
     TestClock clock;
@@ -72,9 +61,8 @@ TEST(RpcSocketHandover, StopWaitsForCallsHeldOnReadersThatWereReplaced) {
     {
       RawConnection raw(endpoint);
       ASSERT_TRUE(raw.connected());
-      auto handle = open_context(raw);
-      ASSERT_TRUE(handle);
-      std::vector<uint32_t> set = *handle;
+      std::vector<uint32_t> set = open_raw_context(raw, 1);
+      ASSERT_EQ(set.size(), 5u);
       set.push_back(1);
       set.push_back(1);
       // Each held call is sent alone, so that its connection's reader runs it and the next
@@ -113,9 +101,9 @@ TEST(RpcSocketHandover, RepliesOfTwoReadersOfOneConnectionArriveWhole) {
   ASSERT_TRUE(runtime->serve_control(dispatch).ok());
   RawConnection raw(endpoint);
   ASSERT_TRUE(raw.connected());
-  auto handle = open_context(raw);
-  ASSERT_TRUE(handle);
-  std::vector<uint32_t> set = *handle;
+  const std::vector<uint32_t> handle = open_raw_context(raw, 1);
+  ASSERT_EQ(handle.size(), 5u);
+  std::vector<uint32_t> set = handle;
   set.push_back(1);
   set.push_back(1);
   ASSERT_TRUE(raw.send(raw_frame(2, 4, set)));
@@ -124,7 +112,7 @@ TEST(RpcSocketHandover, RepliesOfTwoReadersOfOneConnectionArriveWhole) {
   // a connection may have pending) while the held call's reply is written beside them.
   constexpr uint32_t kWindows = 64;
   constexpr uint32_t kWindow = 32;
-  std::vector<uint32_t> query = *handle;
+  std::vector<uint32_t> query = handle;
   query.push_back(0);
   bool held_answered = false;
   for (uint32_t w = 0; w < kWindows; ++w) {

@@ -40,20 +40,6 @@ RuntimeFactory socket_runtime_with(platform::SocketRuntimeLimits limits) {
       [limits](platform::Clock& clock) { return platform::make_socket_rpc_runtime(clock, limits); };
 }
 
-std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
-  std::vector<uint32_t> words;
-  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened.out[i]));
-  return words;
-}
-
-// Opens a context on a raw connection: the context's words, or empty when refused.
-std::vector<uint32_t> open_raw_context(RawConnection& raw, uint32_t call_id) {
-  if (!raw.send(raw_frame(call_id, 0, {}))) return {};
-  auto opened = raw.read_reply();
-  if (!opened || opened->fault != 0) return {};
-  return handle_words(*opened);
-}
-
 // A client that is served within `limit` (retried while the server still counts connections
 // that just closed).
 bool served_within(TestServer& server, milliseconds limit) {

@@ -23,12 +23,6 @@ namespace {
 using platform::ContextHandleWire;
 using std::chrono::seconds;
 
-std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
-  std::vector<uint32_t> words;
-  for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened.out[i]));
-  return words;
-}
-
 TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpOtherConnections) {
   TestServer server("threads-other");
   Gate gate;
