@@ -22,7 +22,7 @@ namespace {
 using platform::ContextHandleWire;
 using std::chrono::seconds;
 
-std::vector<uint32_t> handle_words(const ReplyFrame& opened) {
+std::vector<uint32_t> context_words(const ReplyFrame& opened) {
   std::vector<uint32_t> words;
   for (size_t i = 0; i < 20; i += 4) words.push_back(platform::wire::load_u32(&opened.out[i]));
   return words;
@@ -66,12 +66,12 @@ TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpTheNextCallOfItsConnection) {
   auto opened = raw.read_reply();
   ASSERT_TRUE(opened);
   ASSERT_EQ(opened->fault, 0u);
-  std::vector<uint32_t> set = handle_words(*opened);
+  std::vector<uint32_t> set = context_words(*opened);
   set.push_back(kSetUserMode);
   set.push_back(1);
   ASSERT_TRUE(raw.send(raw_frame(2, 4, set)));
   ASSERT_TRUE(gate.wait_inside(1));
-  std::vector<uint32_t> query = handle_words(*opened);
+  std::vector<uint32_t> query = context_words(*opened);
   query.push_back(kGetModeCount);
   ASSERT_TRUE(raw.send(raw_frame(3, 2, query)));
   auto first = raw.read_reply();
@@ -97,7 +97,7 @@ TEST(RpcSocketThreads, RequestsReadTogetherRunOnSeparateThreads) {
   constexpr uint32_t kBatch = 8;
   std::vector<uint8_t> batch;
   for (uint32_t id = 10; id < 10 + kBatch; ++id) {
-    std::vector<uint32_t> words = handle_words(*opened);
+    std::vector<uint32_t> words = context_words(*opened);
     words.push_back(kSetUserMode);
     words.push_back(1);
     const auto f = raw_frame(id, 4, words);
@@ -147,10 +147,10 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   auto runtime = platform::make_socket_rpc_runtime(clock, limits);
   ASSERT_TRUE(runtime->open_endpoint(endpoint).ok());
   ASSERT_TRUE(runtime->serve_control(dispatch).ok());
-  constexpr int kClients = 4;
+  constexpr int kClientCount = 4;
   std::vector<std::unique_ptr<platform::ControlClient>> clients;
-  std::vector<ContextHandleWire> contexts(kClients);
-  for (int i = 0; i < kClients; ++i) {
+  std::vector<ContextHandleWire> contexts(kClientCount);
+  for (int i = 0; i < kClientCount; ++i) {
     uint32_t error = 0;
     clients.push_back(platform::connect_control_client(endpoint, 30000, error));
     ASSERT_TRUE(clients.back()) << error;
@@ -158,7 +158,7 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   }
   std::atomic<int> answered{0};
   std::vector<std::thread> callers;
-  for (int i = 0; i < kClients; ++i) {
+  for (int i = 0; i < kClientCount; ++i) {
     callers.emplace_back([&, i] {
       int32_t status = -1, value = 0;
       if (clients[static_cast<size_t>(i)]->query_value(contexts[static_cast<size_t>(i)], 1, status,
@@ -174,7 +174,7 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   EXPECT_EQ(gate.inside(), 2);
   gate.open();
   for (auto& t : callers) t.join();
-  EXPECT_EQ(answered.load(), kClients);
+  EXPECT_EQ(answered.load(), kClientCount);
   EXPECT_EQ(gate.most(), 2);
   EXPECT_EQ(runtime->stop_listening(), 0u);
 }
