@@ -23,7 +23,7 @@ mkdir "$work/fixes"
 naming_list_sources "$work"
 naming_run "$work" "$work/fixes" || true  # violations make clang-tidy exit non-zero
 # What clang-tidy reports but cannot rename, and files it could not parse.
-grep -hE 'cannot be fixed|clang-diagnostic-error' "$work"/*.log | sort -u || true
+grep -hE 'cannot be fixed|clang-diagnostic-error' "$work"/logs/*.log | sort -u || true
 scripts/naming/filter-fixes.py "$work/fixes"
 clang-apply-replacements-14 --remove-change-desc-files=false "$work/fixes"
 # Count the declarations renamed (each is reported by every file that includes it).

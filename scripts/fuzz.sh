@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets of tests/fuzz (preset fuzz: clang with AddressSanitizer and
+# Builds the libFuzzer targets of tests/fuzz (clang with AddressSanitizer and
 # UndefinedBehaviorSanitizer) and runs each for a bounded time, two at a time. Exits non-zero
 # when a target finds a crash, a leak, a timeout, an excess of memory or a sanitizer report;
-# the input that did it is kept in build-fuzz/fuzz-findings/.
+# the input that did it is kept in build-<preset>/fuzz-findings/.
 #
 # Usage: scripts/fuzz.sh [SECONDS_PER_TARGET [TARGET ...]]   (default: 60 s, every target)
+# ZALTOR_FUZZ_PRESET chooses the build: fuzz (default; optimised, for long runs) or asan (the
+# sanitizer tests' Debug build, which builds the same targets: scripts/test-all.sh fuzzes
+# there so that CI compiles the sources once for both).
 #
 # Each target starts from its seeds in tests/fuzz/corpus/<target>/, which it only reads: the
 # inputs it finds go to a temporary directory (libFuzzer writes new inputs into the first
@@ -18,12 +21,18 @@ if [ ${#targets[@]} -eq 0 ]; then
   targets=(ini_config_fuzz config_decrypt_fuzz scenario_fuzz control_frames_fuzz)
 fi
 
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j"$(nproc)"
+preset=${ZALTOR_FUZZ_PRESET:-fuzz}
+case "$preset" in
+  fuzz | asan) ;;
+  *) echo "fuzz.sh: ZALTOR_FUZZ_PRESET must be fuzz or asan" >&2; exit 2 ;;
+esac
+build=build-$preset
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset" -j"$(nproc)" --target fuzz_targets
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-findings=build-fuzz/fuzz-findings
+findings=$build/fuzz-findings
 mkdir -p "$findings"
 
 max_len_of() {
@@ -37,7 +46,7 @@ run_target() {
   local t=$1
   mkdir -p "$work/$t/new" "$work/$t/artifacts"
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-    "build-fuzz/bin/$t" "$work/$t/new" "tests/fuzz/corpus/$t" \
+    "$build/bin/$t" "$work/$t/new" "tests/fuzz/corpus/$t" \
     -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 -max_len="$(max_len_of "$t")" \
     -artifact_prefix="$work/$t/artifacts/" -print_final_stats=1 >"$work/$t.log" 2>&1
 }

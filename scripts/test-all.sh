@@ -2,14 +2,22 @@
 # Builds and runs every test: the native build, the sanitizer builds and the Windows cross
 # build, whose tests run under Wine. Exits non-zero on the first failure.
 #
-# CI runs this on 2 cores within a time budget, so the sanitizer builds build only what
-# their tests run (the test executables and the programs those start), and under CI (CI=true)
-# the native builds keep line tables only as debug information (-g1; the Windows build has
-# none). Each step is timed.
+# CI runs this on 2 cores within ten minutes, so:
+# - each test program compiles as one unity file (ZALTOR_UNITY_BUILD, cmake/warnings.cmake);
+# - the sanitizer builds build only what their tests run (the test executables and the
+#   programs those start);
+# - one clang build serves both the AddressSanitizer/UndefinedBehaviorSanitizer tests and the
+#   libFuzzer targets (preset asan), which run for twenty seconds each: their seeds and the
+#   new inputs found meanwhile (scripts/fuzz.sh alone runs them longer, optimised);
+# - the naming check parses the files of a folder that compile alike as one file;
+# - under CI (CI=true) the native builds keep line tables only as debug information (-g1;
+#   the Windows build has none).
+# Each step is timed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh --browser --windows --wine
 jobs=$(nproc)
+fuzz_seconds=20
 started=$SECONDS
 run() {
   local t=$SECONDS
@@ -35,12 +43,19 @@ run cmake --preset default "${configure_flags[@]}"
 run cmake --build --preset default -j"$jobs"
 run ctest --preset default
 
-run cmake --preset asan "${configure_flags[@]}"
-run cmake --build --preset asan -j"$jobs" --target zaltor_tests
+# The asan preset is clang's: a build-asan/ that an older gcc-based preset configured is
+# configured afresh.
+asan_fresh=()
+if [ -f build-asan/CMakeCache.txt ] && ! grep -q '^CMAKE_CXX_COMPILER:.*clang' build-asan/CMakeCache.txt; then
+  asan_fresh=(--fresh)
+fi
+run cmake --preset asan "${asan_fresh[@]}" "${configure_flags[@]}"
+run cmake --build --preset asan -j"$jobs" --target zaltor_tests fuzz_targets
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run ctest --preset asan
 
-# The libFuzzer targets, about a minute each, two at a time (clang; see scripts/fuzz.sh).
-run scripts/fuzz.sh
+# The libFuzzer targets of that build, twenty seconds each, two at a time (scripts/fuzz.sh):
+# their seeds and whatever new inputs that many mutations reach.
+ZALTOR_FUZZ_PRESET=asan run scripts/fuzz.sh "$fuzz_seconds"
 
 run cmake --preset tsan "${configure_flags[@]}"
 # shellcheck disable=SC2086 # one word per target

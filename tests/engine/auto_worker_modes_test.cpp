@@ -13,7 +13,7 @@
 namespace zaltor::engine::autotest {
 namespace {
 
-void patch(AutoHarness& h, const char* json) {
+void patch_notebook(AutoHarness& h, const char* json) {
   std::string error;
   ASSERT_TRUE(h.notebook().apply_patch(nlohmann::json::parse(json), error)) << error;
 }
@@ -32,7 +32,7 @@ TEST(EngineWorkerModes, FirstFixedModeAfterStartIsCarriedOut) {
   AutoHarness h;
   ASSERT_EQ(h.Init(), 0);
   EXPECT_EQ(h.worker().user_mode(), 99u);
-  patch(h, R"({"firmware":{"lines":0}})");  // both switches "Div": mode 4
+  patch_notebook(h, R"({"firmware":{"lines":0}})");  // both switches "Div": mode 4
   ASSERT_EQ(h.notebook().mode(), 4);
   EXPECT_EQ(h.worker().SetUserMode(1), 0u);
   EXPECT_EQ(h.notebook().mode(), 1);

@@ -13,7 +13,7 @@ namespace zaltor::engine::autotest {
 namespace {
 
 // Virtual time that every test below gives the loop to reach a state.
-constexpr int64_t kLimitMs = 120000;
+constexpr int64_t kRaceLimitMs = 120000;
 
 // The Auto start's config set selection waits 2000 ms for Bluetooth to settle when a device
 // change is pending: a window in which other requests arrive.
@@ -76,7 +76,7 @@ TEST(ModeChangeRaces, UsersFixedModeIsTheLastOnTheLinesWhenTheLoopIsInsideAWrite
   };
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
-  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 1; }, kLimitMs));
+  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 1; }, kRaceLimitMs));
   ASSERT_NE(h.notebook().mode(), 1) << "the next pass switches to mode 1 first";
   armed = true;
   h.worker().raise_reevaluation(Trigger::kMonitor);
@@ -178,16 +178,16 @@ TEST(ModeChangeRaces, ASetBroughtIntoForceMidPassLeavesThePassOnItsOwnSet) {
   };
   ASSERT_EQ(h.Init(), 0);
   ASSERT_EQ(h.worker().SetUserMode(0), 0u);
-  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 1; }, kLimitMs));
+  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 1; }, kRaceLimitMs));
   const std::string first = avg_line(h, 0);
   ASSERT_FALSE(first.empty());
   armed = true;
   h.worker().raise_reevaluation(Trigger::kMonitor);
-  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 2; }, kLimitMs));
+  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 2; }, kRaceLimitMs));
   EXPECT_FALSE(armed.load()) << "the set came into force during the second pass";
   EXPECT_EQ(avg_line(h, 1), first) << "the second pass measured and decided on its own set";
   EXPECT_EQ(h.worker().active_config_set(), 3u);
-  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 3; }, kLimitMs));
+  ASSERT_TRUE(h.run_until([&] { return h.sleeps().size() >= 3; }, kRaceLimitMs));
   EXPECT_GE(h.time_of("Using Config Set: 3\n"), 0) << "the next pass takes the new set";
 }
 

@@ -19,7 +19,7 @@ using testing::EngineOnNotebook;
 // The monitor thread of one test, started on the worker with the loop shown as idle.
 class MonitorRun {
  public:
-  explicit MonitorRun(EngineOnNotebook& nb, uint32_t auto_state = kAutoIdle) : nb_(nb) {
+  explicit MonitorRun(EngineOnNotebook& nb, uint32_t auto_state = kAutoIdle) {
     arg_ = std::make_shared<AutoSwitchingWorkerArg>();
     arg_->worker = &nb.worker();
     nb.worker().shared.set_auto_state(auto_state);
@@ -39,7 +39,6 @@ class MonitorRun {
   }
 
  private:
-  EngineOnNotebook& nb_;
   std::shared_ptr<AutoSwitchingWorkerArg> arg_;
   std::unique_ptr<platform::Thread> thread_;
 };

@@ -17,14 +17,14 @@ namespace {
 using testing::all_antennas;
 using testing::EngineOnNotebook;
 
-std::string interface(bool connected, int channel) {
+std::string wlan_interface(bool connected, int channel) {
   return std::string(R"({"wlan": {"interfaces": [{"description": "Wireless AX (R2) 160MHz",)") +
          R"("guid": "{6A1B2C3D-1111-2222-3333-444455556666}", "connected": )" +
          (connected ? "true" : "false") + R"(, "channel": )" + std::to_string(channel) + "}]}}";
 }
 
 // Init and Auto; returns once the first pass has chosen a mode and the loop sleeps.
-void start_auto(EngineOnNotebook& nb) {
+void start_auto_until_sleep(EngineOnNotebook& nb) {
   ASSERT_EQ(nb.Init(), 0);
   ASSERT_EQ(nb.worker().SetUserMode(0), 0u);
   ASSERT_GE(nb.wait_for_log("Sleep: 60000\n", 60000), 0) << nb.text();
@@ -44,7 +44,7 @@ std::string pass_text(const std::string& log, size_t n) {
 
 TEST(ScenarioLid, ClosingOnA5GHzLinkSwitchesToTheLidSetAndOpeningBackTo5GHz) {
   EngineOnNotebook nb;  // channel 36
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   EXPECT_EQ(nb.worker().active_config_set(), 1u);
   EXPECT_NE(nb.text().find("Using Config Set: 1\n"), std::string::npos);
 
@@ -74,7 +74,7 @@ TEST(ScenarioLid, ClosingOnA5GHzLinkSwitchesToTheLidSetAndOpeningBackTo5GHz) {
 
 TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenceSet) {
   EngineOnNotebook nb;  // channel 36, one connected headset
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   // A device arrives (a speaker that is not connected): the Bluetooth devices are counted.
   nb.patch(R"({"bluetooth": {"BTHENUM": [{"hardwareId": "BTHENUM\\Dev_001122334455",
       "description": "Headset", "friendlyName": "Headset", "connected": true},
@@ -88,7 +88,7 @@ TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenc
   // the channel change may be taken by the monitor before the loop looks, in which case the
   // loop finishes its pass and the next one, after the sleep, runs with the new set.
   const size_t passes = nb.passes();
-  nb.patch(interface(true, 6));
+  nb.patch(wlan_interface(true, 6));
   nb.run_for(1);
   EXPECT_NE(nb.console_text().find("wlan_notification_msm_connected\n"), std::string::npos);
   EXPECT_TRUE(nb.log_contains("CONFIG changed! 1 -> 2\n")) << nb.text();
@@ -99,7 +99,7 @@ TEST(ScenarioBand, ChannelChangeTo24GHzWithAConnectedHeadsetSelectsTheCoexistenc
 
 TEST(ScenarioMonitor, RssiDropWhileTheLoopSleepsStartsANewPassWithinTwoSeconds) {
   EngineOnNotebook nb;
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   nb.run_for(7000);
   ASSERT_EQ(nb.worker().shared.auto_state(), kAutoIdle);
   const size_t passes = nb.passes();
@@ -117,7 +117,7 @@ TEST(ScenarioMonitor, RssiDropWhileTheLoopSleepsStartsANewPassWithinTwoSeconds) 
 
 TEST(ScenarioPower, ChangeAsksForANewDecisionWithoutRecomputingTheSet) {
   EngineOnNotebook nb;
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   // The registration delivered the current source, equal to the stored one: nothing.
   EXPECT_NE(nb.console_text().find("GUID_ACDC_POWER_SOURCE\n"), std::string::npos);
   EXPECT_FALSE(nb.log_contains("Power state changed!"));
@@ -139,7 +139,7 @@ TEST(ScenarioPower, ChangeAsksForANewDecisionWithoutRecomputingTheSet) {
 
 TEST(ScenarioPower, UnchangedSourceDoesNothing) {
   EngineOnNotebook nb(R"({"power": {"source": 1}})");
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   // The first delivery differs from the stored 0 and is a change.
   EXPECT_EQ(nb.log_count("Power state changed! (0 -> 1)\n"), 1u);
   const size_t passes = nb.passes();
@@ -160,10 +160,10 @@ TEST(ScenarioPower, UnchangedSourceDoesNothing) {
 TEST(ScenarioWlan, NotificationBeforeAnyWorkerIsRememberedIsIgnored) {
   // Without lid notifications nothing remembers the worker at start.
   EngineOnNotebook nb(R"({"lid": {"notifications": false}})");
-  start_auto(nb);
+  start_auto_until_sleep(nb);
   ASSERT_EQ(remembered_worker(), nullptr);
   const size_t changes = nb.log_count("CONFIG changed!");
-  nb.patch(interface(true, 6));  // a connected notification: 2.4 GHz now
+  nb.patch(wlan_interface(true, 6));  // a connected notification: 2.4 GHz now
   nb.run_for(3000);
   EXPECT_EQ(nb.console_text().find("wlan_notification_msm_connected"), std::string::npos);
   EXPECT_EQ(nb.log_count("CONFIG changed!"), changes);

@@ -365,7 +365,8 @@ TEST(SwitchOpen, FailedOpenLogsAndGives3) {
   EXPECT_EQ(open_control_device(dev, state, log), SWITCH_ERR_NOT_PRESENT);
   EXPECT_EQ(dev.opened_path, "\\\\.\\ZLTACPI");
   EXPECT_EQ(state.control_device(), nullptr);
-  EXPECT_EQ(log.lines, (std::vector<testing::LogLine>{{1, "InitializeZLTACPIDevice Failed!\n"}}));
+  EXPECT_EQ(log.lines,
+            (std::vector<zaltor::testing::LogLine>{{1, "InitializeZLTACPIDevice Failed!\n"}}));
 }
 
 TEST(SwitchOpen, OpenedDeviceIsKeptInTheState) {

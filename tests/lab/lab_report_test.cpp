@@ -20,13 +20,13 @@ size_t count(const std::string& text, const std::string& what) {
   return n;
 }
 
-const char* const kRadio = R"({"rssi": [{"Main": -60, "Div": -52}, {"Main": -62, "Div": -55}],
+const char* const kReportRadio = R"({"rssi": [{"Main": -60, "Div": -52}, {"Main": -62, "Div": -55}],
   "noise": 1, "seed": 3, "rateMbps": null, "fading": {"depthDb": 4, "periodSeconds": 30},
   "throughputBps": 1})";
 
 std::string two_config_report() {
   const std::string scenario =
-      scenario_text(900, kRadio, R"("about": "A <test> scenario & its \"truth\".")");
+      scenario_text(900, kReportRadio, R"("about": "A <test> scenario & its \"truth\".")");
   std::vector<RunRow> rows;
   for (double w : {0.0, 5.0}) {
     const RunResult r = run_lab(scenario, config_text(w));

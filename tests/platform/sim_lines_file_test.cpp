@@ -15,7 +15,7 @@
 namespace zaltor::platform::sim {
 namespace {
 
-constexpr uint32_t kCode = 0x0022240C;
+constexpr uint32_t kLinesCode = 0x0022240C;
 
 std::string read_file(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -24,18 +24,18 @@ std::string read_file(const std::string& path) {
   return text.str();
 }
 
-void put_u32(std::vector<uint8_t>& b, uint32_t v) {
+void put_word(std::vector<uint8_t>& b, uint32_t v) {
   for (int i = 0; i < 4; ++i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-bool devs(ControlDeviceHandle& h, uint32_t lines) {
+bool set_lines(ControlDeviceHandle& h, uint32_t lines) {
   std::vector<uint8_t> req{'D', 'E', 'V', 'S'};
-  put_u32(req, 8);
-  put_u32(req, 0x00010031);
-  put_u32(req, lines);
+  put_word(req, 8);
+  put_word(req, 0x00010031);
+  put_word(req, lines);
   uint8_t out[4] = {};
   uint32_t returned = 0;
-  return h.io_control(kCode, req.data(), static_cast<uint32_t>(req.size()), out, sizeof out,
+  return h.io_control(kLinesCode, req.data(), static_cast<uint32_t>(req.size()), out, sizeof out,
                       returned);
 }
 
@@ -72,12 +72,12 @@ TEST_F(SimLinesFile, EveryControlRequestThatChangesTheLinesRewritesTheFile) {
   auto h = nb->control_device().open("\\\\.\\ZLTACPI", err);
   ASSERT_NE(h, nullptr);
   // Switch 0 to "Div" (both of its lines low): mode 2.
-  ASSERT_TRUE(devs(*h, 0x22));
+  ASSERT_TRUE(set_lines(*h, 0x22));
   EXPECT_EQ(read_file(path_), "lines=0x22 mode=2\n");
   // Lines that form no mode are published as mode 0.
-  ASSERT_TRUE(devs(*h, 0x01));
+  ASSERT_TRUE(set_lines(*h, 0x01));
   EXPECT_EQ(read_file(path_), "lines=0x01 mode=0\n");
-  ASSERT_TRUE(devs(*h, 0x00));
+  ASSERT_TRUE(set_lines(*h, 0x00));
   EXPECT_EQ(read_file(path_), "lines=0x00 mode=4\n");
 }
 

@@ -14,7 +14,7 @@
 namespace zaltor::platform::sim {
 namespace {
 
-std::string load_error(const std::string& text) {
+std::string hostile_load_error(const std::string& text) {
   nlohmann::json doc;
   Scenario s;
   std::string error;
@@ -23,14 +23,14 @@ std::string load_error(const std::string& text) {
 }
 
 TEST(SimScenarioHostile, ANumberBeyondADoubleIsRefused) {
-  const std::string error = load_error(R"({"stopAfter": 1e999})");
+  const std::string error = hostile_load_error(R"({"stopAfter": 1e999})");
   EXPECT_EQ(error.rfind("scenario: not valid JSON: ", 0), 0u) << error;
   EXPECT_NE(error.find("1e999"), std::string::npos) << error;
 }
 
 TEST(SimScenarioHostile, ANumberBeyondADoubleInsideTheTimelineIsRefused) {
   const std::string error =
-      load_error(R"({"timeline": [{"at": -1e400, "patch": {"lid": {"open": false}}}]})");
+      hostile_load_error(R"({"timeline": [{"at": -1e400, "patch": {"lid": {"open": false}}}]})");
   EXPECT_EQ(error.rfind("scenario: not valid JSON: ", 0), 0u) << error;
 }
 
@@ -38,7 +38,7 @@ TEST(SimScenarioHostile, DeepNestingIsRefusedBeforeItIsWalked) {
   // Deep enough that a recursive merge or copy would run out of stack.
   const size_t depth = 200000;
   const std::string text = "{\"radio\": " + std::string(depth, '[') + std::string(depth, ']') + "}";
-  const std::string error = load_error(text);
+  const std::string error = hostile_load_error(text);
   EXPECT_EQ(error, "scenario: nested deeper than 64 levels");
 }
 
@@ -56,7 +56,7 @@ TEST(SimScenarioHostile, NestingThatScenariosUseIsAccepted) {
 }
 
 TEST(SimScenarioHostile, InvalidUtf8IsRefused) {
-  const std::string error = load_error("{\"board\": {\"products\": [\"\xff\xfe\"]}}");
+  const std::string error = hostile_load_error("{\"board\": {\"products\": [\"\xff\xfe\"]}}");
   EXPECT_EQ(error.rfind("scenario: not valid JSON: ", 0), 0u) << error;
 }
 

@@ -171,10 +171,10 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   auto runtime = platform::make_socket_rpc_runtime(clock, limits);
   ASSERT_TRUE(runtime->open_endpoint(endpoint).ok());
   ASSERT_TRUE(runtime->serve_control(dispatch).ok());
-  constexpr int kClients = 4;
+  constexpr int kClientCount = 4;
   std::vector<std::unique_ptr<platform::ControlClient>> clients;
-  std::vector<ContextHandleWire> contexts(kClients);
-  for (int i = 0; i < kClients; ++i) {
+  std::vector<ContextHandleWire> contexts(kClientCount);
+  for (int i = 0; i < kClientCount; ++i) {
     uint32_t error = 0;
     clients.push_back(platform::connect_control_client(endpoint, 30000, error));
     ASSERT_TRUE(clients.back()) << error;
@@ -182,7 +182,7 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   }
   std::atomic<int> answered{0};
   std::vector<std::thread> callers;
-  for (int i = 0; i < kClients; ++i) {
+  for (int i = 0; i < kClientCount; ++i) {
     callers.emplace_back([&, i] {
       int32_t status = -1, value = 0;
       if (clients[static_cast<size_t>(i)]->query_value(contexts[static_cast<size_t>(i)], 1, status,
@@ -198,7 +198,7 @@ TEST(RpcSocketThreads, CallsBeyondTheLimitWaitForAFreeThread) {
   EXPECT_EQ(gate.inside(), 2);
   gate.open();
   for (auto& t : callers) t.join();
-  EXPECT_EQ(answered.load(), kClients);
+  EXPECT_EQ(answered.load(), kClientCount);
   EXPECT_EQ(gate.most(), 2);
   EXPECT_EQ(runtime->stop_listening(), 0u);
 }

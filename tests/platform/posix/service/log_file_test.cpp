@@ -13,7 +13,7 @@ namespace {
 
 using service::CMultiAntennaSvc;
 
-constexpr const char* kBom = "\xEF\xBB\xBF";
+constexpr const char* kUtf8Bom = "\xEF\xBB\xBF";
 
 uint32_t write_file_of(log::WorkerLog& wlog, const char* fmt, ...) {
   va_list ap;
@@ -34,10 +34,11 @@ TEST(LogFile, IsUtf8WithAByteOrderMarkWhenNewAndCreatedAnewWhenDeleted) {
   log::WorkerLog wlog(svc.log_context(), file);
   wlog.write(4, "Gr\xC3\xBC\xC3\x9F %s\n", "\xE2\x82\xAC");
   wlog.write(5, "second\n");
-  EXPECT_EQ(read_file(file.name), std::string(kBom) + "Gr\xC3\xBC\xC3\x9F \xE2\x82\xAC\nsecond\n");
+  EXPECT_EQ(read_file(file.name),
+            std::string(kUtf8Bom) + "Gr\xC3\xBC\xC3\x9F \xE2\x82\xAC\nsecond\n");
   ASSERT_EQ(files->remove(file.name), 0u);
   wlog.write(4, "new\n");
-  EXPECT_EQ(read_file(file.name), std::string(kBom) + "new\n");
+  EXPECT_EQ(read_file(file.name), std::string(kUtf8Bom) + "new\n");
 }
 
 TEST(LogFile, UnopenableFileAnswers31) {
