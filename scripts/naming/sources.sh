@@ -9,10 +9,10 @@
 #            parse for MinGW-w64 and given MinGW's libstdc++ headers;
 #   fuzz     the libFuzzer entry points (tests/fuzz), which only the fuzz preset builds:
 #            parsed with their include paths and the native generated headers.
-# The files of one library or program (at most 12) are parsed together, as one file that includes them all, the way the test programs compile
-# (ZALTOR_UNITY_BUILD): the headers they share are parsed once instead of once per file,
-# which is most of the work. A group that does not parse so (two files that define the same
-# name in their anonymous namespaces) is split in halves until the parts parse.
+# The files of a test program are parsed together, as one file that includes them all, the
+# way they compile (ZALTOR_UNITY_BUILD): the headers they share are parsed once instead of
+# once per file, which is most of the work. A group that does not parse so is split in
+# halves until the parts parse.
 # Headers, and the files of a group, are checked through the files that include them (the
 # header filter admits the project's own folders only, so generated stubs, GoogleTest and
 # system headers are skipped).
@@ -72,11 +72,14 @@ def entries(db):
         for m in members:
             if project.match(m) and m not in seen:
                 seen.add(m)
-                result.append((m, flags, entry["directory"], target))
+                # Only the files of a CMake unity file are known to parse together.
+                result.append((m, flags, entry["directory"], target if len(members) > 1 else m))
     return result
 
-# A group is the files of one target (library or program), at most this many.
-group_size = 12
+# A group is the files of one CMake unity file (a test program), whole (0). Grouping the
+# other files of a library as well was measured slower: clang-tidy took several times the
+# CPU time on such groups.
+group_size = 0
 groups_dir = os.path.join(out, "groups")
 os.makedirs(groups_dir, exist_ok=True)
 
@@ -87,8 +90,9 @@ def write_set(name, files, group_size):
         by_flags.setdefault((tuple(flags), directory, target), []).append(path)
     chunks = []
     for (flags, directory, _), paths in by_flags.items():
-        for i in range(0, len(paths), group_size):
-            chunks.append((flags, directory, paths[i:i + group_size]))
+        size = group_size or len(paths)
+        for i in range(0, len(paths), size):
+            chunks.append((flags, directory, paths[i:i + size]))
     db, parse = [], []
 
     def group(stem, paths, flags, directory):
