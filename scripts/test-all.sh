@@ -9,7 +9,7 @@
 # - one clang build serves both the AddressSanitizer/UndefinedBehaviorSanitizer tests and the
 #   libFuzzer targets (preset asan), which run for twenty seconds each: their seeds and the
 #   new inputs found meanwhile (scripts/fuzz.sh alone runs them longer, optimised);
-# - the naming check parses the files of a folder that compile alike as one file;
+# - the naming check parses the files of a test program as one file, as they compile;
 # - under CI (CI=true) the native builds keep line tables only as debug information (-g1;
 #   the Windows build has none).
 # Each step is timed.
