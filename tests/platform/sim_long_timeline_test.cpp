@@ -1,8 +1,9 @@
 // A scenario with a long story (a replayed field log, a week in the lab) loads and takes its
-// patches in time proportional to its length, not to its square.
+// patches in time proportional to its length, not to its square. The test takes well under a
+// second; work that re-read every entry at each check or patch took minutes, beyond the time
+// limit of a test run (no test here measures a time itself).
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -18,7 +19,6 @@ TEST(SimLongTimeline, FiveThousandEntriesLoadAndPatchQuickly) {
   for (int i = 0; i < kEntries; ++i) {
     doc["timeline"].push_back({{"at", i + 1}, {"patch", {{"radio", {{"noise", (i % 7) * 0.5}}}}}});
   }
-  const auto start = std::chrono::steady_clock::now();
   std::string error;
   auto nb = make_sim_notebook_from_text(doc.dump(), error);
   ASSERT_NE(nb, nullptr) << error;
@@ -28,11 +28,6 @@ TEST(SimLongTimeline, FiveThousandEntriesLoadAndPatchQuickly) {
   }
   // The story stays whole after the patches.
   EXPECT_EQ(nb->scenario().timeline.size(), static_cast<size_t>(kEntries));
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  // Linear work is a fraction of a second; each load check or patch re-reading every entry
-  // took minutes.
-  EXPECT_LT(seconds, 10.0);
 }
 
 }  // namespace
