@@ -9,7 +9,8 @@
 # - one clang build serves both the AddressSanitizer/UndefinedBehaviorSanitizer tests and the
 #   libFuzzer targets (preset asan), which run for twenty seconds each: their seeds and the
 #   new inputs found meanwhile (scripts/fuzz.sh alone runs them longer, optimised);
-# - the naming check parses the files of a test program as one file, as they compile;
+# - the naming check parses the files of a test program as one file, as they compile, and
+#   runs while the Windows tests run under Wine;
 # - under CI (CI=true) the native builds keep line tables only as debug information (-g1;
 #   the Windows build has none).
 # Each step is timed.
@@ -66,8 +67,21 @@ run cmake --preset windows
 run cmake --build --preset windows -j"$jobs"
 # The naming rule (.clang-tidy) over the sources of both builds; it parses the Windows
 # sources with the stubs that this build generated.
+# The tests under Wine (scripts/wine-run.sh makes the prefix in build-windows/ on first use)
+# spend most of their time waiting for the emulator's processes, and the naming check is
+# pure CPU: they run side by side, and the Wine tests' output follows the check's.
+wine_log=$(mktemp)
+ctest --preset windows >"$wine_log" 2>&1 &
+wine_pid=$!
+trap 'kill "$wine_pid" 2>/dev/null || true; rm -f "$wine_log"' EXIT
+wine_started=$SECONDS
 run scripts/check-naming.sh
-# Under Wine (scripts/wine-run.sh makes the prefix in build-windows/ on first use).
-run ctest --preset windows
+echo
+echo "==== ctest --preset windows (started with the naming check)"
+wine_rc=0
+wait "$wine_pid" || wine_rc=$?
+cat "$wine_log"
+echo "---- $((SECONDS - wine_started)) s from its start: ctest --preset windows"
+[ "$wine_rc" -eq 0 ] || exit "$wine_rc"
 echo
 echo "All builds and tests passed in $((SECONDS - started)) s."
