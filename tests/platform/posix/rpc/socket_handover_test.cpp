@@ -13,6 +13,7 @@
 #include "platform/posix/control_wire.h"
 #include "platform/posix/socket_rpc_runtime.h"
 #include "rpc/call_gate.h"
+#include "rpc/plain_dispatch.h"
 #include "rpc/raw_connection.h"
 #include "rpc/test_server.h"
 
@@ -22,26 +23,20 @@ namespace {
 using std::chrono::milliseconds;
 
 // Procedures whose SetValue waits at the gate; every call counts itself out when it ends.
-class HeldDispatch final : public platform::RpcDispatch {
+class HeldDispatch final : public PlainDispatch {
  public:
   explicit HeldDispatch(Gate& gate) : gate_(gate) {}
-  platform::ContextObject open_context() override { return this; }
-  void close_context(platform::ContextObject& context) override { context = nullptr; }
   void rundown(platform::ContextObject) override { ++rundowns; }
   void query_value(platform::ContextObject, int32_t command, int32_t& status,
                    int32_t& value) override {
     status = 0;
     value = command;
   }
-  void query_indexed_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t&) override {
-  }
   void set_value(platform::ContextObject, int32_t, int32_t& status, int32_t) override {
     gate_.pass();
     status = 0;
     ++ended;
   }
-  void set_paired_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t) override {}
-  void query_array(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t*) override {}
   std::atomic<int> ended{0};
   std::atomic<int> rundowns{0};
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/posix/socket_rpc_runtime.h"
+#include "rpc/plain_dispatch.h"
 #include "rpc/raw_connection.h"
 #include "rpc/test_server.h"
 
@@ -17,23 +18,16 @@ namespace zaltor::rpc::test {
 namespace {
 
 // Procedures that count the contexts opened.
-class CountingDispatch final : public platform::RpcDispatch {
+class CountingDispatch final : public PlainDispatch {
  public:
   platform::ContextObject open_context() override {
     ++opened;
     return this;
   }
-  void close_context(platform::ContextObject& context) override { context = nullptr; }
-  void rundown(platform::ContextObject) override {}
   void query_value(platform::ContextObject, int32_t, int32_t& status, int32_t& value) override {
     status = 0;
     value = 7;
   }
-  void query_indexed_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t&) override {
-  }
-  void set_value(platform::ContextObject, int32_t, int32_t&, int32_t) override {}
-  void set_paired_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t) override {}
-  void query_array(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t*) override {}
   std::atomic<int> opened{0};
 };
 

@@ -14,6 +14,7 @@
 
 #include "platform/posix/control_wire.h"
 #include "rpc/call_gate.h"
+#include "rpc/plain_dispatch.h"
 #include "rpc/raw_connection.h"
 #include "rpc/test_server.h"
 
@@ -140,22 +141,14 @@ TEST(RpcSocketThreads, EachConnectionsCallsRunOnItsOwnReaderThread) {
 }
 
 // Procedures that hold every query at the gate.
-class GatedDispatch final : public platform::RpcDispatch {
+class GatedDispatch final : public PlainDispatch {
  public:
   explicit GatedDispatch(Gate& gate) : gate_(gate) {}
-  platform::ContextObject open_context() override { return this; }
-  void close_context(platform::ContextObject& context) override { context = nullptr; }
-  void rundown(platform::ContextObject) override {}
   void query_value(platform::ContextObject, int32_t, int32_t& status, int32_t& value) override {
     gate_.pass();
     status = 0;
     value = 7;
   }
-  void query_indexed_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t&) override {
-  }
-  void set_value(platform::ContextObject, int32_t, int32_t&, int32_t) override {}
-  void set_paired_value(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t) override {}
-  void query_array(platform::ContextObject, int32_t, int32_t&, int32_t, int32_t*) override {}
 
  private:
   Gate& gate_;
