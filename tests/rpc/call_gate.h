@@ -1,6 +1,10 @@
 #pragma once
 // A gate for the control interface's tests: it holds every call that reaches it until it is
 // opened, and counts the calls inside.
+//
+// A test declares its gate before the server whose calls it holds, so that the gate outlives
+// the server's threads, and an OpenAtExit after the server, so that on every way out of the
+// test (an ASSERT's early return too) the held calls are let go before the server stops.
 
 #include <algorithm>
 #include <chrono>
@@ -43,6 +47,17 @@ class Gate {
   int inside_ = 0;
   int most_ = 0;
   bool open_ = false;
+};
+
+class OpenAtExit {
+ public:
+  explicit OpenAtExit(Gate& gate) : gate_(gate) {}
+  OpenAtExit(const OpenAtExit&) = delete;
+  OpenAtExit& operator=(const OpenAtExit&) = delete;
+  ~OpenAtExit() { gate_.open(); }
+
+ private:
+  Gate& gate_;
 };
 
 }  // namespace zaltor::rpc::test

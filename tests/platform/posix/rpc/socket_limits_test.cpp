@@ -126,8 +126,9 @@ TEST(RpcSocketLimits, ConnectionsPastTheBoundAreRefusedAtOnceAndServedOnceOthers
 TEST(RpcSocketLimits, ConnectionsThatEndedWithCallsInProgressStillCount) {
   platform::SocketRuntimeLimits limits;
   limits.max_connections = 2;
-  TestServer server("limits-ended", {}, socket_runtime_with(limits));
   Gate gate;
+  TestServer server("limits-ended", {}, socket_runtime_with(limits));
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   {
     RawConnection leaving(server.endpoint);
@@ -301,8 +302,9 @@ TEST(RpcSocketLimits, ClientsCannotTakeTheDescriptorsTheServiceNeeds) {
 }
 
 TEST(RpcSocketLimits, AClientThatNeverReadsItsRefusalsHoldsUpNoOtherClient) {
-  TestServer server("limits-noread");
   Gate gate;
+  TestServer server("limits-noread");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   auto other = server.connect(3000);
   ASSERT_TRUE(other);
@@ -427,8 +429,9 @@ TEST(RpcSocketLimits, WithoutAFirstThreadListeningFailsCleanly) {
 }
 
 TEST(RpcSocketLimits, AClientThatLeavesInTheMiddleOfACallHasItsContextsRunDown) {
-  TestServer server("limits-leave");
   Gate gate;
+  TestServer server("limits-leave");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   {
     RawConnection leaving(server.endpoint);
@@ -456,8 +459,9 @@ TEST(RpcSocketLimits, AClientThatLeavesInTheMiddleOfACallHasItsContextsRunDown) 
 }
 
 TEST(RpcSocketLimits, CallsOnOneContextRunAtTheSameTime) {
-  TestServer server("limits-overlap");
   Gate gate;
+  TestServer server("limits-overlap");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   RawConnection raw(server.endpoint);
   const std::vector<uint32_t> ctx = open_raw_context(raw, 1);

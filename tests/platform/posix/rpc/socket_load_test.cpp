@@ -61,11 +61,12 @@ TEST(RpcLoad, UpTo1234CallsRunAtOnce) {
   GTEST_SKIP() << "2468 threads meeting at once take longer than the test's bound under the "
                   "thread sanitizer; the default and address-sanitizer runs check it";
 #endif
-  TestServer server("concurrent");
+  // Declared before the server, so that they outlive its threads.
   std::mutex m;
   std::condition_variable cv;
   int inside = 0;
   int most = 0;
+  TestServer server("concurrent");
   // Each call waits (bounded) until all are inside together.
   server.target.set_on_call([&] {
     std::unique_lock<std::mutex> lk(m);

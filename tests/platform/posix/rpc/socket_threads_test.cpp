@@ -25,8 +25,9 @@ using platform::ContextHandleWire;
 using std::chrono::seconds;
 
 TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpOtherConnections) {
-  TestServer server("threads-other");
   Gate gate;
+  TestServer server("threads-other");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });  // SetUserMode passes the gate
   auto blocked = server.connect(30000);
   auto other = server.connect();
@@ -53,8 +54,9 @@ TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpOtherConnections) {
 }
 
 TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpTheNextCallOfItsConnection) {
-  TestServer server("threads-same");
   Gate gate;
+  TestServer server("threads-same");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   RawConnection raw(server.endpoint);
   ASSERT_TRUE(raw.connected());
@@ -82,8 +84,9 @@ TEST(RpcSocketThreads, ABlockedCallDoesNotHoldUpTheNextCallOfItsConnection) {
 }
 
 TEST(RpcSocketThreads, RequestsReadTogetherRunOnSeparateThreads) {
-  TestServer server("threads-batch");
   Gate gate;
+  TestServer server("threads-batch");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   RawConnection raw(server.endpoint);
   ASSERT_TRUE(raw.connected());
@@ -114,9 +117,10 @@ TEST(RpcSocketThreads, RequestsReadTogetherRunOnSeparateThreads) {
 // A connection's calls are read and run by its own reader thread, which waits in the socket
 // itself: no call is handed to another thread, and two connections never share one.
 TEST(RpcSocketThreads, EachConnectionsCallsRunOnItsOwnReaderThread) {
-  TestServer server("threads-reader");
+  // Declared before the server, so that they outlive its threads.
   std::mutex m;
   std::map<std::thread::id, int> calls_per_thread;
+  TestServer server("threads-reader");
   server.target.set_on_call([&] {
     std::lock_guard<std::mutex> g(m);
     ++calls_per_thread[std::this_thread::get_id()];

@@ -182,8 +182,9 @@ TEST(Win32RpcStubServer, CallsOnOneContextRunAtTheSameTime) {
     GTEST_SKIP() << "Wine serialises the calls of one context regardless of the stub's "
                     "no-serialise flag";
   }
-  TestServer server("stub-overlap");
   Gate gate;
+  TestServer server("stub-overlap");
+  const OpenAtExit release(gate);
   server.target.set_on_call([&] { gate.pass(); });
   // Two clients of one process share the association, and with it the context.
   auto first = server.connect(10000);
