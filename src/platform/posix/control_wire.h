@@ -100,6 +100,12 @@ struct Request {
   int32_t b = 0;  // second argument (diagnostics: the capacity)
 };
 
+// The call id that follows `last`. Ids run 1, 2, ..., 2^32 - 1 and then 1 again: id 0 is
+// the server's refusal of a whole stream, so a call never takes it.
+constexpr uint32_t next_call_id(uint32_t last) {
+  return last == UINT32_MAX ? 1 : last + 1;
+}
+
 // Writes the request's frame into `out` (which starts empty).
 void encode_request(const Request& r, FrameWriter& out);
 std::vector<uint8_t> encode_request(const Request& r);

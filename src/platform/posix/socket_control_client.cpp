@@ -139,7 +139,7 @@ class SocketControlClient final : public ControlClient {
   // whole, one receive: the same system calls as a bare exchange.
   uint32_t call(wire::Request r, wire::Reader& out) {
     if (broken_) return kRpcCallFailed;
-    r.call_id = ++next_call_id_;
+    r.call_id = next_call_id_ = wire::next_call_id(next_call_id_);
     const auto deadline = SteadyClock::now() + std::chrono::milliseconds(timeout_ms_);
     wire::FrameWriter frame;
     wire::encode_request(r, frame);

@@ -84,6 +84,15 @@ std::vector<uint8_t> opened_reply(uint32_t call_id, uint8_t tag) {
   return std::vector<uint8_t>(p, p + w.size());
 }
 
+// Id 0 is the server's refusal of a whole stream: a client that has made 2^32 - 1 calls
+// goes on at 1, so that a fault for its next call is not taken for a refusal.
+TEST(RpcSocketClient, CallIdsGoOnAtOneWhenTheyWrap) {
+  EXPECT_EQ(platform::wire::next_call_id(0), 1u);
+  EXPECT_EQ(platform::wire::next_call_id(41), 42u);
+  EXPECT_EQ(platform::wire::next_call_id(UINT32_MAX - 1), UINT32_MAX);
+  EXPECT_EQ(platform::wire::next_call_id(UINT32_MAX), 1u);
+}
+
 TEST(RpcSocketClient, AReplyInPiecesIsPutTogether) {
   ScriptedServer server("client-pieces");
   ASSERT_TRUE(server.ok);
