@@ -4,13 +4,18 @@
 // connection a thread of its own (the floor for many clients). After the run a summary
 // prints each figure with its ratio to its floor (medians when repeated).
 //
-//   build/bin/rpc_roundtrip --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
-//   taskset -c 0 build/bin/rpc_roundtrip --benchmark_repetitions=3
+//   build/bin/rpc_roundtrip --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+//       --benchmark_filter='round_trip|ping'
+//   taskset -c 0 build/bin/rpc_roundtrip --benchmark_repetitions=5
 //       --benchmark_report_aggregates_only=true --benchmark_filter='round_trip|ping'
-//   (one command line)
+//   build/bin/rpc_roundtrip --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+//       --benchmark_filter=concurrent --benchmark_enable_random_interleaving=true
+//   (each one command line)
 //
-// The second command is the same round trip with every thread on one CPU: no cross-CPU
-// wake-ups, so it shows the runtime's own cost most plainly.
+// The second command is the round trip with every thread on one CPU: no cross-CPU wake-ups,
+// so it shows the runtime's own cost most plainly. The 64-client figures move with where the
+// scheduler puts the threads, differently from one process to the next: repeat the third
+// command a few times (docs/performance.md).
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
 #include <sys/un.h>
