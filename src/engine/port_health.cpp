@@ -6,12 +6,14 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "platform/switch_table.h"
+
 namespace zaltor::engine {
 
 namespace {
 
 constexpr int32_t kNoSignalDbm = -95;
-constexpr const char* kPositionNames[2] = {"Main", "Div"};
+using platform::kPositionNames;
 
 bool is_line_fault(Status s) {
   return s == SWITCH_ERR_CTRL_REJECTED || s == SWITCH_ERR_CTRL_IO || s == SWITCH_ERR_VERIFY ||

@@ -8,6 +8,11 @@
 
 namespace antennactl {
 
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitRefused = 1;
+inline constexpr int kExitUsage = 2;
+inline constexpr int kExitFault = 3;
+
 // "config encrypt|decrypt|check ..." (argv[0] is "config").
 int run_config_command(int argc, char** argv);
 // Every command that talks to the running service (argv[0] is the command word).

@@ -25,10 +25,6 @@
 namespace antennactl {
 namespace {
 
-constexpr int kExitDone = 0;
-constexpr int kExitRefused = 1;
-constexpr int kExitUsage = 2;
-
 void config_usage() {
   std::fprintf(stderr,
                "usage: antennactl config encrypt PLAIN.ini OUT.bin\n"

@@ -22,11 +22,8 @@ namespace {
 namespace platform = zaltor::platform;
 namespace rpc = zaltor::rpc;
 
-constexpr int kExitDone = 0;
-constexpr int kExitUsage = 2;
-constexpr int kExitFault = 3;
 // Long enough for a sweep over all ports in a fixed mode (two stabilisation waits).
-constexpr int kCallTimeoutMs = 30000;
+constexpr int kControlCallTimeoutMs = 30000;
 
 const char* const kPortNames[] = {"Main", "Aux", "Aux2", "Aux3"};
 const char* const kPositionNames[] = {"Main", "Div", "Off"};
@@ -73,7 +70,7 @@ class Session {
   // False (with `error`) when the service cannot be reached or refuses the context.
   bool open(uint32_t& error) {
     client_ = platform::connect_control_client(rpc::endpoint_name_from_environment(),
-                                               kCallTimeoutMs, error);
+                                               kControlCallTimeoutMs, error);
     if (!client_) return false;
     error = client_->open_context(context_);
     return error == 0;

@@ -24,10 +24,7 @@ namespace platform = zaltor::platform;
 namespace rpc = zaltor::rpc;
 using nlohmann::json;
 
-constexpr int kExitDone = 0;
-constexpr int kExitUsage = 2;
-constexpr int kExitFault = 3;
-constexpr int kCallTimeoutMs = 10000;
+constexpr int kDiagnosticsCallTimeoutMs = 10000;
 // Room asked for first; a longer text is asked for again with the length the service names.
 constexpr int32_t kFirstCapacity = 256 * 1024;
 
@@ -64,7 +61,7 @@ uint32_t read_text(platform::ControlClient& client, uint32_t procedure, int32_t 
 
 std::unique_ptr<platform::ControlClient> connect(uint32_t& error) {
   auto client = platform::connect_control_client(rpc::endpoint_name_from_environment(),
-                                                 kCallTimeoutMs, error);
+                                                 kDiagnosticsCallTimeoutMs, error);
   if (!client) {
     std::fprintf(stderr, "antennactl: cannot reach the service at endpoint \"%s\" (%s)\n",
                  rpc::endpoint_name_from_environment().c_str(), hex(error).c_str());

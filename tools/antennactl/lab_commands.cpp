@@ -35,10 +35,6 @@ int run_lab_command(int, char**) {
 namespace antennactl {
 namespace {
 
-constexpr int kExitDone = 0;
-constexpr int kExitRefused = 1;
-constexpr int kExitUsage = 2;
-
 void lab_usage() {
   std::fprintf(
       stderr,
@@ -161,7 +157,7 @@ int lab_run(int argc, char** argv) {
   std::vector<std::string> configs;
   std::vector<std::string> scenarios;
   std::string report;
-  bool json = false;
+  bool as_json = false;
   bool traces = false;
   long jobs_wanted = 0;
   for (int i = 2; i < argc; ++i) {
@@ -180,9 +176,9 @@ int lab_run(int argc, char** argv) {
         return kExitUsage;
       }
     } else if (arg == "--json") {
-      json = true;
+      as_json = true;
     } else if (arg == "--trace") {
-      json = true;
+      as_json = true;
       traces = true;
     } else if (arg.size() > 1 && arg[0] == '-') {
       lab_usage();
@@ -224,7 +220,7 @@ int lab_run(int argc, char** argv) {
   }
   if (refused > 0) return kExitRefused;
 
-  if (json) {
+  if (as_json) {
     std::printf("%s\n", zaltor::lab::runs_to_json(rows, traces).dump(traces ? -1 : 2).c_str());
   } else {
     std::fputs(zaltor::lab::runs_to_table(rows).c_str(), stdout);

@@ -4,13 +4,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <numbers>
 
 namespace zaltor::platform::sim {
 namespace {
 
 using nlohmann::json;
-
-constexpr double kPi = 3.14159265358979323846;
 
 // A uniform number in (0, 1], made by hand so that every standard library gives the
 // same sequence for a seed.
@@ -88,7 +87,7 @@ int NotebookCore::mode_locked() const {
 double NotebookCore::gaussian_locked() {
   const double u1 = uniform(rng_);
   const double u2 = uniform(rng_);
-  return std::sqrt(-2.0 * std::log(u1)) * std::cos(2.0 * kPi * u2);
+  return std::sqrt(-2.0 * std::log(u1)) * std::cos(2.0 * std::numbers::pi * u2);
 }
 
 void NotebookCore::post_window_locked(const WindowMessage& m, bool lid_only, bool power_only) {

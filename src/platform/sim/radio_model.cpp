@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numbers>
 
 namespace zaltor::platform::sim {
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
 
 // SplitMix64: a seed and a port give the same fading with every standard library.
 uint64_t mix(uint64_t x) {
@@ -36,9 +35,10 @@ double fading_db(const Scenario& s, size_t port, int position, double t_s) {
   const size_t element = port * 2 + static_cast<size_t>(position);
   const double p1 = f.period_s * (0.7 + 0.6 * draw(s.seed, element, 0));
   const double p2 = f.period_s * (0.3 + 0.3 * draw(s.seed, element, 1));
-  const double ph1 = 2 * kPi * draw(s.seed, element, 2);
-  const double ph2 = 2 * kPi * draw(s.seed, element, 3);
-  const double wave = std::sin(2 * kPi * t_s / p1 + ph1) + 0.5 * std::sin(2 * kPi * t_s / p2 + ph2);
+  const double ph1 = 2 * std::numbers::pi * draw(s.seed, element, 2);
+  const double ph2 = 2 * std::numbers::pi * draw(s.seed, element, 3);
+  const double wave = std::sin(2 * std::numbers::pi * t_s / p1 + ph1) +
+                      0.5 * std::sin(2 * std::numbers::pi * t_s / p2 + ph2);
   return f.depth_db * wave / 1.5;
 }
 
