@@ -3,13 +3,14 @@
 # build, whose tests run under Wine. Exits non-zero on the first failure.
 #
 # CI runs this on 2 cores within ten minutes, so:
-# - each test program compiles as one unity file (ZALTOR_UNITY_BUILD, cmake/warnings.cmake);
+# - each test program, and natively each library and tool, compiles as one unity file
+#   (ZALTOR_UNITY_BUILD, cmake/warnings.cmake);
 # - the sanitizer builds build only what their tests run (the test executables and the
 #   programs those start);
 # - one clang build serves both the AddressSanitizer/UndefinedBehaviorSanitizer tests and the
 #   libFuzzer targets (preset asan), which run for twenty seconds each: their seeds and the
 #   new inputs found meanwhile (scripts/fuzz.sh alone runs them longer, optimised);
-# - the naming check parses the files of a test program as one file, as they compile, and
+# - the naming check parses the files of a unity batch as one file, as they compile, and
 #   runs while the Windows tests run under Wine;
 # - under CI (CI=true) the native builds keep line tables only as debug information (-g1;
 #   the Windows build has none).

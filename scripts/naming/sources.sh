@@ -9,10 +9,11 @@
 #            parse for MinGW-w64 and given MinGW's libstdc++ headers;
 #   fuzz     the libFuzzer entry points (tests/fuzz), which only the fuzz preset builds:
 #            parsed with their include paths and the native generated headers.
-# The files of a test program are parsed together, as one file that includes them all, the
-# way they compile (ZALTOR_UNITY_BUILD): the headers they share are parsed once instead of
-# once per file, which is most of the work. A group that does not parse so is split in
-# halves until the parts parse.
+# The files of a unity batch (a test program; in the native build also a library or tool)
+# are parsed together, as one file that includes them all, the way they compile
+# (ZALTOR_UNITY_BUILD): the headers they share are parsed once instead of once per file,
+# which is most of the work. A group that does not parse so is split in halves until the
+# parts parse.
 # Headers, and the files of a group, are checked through the files that include them (the
 # header filter admits the project's own folders only, so generated stubs, GoogleTest and
 # system headers are skipped).
@@ -76,9 +77,8 @@ def entries(db):
                 result.append((m, flags, entry["directory"], target if len(members) > 1 else m))
     return result
 
-# A group is the files of one CMake unity file (a test program), whole (0). Grouping the
-# other files of a library as well was measured slower: clang-tidy took several times the
-# CPU time on such groups.
+# A group is the files of one CMake unity file, whole (0): files that do not compile
+# together are not known to parse together.
 group_size = 0
 groups_dir = os.path.join(out, "groups")
 os.makedirs(groups_dir, exist_ok=True)
