@@ -4,6 +4,7 @@
 # discovery run the .exe files here.
 #
 # Usage: scripts/wine-run.sh PROGRAM.exe [ARG ...]
+#        scripts/wine-run.sh --make-prefix    only makes the prefix (if need be)
 # ZALTOR_WINEPREFIX chooses the prefix (default: build-windows/wine-prefix of this
 # repository); WINE chooses the Wine loader (default: wine, else wine64).
 set -euo pipefail
@@ -30,4 +31,5 @@ if [ ! -f "$prefix/.zaltor-ready" ]; then
   flock -u 9
   exec 9>&-
 fi
+[ "${1:-}" = --make-prefix ] && exit 0
 exec "$wine" "$@"
