@@ -65,8 +65,9 @@ endfunction()
 # share the standard library's headers, which each file otherwise parses again (measured:
 # 100 s of CPU file by file, 51 s as unity files, for a default build's libraries and tools),
 # so their files' names at namespace scope must differ within a library just as a test
-# program's do. The Windows build compiles them file by file: its backend's files and the generated stubs
-# define the same helpers, and so every portable file still compiles on its own in one build.
+# program's do. The Windows build compiles them file by file: its backend's files and the
+# generated stubs define the same helpers, and so every portable file still compiles on its
+# own in one build.
 function(zaltor_native_unity name)
   if(NOT ZALTOR_TARGET_WINDOWS)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ${ZALTOR_UNITY_BUILD}
