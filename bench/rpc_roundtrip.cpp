@@ -34,6 +34,7 @@
 #include "platform/clock.h"
 #include "platform/control_client.h"
 #include "platform/log.h"
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/socket_rpc_runtime.h"
 #include "rpc/control_endpoint.h"
 #include "rpc/control_interface.h"
@@ -132,14 +133,6 @@ BENCHMARK(bm_query_value_round_trip)->UseRealTime();
 constexpr size_t kRequestBytes = 36;
 constexpr size_t kReplyBytes = 20;
 
-// The abstract socket address of `name`.
-socklen_t abstract_address(const std::string& name, sockaddr_un& addr) {
-  addr = sockaddr_un{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, name.data(), name.size());
-  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
-
 // Reads exactly n bytes; false at the end of the stream.
 bool recv_all(int fd, uint8_t* p, size_t n) {
   size_t got = 0;
@@ -166,7 +159,7 @@ void echo_connection(int fd) {
 struct BareServer {
   BareServer() : name("ZaltorRpcBenchBareMany-" + std::to_string(::getpid())) {
     sockaddr_un addr{};
-    const socklen_t len = abstract_address(name, addr);
+    const socklen_t len = platform::abstract_address(name, addr);
     listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (::bind(listener, reinterpret_cast<sockaddr*>(&addr), len) != 0 ||
         ::listen(listener, SOMAXCONN) != 0) {
@@ -191,7 +184,7 @@ struct BareServer {
   // A new connection to the server, or -1.
   int connect() const {
     sockaddr_un addr{};
-    const socklen_t len = abstract_address(name, addr);
+    const socklen_t len = platform::abstract_address(name, addr);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len) == 0) return fd;
     if (fd >= 0) ::close(fd);
@@ -212,7 +205,7 @@ BareServer& bare_server() {
 void bm_bare_socket_ping_pong(benchmark::State& state) {
   const std::string name = "ZaltorRpcBenchBare-" + std::to_string(::getpid());
   sockaddr_un addr{};
-  const socklen_t len = abstract_address(name, addr);
+  const socklen_t len = platform::abstract_address(name, addr);
   const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (::bind(listener, reinterpret_cast<sockaddr*>(&addr), len) != 0 ||
       ::listen(listener, 1) != 0) {

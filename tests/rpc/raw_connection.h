@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/control_wire.h"
 
 namespace zaltor::rpc::test {
@@ -28,9 +29,7 @@ class RawConnection {
   explicit RawConnection(const std::string& endpoint) {
     fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::memcpy(addr.sun_path + 1, endpoint.data(), endpoint.size());
-    const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + endpoint.size());
+    const socklen_t len = platform::abstract_address(endpoint, addr);
     if (::connect(fd_, reinterpret_cast<sockaddr*>(&addr), len) != 0) {
       ::close(fd_);
       fd_ = -1;

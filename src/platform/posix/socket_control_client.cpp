@@ -14,6 +14,7 @@
 
 #include "platform/control_client.h"
 #include "platform/control_protocol.h"
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/control_wire.h"
 
 namespace zaltor::platform {
@@ -281,7 +282,8 @@ class SocketControlClient final : public ControlClient {
 std::unique_ptr<ControlClient> connect_control_client(const std::string& endpoint, int timeout_ms,
                                                       uint32_t& error) {
   sockaddr_un addr{};
-  if (endpoint.empty() || endpoint.size() + 1 > sizeof addr.sun_path) {
+  const socklen_t len = abstract_address(endpoint, addr);
+  if (len == 0) {
     error = kRpcServerUnavailable;
     return nullptr;
   }
@@ -293,9 +295,6 @@ std::unique_ptr<ControlClient> connect_control_client(const std::string& endpoin
   timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
   ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);  // bounds a blocking connect
   ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);  // bounds a call's first receive
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, endpoint.data(), endpoint.size());
-  const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + endpoint.size());
   int rc = 0;
   do {
     rc = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), len);

@@ -1,4 +1,5 @@
 #include "platform/posix/socket_rpc_runtime.h"
+#include "platform/posix/abstract_address.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -215,7 +216,8 @@ class SocketRpcRuntime final : public RpcRuntime {
 
   RpcStep open_endpoint(const std::string& endpoint) override {
     sockaddr_un addr{};
-    if (endpoint.empty() || endpoint.size() + 1 > sizeof addr.sun_path) {
+    const socklen_t len = abstract_address(endpoint, addr);
+    if (len == 0) {
       return RpcStep::failed(kInvalidEndpointFormat, rpc_call::kUseProtseqEp);
     }
     std::lock_guard<std::mutex> g(m_);
@@ -226,9 +228,6 @@ class SocketRpcRuntime final : public RpcRuntime {
     }
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return RpcStep::failed(kCantCreateEndpoint, rpc_call::kUseProtseqEp);
-    addr.sun_family = AF_UNIX;
-    std::memcpy(addr.sun_path + 1, endpoint.data(), endpoint.size());  // abstract name
-    const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + endpoint.size());
     if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) {
       const int err = errno;
       ::close(fd);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/control_client.h"
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/control_wire.h"
 #include "rpc/test_server.h"
 
@@ -26,9 +27,7 @@ class ScriptedServer {
  public:
   explicit ScriptedServer(const char* tag) : name(unique_endpoint(tag)) {
     sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::memcpy(addr.sun_path + 1, name.data(), name.size());
-    const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    const socklen_t len = platform::abstract_address(name, addr);
     listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ok = ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), len) == 0 &&
          ::listen(listener_, 4) == 0;
@@ -91,6 +90,20 @@ TEST(RpcSocketClient, CallIdsGoOnAtOneWhenTheyWrap) {
   EXPECT_EQ(platform::wire::next_call_id(41), 42u);
   EXPECT_EQ(platform::wire::next_call_id(UINT32_MAX - 1), UINT32_MAX);
   EXPECT_EQ(platform::wire::next_call_id(UINT32_MAX), 1u);
+}
+
+// An endpoint name fills the socket address after its leading zero, or is refused whole.
+TEST(RpcSocketClient, AbstractAddressesTakeNamesThatFitAndRefuseTheOthers) {
+  sockaddr_un addr{};
+  EXPECT_EQ(platform::abstract_address("", addr), 0u);
+  EXPECT_EQ(platform::abstract_address(std::string(platform::kAbstractNameMax + 1, 'x'), addr), 0u);
+  EXPECT_EQ(addr.sun_family, 0);
+  const std::string longest(platform::kAbstractNameMax, 'y');
+  EXPECT_EQ(platform::abstract_address(longest, addr), sizeof addr);
+  EXPECT_EQ(addr.sun_family, AF_UNIX);
+  EXPECT_EQ(addr.sun_path[0], '\0');
+  EXPECT_EQ(std::string(addr.sun_path + 1, longest.size()), longest);
+  EXPECT_EQ(platform::abstract_address("ep", addr), offsetof(sockaddr_un, sun_path) + 3);
 }
 
 TEST(RpcSocketClient, AReplyInPiecesIsPutTogether) {

@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/control_wire.h"
 #include "platform/posix/socket_rpc_runtime.h"
 #include "rpc/call_gate.h"
@@ -260,10 +261,7 @@ TEST(RpcSocketLimits, ClientsCannotTakeTheDescriptorsTheServiceNeeds) {
   TestServer server("limits-room");
   // Another process opens many connections and holds them.
   sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, server.endpoint.data(), server.endpoint.size());
-  const auto len =
-      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + server.endpoint.size());
+  const socklen_t len = platform::abstract_address(server.endpoint, addr);
   int ready[2], hold[2];
   ASSERT_EQ(::pipe(ready), 0);
   ASSERT_EQ(::pipe(hold), 0);

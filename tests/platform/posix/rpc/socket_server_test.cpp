@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/control_wire.h"
 #include "rpc/raw_connection.h"
 #include "rpc/test_server.h"
@@ -290,9 +291,7 @@ TEST(RpcSocketRuntime, WhileAnotherProcessHoldsTheNameServeWaitsInFiveSecondStep
   // Another holder of the name: a bound abstract socket.
   int holder = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, name.data(), name.size());
-  const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const socklen_t len = platform::abstract_address(name, addr);
   ASSERT_EQ(::bind(holder, reinterpret_cast<sockaddr*>(&addr), len), 0);
 
   TestClock clock;
@@ -387,9 +386,7 @@ TEST(RpcSocketRuntime, ClientTimesOutOnASilentServer) {
   const std::string name = unique_endpoint("silent");
   int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, name.data(), name.size());
-  const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const socklen_t len = platform::abstract_address(name, addr);
   ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), len), 0);
   ASSERT_EQ(::listen(listener, 4), 0);
   uint32_t err = 0;

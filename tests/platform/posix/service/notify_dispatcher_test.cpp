@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "notify_socket.h"
+#include "platform/posix/abstract_address.h"
 #include "platform/posix/notify_dispatcher.h"
 #include "platform/posix/posix_backends.h"
 #include "service/host_fakes.h"
@@ -129,11 +130,8 @@ TEST(NotifyDispatcher, AbstractNotifySocketNamesAreUnderstood) {
   int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ASSERT_GE(fd, 0);
   sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::memcpy(addr.sun_path + 1, name.data(), name.size());
-  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&addr),
-                   static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size())),
-            0);
+  const socklen_t len = platform::abstract_address(name, addr);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&addr), len), 0);
   auto manager = platform::make_systemd_service_manager(fp.clock, {"/nonexistent", "@" + name});
   fp.platform.services = manager.get();
   // A service whose worker does not start stops by itself.
